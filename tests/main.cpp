@@ -1,0 +1,31 @@
+// Runs the chosen cases in a folder of their own below the build folder, made anew, and removed again on success.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    if (testing::GTEST_FLAG(list_tests))
+        return RUN_ALL_TESTS();
+
+    // ctest runs one case a process; several at once, started by hand, share a folder named for the process.
+    std::string name = testing::GTEST_FLAG(filter);
+    if (name.find_first_of("*:?-") != std::string::npos)
+        name = "process_" + std::to_string(getpid());
+    std::replace(name.begin(), name.end(), '/', '_');
+
+    const std::filesystem::path folder = std::filesystem::path(ZEL_TEST_SCRATCH) / name;
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    std::filesystem::current_path(folder);
+    const int result = RUN_ALL_TESTS();
+    if (result == 0) {
+        std::filesystem::current_path(folder.parent_path());
+        std::filesystem::remove_all(folder);
+    }
+    return result;
+}
