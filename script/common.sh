@@ -1,0 +1,25 @@
+# shellcheck shell=bash
+# What the scripts share; each sources it first. It goes to the top of the repository.
+
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
+
+# build_preset PRESET: configures the preset of that name and builds it, quietly unless something fails.
+build_preset() {
+    local folder=build/$1
+    if ! mkdir -p "$folder" 2>/dev/null || [[ ! -w $folder ]]; then
+        echo "${0##*/}: $(id -un) cannot write to $PWD/$folder; clone the repository to a folder of your own" >&2
+        return 1
+    fi
+    echo "Building in $folder" >&2
+    if ! { cmake --preset "$1" && cmake --build --preset "$1" --parallel "$(nproc)"; } >"$folder/build.log" 2>&1; then
+        cat "$folder/build.log" >&2
+        return 1
+    fi
+}
+
+# run_tests PRESET [CTEST-OPTION...]: builds the preset and runs its tests in parallel.
+run_tests() {
+    build_preset "$1"
+    mkdir -p "build/$1/tmp"
+    TMPDIR=$PWD/build/$1/tmp ctest --preset "$1" --parallel "$(nproc)" "${@:2}"
+}
