@@ -1,0 +1,3 @@
+#include "zel_common_log.h"
+
+void zel_service_log(const char *, const char *, int, const char *, const char *, ...) {}

@@ -1,0 +1,34 @@
+/*
+ * Received shares: the operations that only the library itself uses.
+ */
+#ifndef ZEL_COMMON_STORAGE_RECEIVED_SHARES_H
+#define ZEL_COMMON_STORAGE_RECEIVED_SHARES_H
+
+#include "zel_common.h"
+
+#include <sqlite3.h>
+
+extern "C" {
+
+/** Deletes the notifications of a token and, when that succeeds, its items. */
+zel_err_e _common_storage_delete_push_noti(const char *contents_token);
+
+/** Deletes the items of a token. */
+zel_err_e _common_storage_delete_content_info(const char *contents_token);
+
+/** Inserts one item of a share; its new row id goes to the item's content_id. */
+zel_err_e _common_storage_add_content_info(zel_trans_content_info *content_info, const char *contents_token,
+                                           const char *description, const char *type, const char *from_msisdn,
+                                           const char *to_list, unsigned long long expired_time);
+
+/** Whether a token has items; a lookup that fails reads as none. */
+bool _common_storage_exist_content_info(const char *contents_token);
+
+/** Reads a share with its items into a new record. */
+zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_share_content_info **noti_info);
+
+/** Fills a zero-filled item from the row that a "SELECT *" of content_info stands on. */
+void __fill_content_info(sqlite3_stmt *stmt, zel_trans_content_info *content_info);
+}
+
+#endif

@@ -1,0 +1,264 @@
+/* Recently used recipient groups (recent_receiver_group) and their members (recent_receiver_details). */
+
+#include "recent_receivers.h"
+
+#include "engine.h"
+#include "schema.h"
+
+#include <cstdlib>
+
+using namespace zel_storage;
+
+namespace
+{
+
+constexpr int GROUP_LIMIT = 9;
+
+struct glib_release {
+    void operator()(void *block) const
+    {
+        g_free(block);
+    }
+};
+using group_array = std::unique_ptr<int, glib_release>;
+
+zel_err_e count_rows(const char *table, int *count, log_site site = log_here())
+{
+    query row(sql("SELECT count(*) FROM %Q;", table), site);
+    const zel_err_e result =
+        first_row(row, "Failed to get receiver group count!!", ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
+    if (result == ZEL_ERR_NONE)
+        *count = int_column(row, 0);
+    return finish_on_success(row, result, site);
+}
+
+/** The number of groups, 0 when it cannot be read. */
+int group_count()
+{
+    int count = 0;
+    _common_storage_get_recent_receiver_group_count(&count);
+    return count;
+}
+
+/** Whether the member row that a query stands on is among the recipients of a list. */
+bool is_listed(const query &member, quillo_msisdn_s *const *list, unsigned int length)
+{
+    const int number_id = int_column(member, COLUMN_RECENT_RECEIVER_NUM_ID);
+    const char *phone_no = text_column(member, COLUMN_RECENT_RECEIVER_PHONE_NO);
+    const char *ccc = text_column(member, COLUMN_RECENT_RECEIVER_CCC);
+    if (!phone_no || !ccc)
+        return false;
+    for (unsigned int i = 0; i < length; ++i)
+        if (list[i]->number_id == number_id && g_strcmp0(list[i]->phone_number, phone_no) == 0 &&
+            g_strcmp0(list[i]->ccc, ccc) == 0)
+            return true;
+    return false;
+}
+
+/** Whether a group has as many members as the list, and each of them is listed. */
+bool group_matches(int group, quillo_msisdn_s *const *list, unsigned int length, log_site site = log_here())
+{
+    static constexpr char FAILURE[] = "ExecuteSelectQuery Failed";
+
+    query counted(sql("SELECT count(*) FROM %Q WHERE group_id = %d;", TABLE_RECENT_RECEIVER_DETAILS, group), site);
+    if (prepared(counted, FAILURE, site) != ZEL_ERR_NONE)
+        return false;
+    const unsigned int member_count = counted.next() ? uint_column(counted, 0) : 0;
+    counted.close();
+    if (member_count != length)
+        return false;
+
+    query members(sql("SELECT * FROM %Q WHERE group_id = %d;", TABLE_RECENT_RECEIVER_DETAILS, group), site);
+    if (first_row(members, FAILURE, ZEL_ERR_RESOURCE_DOESNT_EXIST, site) != ZEL_ERR_NONE)
+        return false;
+    do {
+        if (!is_listed(members, list, length))
+            return false;
+    } while (members.next());
+    return true;
+}
+
+/** Puts the members of a group behind those gathered so far; a group that cannot be read is passed over. */
+zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &count, log_site site = log_here())
+{
+    query rows(sql("SELECT * FROM %Q WHERE group_id=%d", TABLE_RECENT_RECEIVER_DETAILS, group), site);
+    if (first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site) != ZEL_ERR_NONE)
+        return ZEL_ERR_NONE;
+    do {
+        auto *member = static_cast<quillo_msisdn_s *>(g_try_malloc0(sizeof(quillo_msisdn_s)));
+        if (!member)
+            continue;
+        if (!append(members, count, member, resize_with_realloc)) {
+            ZEL_CRITICAL_AT(site, "Memory Allocation Failure");
+            g_free(member);
+            return ZEL_ERR_MEMORY;
+        }
+        __fill_last_receiver_info(rows.statement, member);
+    } while (rows.next());
+    return ZEL_ERR_NONE;
+}
+
+void release_members(quillo_msisdn_s **members, unsigned int count)
+{
+    for (unsigned int i = 0; i < count; ++i) {
+        g_free(members[i]->ccc);
+        g_free(members[i]->phone_number);
+        g_free(members[i]);
+    }
+    free(members);
+}
+
+} // namespace
+
+zel_err_e _common_storage_is_recent_receiver_list_exist(quillo_msisdn_s **to_msisdn_list,
+                                                        unsigned int to_msisdn_list_length, int *group_id, bool *exist)
+{
+    ZEL_BEGIN();
+    int *groups = nullptr;
+    int count = 0;
+    if (_common_storage_get_recent_receiver_group_list(&groups, &count) != ZEL_ERR_NONE || count < 1) {
+        *group_id = 1;
+        *exist = false;
+        return finish(ZEL_ERR_NONE);
+    }
+    const group_array owner(groups);
+    *exist = false;
+    *group_id = count < GROUP_LIMIT ? count + 1 : groups[count - 1]; /* for a new list */
+    for (int i = 0; i < count; ++i) {
+        if (group_matches(groups[i], to_msisdn_list, to_msisdn_list_length)) {
+            *exist = true;
+            *group_id = groups[i];
+            break;
+        }
+    }
+    return finish(ZEL_ERR_NONE);
+}
+
+zel_err_e _common_storage_update_timestamp_recent_receiver_group(int group_id)
+{
+    ZEL_BEGIN();
+    if (group_id <= group_count()) {
+        ZEL_INFO("update time_stamp group_id [%d]", group_id);
+        return finish_on_success(run(sql("UPDATE %Q SET time_stamp = CURRENT_TIMESTAMP WHERE index_value = %d",
+                                         TABLE_RECENT_RECEIVER_GROUP, group_id),
+                                     "Failed to update timestamp"));
+    }
+    ZEL_INFO("add group id [%d]", group_id);
+    return finish_on_success(
+        insert(sql("INSERT into %Q VALUES (NULL, %d, CURRENT_TIMESTAMP)", TABLE_RECENT_RECEIVER_GROUP, group_id),
+               nullptr, "Failed to add group"));
+}
+
+zel_err_e _common_storage_add_recent_receiver(const char *phone_no, const char *ccc, int number_id, int group_id)
+{
+    ZEL_BEGIN();
+    if (!phone_no || !ccc)
+        return reject("Invalid Parameter");
+    ZEL_DEBUG("Recipient's phone no [%s] and ccc [%s] and number_id [%d] and group_id[%d]", phone_no, ccc, number_id,
+              group_id);
+    return finish_on_success(insert(sql("INSERT into %Q VALUES (NULL, %d, %Q, %Q, %d)", TABLE_RECENT_RECEIVER_DETAILS,
+                                        number_id, phone_no, ccc, group_id),
+                                    nullptr, "Failed to add recipient"));
+}
+
+zel_err_e _common_storage_delete_recent_receiver_by_group(int group_id)
+{
+    ZEL_BEGIN();
+    if (group_id < 1 || group_id > GROUP_LIMIT)
+        return reject("Invalid Parameter");
+    ZEL_INFO("delete group_id [%d]", group_id);
+    return finish_on_success(run(sql("DELETE FROM %Q WHERE group_id = %d", TABLE_RECENT_RECEIVER_DETAILS, group_id),
+                                 "Failed to delete recipient"));
+}
+
+zel_err_e _common_storage_clear_recent_receiver(void)
+{
+    ZEL_BEGIN();
+    return finish_on_success(run(sql("DELETE FROM %Q", TABLE_RECENT_RECEIVER_DETAILS), "Failed to delete all content"));
+}
+
+zel_err_e _common_storage_get_recent_receiver_details(quillo_msisdn_s ***recent_receiver_list_details,
+                                                      unsigned int *count)
+{
+    ZEL_BEGIN();
+    if (!recent_receiver_list_details || !count)
+        return reject("Invalid Params");
+    int *groups = nullptr;
+    int number_of_groups = 0;
+    zel_err_e result = _common_storage_get_recent_receiver_group_list(&groups, &number_of_groups);
+    if (result != ZEL_ERR_NONE)
+        return result;
+    const group_array owner(groups);
+    quillo_msisdn_s **members = nullptr;
+    unsigned int member_count = 0;
+    for (int i = 0; i < number_of_groups && result == ZEL_ERR_NONE; ++i)
+        result = gather_members(groups[i], members, member_count);
+    if (result != ZEL_ERR_NONE) {
+        release_members(members, member_count);
+        return result;
+    }
+    *recent_receiver_list_details = members;
+    *count = member_count;
+    return finish(ZEL_ERR_NONE);
+}
+
+zel_err_e _common_storage_get_recent_receiver_group_list(int **group_list, int *count)
+{
+    ZEL_BEGIN();
+    if (!group_list || !count)
+        return reject("Invalid Params");
+    const int size = group_count();
+    if (size <= 0) {
+        ZEL_DEBUG("group count is 0");
+        return ZEL_ERR_RESOURCE_DOESNT_EXIST;
+    }
+    query rows(sql("SELECT index_value FROM %Q ORDER BY time_stamp DESC, id DESC;", TABLE_RECENT_RECEIVER_GROUP));
+    const zel_err_e result = prepared(rows, "ExecuteSelectQuery Failed");
+    if (result != ZEL_ERR_NONE)
+        return result;
+    if (!rows.next()) {
+        ZEL_CRITICAL("No records found");
+        *count = 0;
+        return finish(rows, ZEL_ERR_NONE);
+    }
+    auto *const groups = static_cast<int *>(g_try_malloc0_n(static_cast<size_t>(size), sizeof(int)));
+    if (!groups) {
+        ZEL_CRITICAL("Memory Allocation Failure");
+        return ZEL_ERR_MEMORY;
+    }
+    int filled = 0;
+    do
+        groups[filled++] = int_column(rows, 0);
+    while (filled < size && rows.next());
+    *group_list = groups;
+    *count = size;
+    return finish(rows, ZEL_ERR_NONE);
+}
+
+zel_err_e _common_storage_get_recent_receiver_group_count(int *count)
+{
+    ZEL_BEGIN();
+    if (!count)
+        return reject("Invalid Params");
+    return count_rows(TABLE_RECENT_RECEIVER_GROUP, count);
+}
+
+zel_err_e _common_storage_get_recent_receiver_count(int *count)
+{
+    ZEL_BEGIN();
+    if (!count)
+        return reject("Invalid Params");
+    return count_rows(TABLE_RECENT_RECEIVER_DETAILS, count);
+}
+
+void __fill_last_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_info)
+{
+    ZEL_BEGIN();
+    if (stmt && receiver_info) {
+        receiver_info->number_id = sqlite3_column_int(stmt, COLUMN_RECENT_RECEIVER_NUM_ID);
+        receiver_info->phone_number = copy_column(stmt, COLUMN_RECENT_RECEIVER_PHONE_NO);
+        receiver_info->ccc = copy_column(stmt, COLUMN_RECENT_RECEIVER_CCC);
+        receiver_info->group_id = sqlite3_column_int(stmt, COLUMN_RECENT_RECEIVER_GROUP_ID);
+    }
+    ZEL_END();
+}
