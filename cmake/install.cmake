@@ -1,0 +1,83 @@
+# What cmake --install puts in place, in two components that become two Debian packages (cpack): the run-time libraries
+# (runtime) and what it takes to build against them (development).
+include(CMakePackageConfigHelpers)
+
+set(cmake_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zel_common)
+set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/zel-common)
+
+set(installed_targets zel_common zel_common_static zel_platform_seam)
+set(headers
+    src/zel_common.h
+    src/zel_common_log.h
+    src/zel_common_queue.h
+    src/zel_common_request.h
+    src/zel_common_storage.h
+    src/zel_common_thread.h
+    platform/zel_platform.h)
+if(ZEL_HOST_PLATFORM)
+  list(APPEND installed_targets zel_platform)
+  list(APPEND headers platform/host/zel_platform_host.h)
+  set(ZEL_PC_PLATFORM_LIBS " -lzel_platform")
+  set(ZEL_PLATFORM_NOTE "with the platform of an ordinary Linux")
+  # In the build tree a program chooses its platform itself.
+  foreach(library zel_common zel_common_static)
+    target_link_libraries(${library} INTERFACE $<INSTALL_INTERFACE:zel_common::zel_platform>)
+  endforeach()
+else()
+  set(ZEL_PC_PLATFORM_LIBS "")
+  set(ZEL_PLATFORM_NOTE "without a platform: the program supplies dlog_print, system_info_get_custom_bool, \
+app_control_clone and app_control_destroy as zel_platform.h declares them")
+endif()
+
+install(
+  TARGETS ${installed_targets}
+  EXPORT zel_common
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development
+  INCLUDES
+  DESTINATION ${header_folder})
+install(
+  FILES ${headers}
+  DESTINATION ${header_folder}
+  COMPONENT development)
+install(
+  EXPORT zel_common
+  NAMESPACE zel_common::
+  FILE zel_common-targets.cmake
+  DESTINATION ${cmake_package_folder}
+  COMPONENT development)
+
+configure_package_config_file(cmake/zel_common-config.cmake.in ${PROJECT_BINARY_DIR}/zel_common-config.cmake
+                              INSTALL_DESTINATION ${cmake_package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/zel_common-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(
+  FILES ${PROJECT_BINARY_DIR}/zel_common-config.cmake ${PROJECT_BINARY_DIR}/zel_common-config-version.cmake
+  DESTINATION ${cmake_package_folder}
+  COMPONENT development)
+
+# The prefix is found from where the file lies, so that an installed tree can be moved.
+file(RELATIVE_PATH ZEL_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/zel-common.pc.in ${PROJECT_BINARY_DIR}/zel-common.pc @ONLY)
+install(
+  FILES ${PROJECT_BINARY_DIR}/zel-common.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT development)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "zel_common developers <root@localhost>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzel-common${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzel-common-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}), libglib2.0-dev, libsqlite3-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)")
+include(CPack)
