@@ -56,7 +56,8 @@ install(
   COMPONENT development)
 
 # The prefix is found from where the file lies, so that an installed tree can be moved.
-file(RELATIVE_PATH ZEL_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+file(RELATIVE_PATH ZEL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" ZEL_PC_PREFIX ${ZEL_PC_PREFIX})
 configure_file(cmake/zel-common.pc.in ${PROJECT_BINARY_DIR}/zel-common.pc @ONLY)
 install(
   FILES ${PROJECT_BINARY_DIR}/zel-common.pc
