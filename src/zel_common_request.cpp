@@ -1,0 +1,514 @@
+#include "zel_common_request.h"
+#include "zel_common_internal.h"
+#include "zel_common_log_internal.h"
+#include "zel_common_request_internal.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+/* Request records -------------------------------------------------------------------------------------------- */
+
+namespace
+{
+
+/** A null list has nothing to duplicate and is no mistake in a request. */
+GList *dup_if_set(const GList *list)
+{
+    return list ? _common_glist_dup(list) : nullptr;
+}
+
+} // namespace
+
+GList *_common_glist_dup(const GList *src)
+{
+    ZEL_BEGIN();
+    if (!src)
+        ZEL_CRITICAL("[src] is NULL_PARAM");
+
+    GList *copy = nullptr;
+    for (const GList *node = src; node; node = node->next) {
+        if (!node->data) {
+            ZEL_CRITICAL("NULL string");
+            break;
+        }
+        copy = g_list_prepend(copy, g_strdup(static_cast<const char *>(node->data)));
+    }
+    ZEL_END();
+    return g_list_reverse(copy);
+}
+
+zel_err_e _common_copy_zel_request_members(const zel_request *src_request, zel_request *dst_request)
+{
+    ZEL_BEGIN();
+    if (!src_request || !dst_request) {
+        ZEL_CRITICAL("Invalid parameters");
+        return ZEL_ERR_INVALID_ARG;
+    }
+
+    *dst_request = *src_request;
+    dst_request->description = g_strdup(src_request->description);
+    dst_request->local_path = g_strdup(src_request->local_path);
+    dst_request->url = g_strdup(src_request->url);
+    dst_request->contents_token = g_strdup(src_request->contents_token);
+    dst_request->folder_token = g_strdup(src_request->folder_token);
+    dst_request->group_id = g_strdup(src_request->group_id);
+    dst_request->receiver_list = dup_if_set(src_request->receiver_list);
+    dst_request->url_list = dup_if_set(src_request->url_list);
+    dst_request->file_list = dup_if_set(src_request->file_list);
+    if (src_request->caller) {
+        app_control_h clone = nullptr;
+        const int result = app_control_clone(&clone, src_request->caller);
+        ZEL_DEBUG("app_control_clone result : [%d]", result);
+        dst_request->caller = result == 0 ? clone : nullptr;
+    }
+    ZEL_END();
+    return ZEL_ERR_NONE;
+}
+
+void _common_free_zel_request_members(zel_request *request)
+{
+    ZEL_BEGIN();
+    if (!request) {
+        ZEL_CRITICAL("[request] is NULL_PARAM");
+        ZEL_END();
+        return;
+    }
+
+    g_clear_pointer(&request->local_path, g_free);
+    g_clear_pointer(&request->url, g_free);
+    g_clear_pointer(&request->contents_token, g_free);
+    g_clear_pointer(&request->folder_token, g_free);
+    g_clear_pointer(&request->description, g_free);
+    g_clear_pointer(&request->group_id, g_free);
+
+    ZEL_DEBUG("g_list_free_full");
+    g_list_free_full(request->receiver_list, g_free);
+    g_list_free_full(request->url_list, g_free);
+    g_list_free_full(request->file_list, g_free);
+    g_list_free_full(request->server_file_list, g_free);
+
+    ZEL_DEBUG("destroy app control");
+    if (request->caller) {
+        const int result = app_control_destroy(request->caller);
+        ZEL_DEBUG("app_control_destroy ret[%d]", result);
+    }
+
+    g_clear_pointer(&request->list_next, g_free);
+    g_clear_pointer(&request->list_more, g_free);
+    ZEL_END();
+}
+
+void _common_free_zel_request(zel_request *request)
+{
+    ZEL_BEGIN();
+    if (request) {
+        _common_free_zel_request_members(request);
+        g_free(request);
+    } else {
+        ZEL_CRITICAL("[request] is NULL_PARAM");
+    }
+    ZEL_END();
+}
+
+void _common_free_zel_param_members(comm_param_s *param)
+{
+    ZEL_BEGIN();
+    if (param) {
+        _common_free_zel_request_members(&param->request);
+        g_free(param);
+    }
+    ZEL_END();
+}
+
+/* Fields of the share encoding ------------------------------------------------------------------------------- */
+
+namespace
+{
+
+/** A string that runs past its buffer is kept up to this length, if it begins at this position or before. */
+constexpr int TRUNCATED_LENGTH_MAX = 4096;
+
+using string_holder = std::unique_ptr<char, releaser<g_free>>;
+
+/** Says so in the caller's name when its arguments are not usable, and hands the verdict back. */
+bool invalid_parameter(bool invalid, log_site site = log_here())
+{
+    if (invalid)
+        ZEL_CRITICAL_AT(site, "Fail: Invalid Parameter");
+    return invalid;
+}
+
+template <typename Value> zel_err_e write_fixed(void *buf, int *offset, Value value, log_site site = log_here())
+{
+    if (invalid_parameter(!buf || !offset, site))
+        return ZEL_ERR_INVALID_ARG;
+
+    memcpy(static_cast<char *>(buf) + *offset, &value, sizeof(value));
+    *offset += static_cast<int>(sizeof(value));
+    return ZEL_ERR_NONE;
+}
+
+template <typename Value>
+zel_err_e read_fixed(const void *data, int *offset, Value *out_value, log_site site = log_here())
+{
+    if (invalid_parameter(!data || !offset || !out_value, site))
+        return ZEL_ERR_INVALID_ARG;
+
+    memcpy(out_value, static_cast<const char *>(data) + *offset, sizeof(*out_value));
+    *offset += static_cast<int>(sizeof(*out_value));
+    return ZEL_ERR_NONE;
+}
+
+/** Whether a field of this width lies inside the buffer; says so in the caller's name when it does not. */
+bool field_fits(int offset, size_t width, int max_length, log_site site = log_here())
+{
+    const bool fits = offset >= 0 && offset + static_cast<long long>(width) <= max_length;
+    if (!fits)
+        ZEL_CRITICAL_AT(site, "offset to large, offset=%d, max_length=%d", offset, max_length);
+    return fits;
+}
+
+/** A new string of the bytes at data in a zero-filled allocation; NULL, and a line in the caller's name, on failure. */
+string_holder copy_bytes(const char *data, int length, int allocated, log_site site = log_here())
+{
+    string_holder copy(static_cast<char *>(g_try_malloc0(static_cast<size_t>(allocated) + 1)));
+    if (copy)
+        memcpy(copy.get(), data, static_cast<size_t>(length));
+    else
+        ZEL_CRITICAL_AT(site, "Memory allcation failure");
+    return copy;
+}
+
+} // namespace
+
+zel_err_e __set_unsigned_int(void *buf, int *offset, unsigned int value)
+{
+    return write_fixed(buf, offset, value);
+}
+
+zel_err_e __set_int(void *buf, int *offset, int value)
+{
+    return write_fixed(buf, offset, value);
+}
+
+zel_err_e __set_unsigned_long_long(void *buf, int *offset, unsigned long long value)
+{
+    return write_fixed(buf, offset, value);
+}
+
+zel_err_e __set_string(void *buf, int *offset, const char *value)
+{
+    const int length = value ? static_cast<int>(strlen(value)) : 0;
+    const zel_err_e result = write_fixed(buf, offset, length);
+    if (result == ZEL_ERR_NONE && length > 0) {
+        memcpy(static_cast<char *>(buf) + *offset, value, static_cast<size_t>(length));
+        *offset += length;
+    }
+    return result;
+}
+
+zel_err_e __get_unsigned_int(const void *data, int *offset, unsigned int *out_value)
+{
+    return read_fixed(data, offset, out_value);
+}
+
+zel_err_e __get_int(const void *data, int *offset, int *out_value)
+{
+    return read_fixed(data, offset, out_value);
+}
+
+zel_err_e __get_unsigned_long_long(const void *data, int *offset, unsigned long long *out_value)
+{
+    return read_fixed(data, offset, out_value);
+}
+
+zel_err_e __get_string(const void *data, int max_length, int *offset, char **out_string)
+{
+    if (invalid_parameter(!data || !offset || !out_string))
+        return ZEL_ERR_INVALID_ARG;
+    if (!field_fits(*offset, sizeof(int), max_length))
+        return ZEL_ERR_MEMORY;
+
+    int position = *offset;
+    int length = 0;
+    __get_int(data, &position, &length);
+    if (length <= 0) {
+        *offset = position;
+        return ZEL_ERR_NONE;
+    }
+
+    const char *bytes = static_cast<const char *>(data) + position;
+    const int available = max_length - position;
+    if (length <= available) {
+        string_holder string = copy_bytes(bytes, length, length);
+        if (!string)
+            return ZEL_ERR_MEMORY;
+        *out_string = string.release();
+        *offset = position + length;
+        return ZEL_ERR_NONE;
+    }
+
+    ZEL_CRITICAL("offset to large, offset=%d, length=%d, max_length=%d", position, length, max_length);
+    if (position > TRUNCATED_LENGTH_MAX) {
+        ZEL_CRITICAL("fails to get string");
+        return ZEL_ERR_MEMORY;
+    }
+    string_holder string = copy_bytes(bytes, std::min(available, TRUNCATED_LENGTH_MAX), TRUNCATED_LENGTH_MAX);
+    if (!string)
+        return ZEL_ERR_MEMORY;
+    ZEL_WARNING("truncated data: %s", string.get());
+    *out_string = string.release();
+    *offset = length > INT_MAX - position ? INT_MAX : position + length;
+    return ZEL_ERR_NONE;
+}
+
+/* Records of the share encoding ------------------------------------------------------------------------------ */
+
+namespace
+{
+
+using item = zel_trans_content_info;
+using share = zel_trans_share_content_info;
+
+/* The fields of the two records in the order in which they are written. */
+
+constexpr char *item::*ITEM_STRINGS[] = {
+    &item::original, &item::thumbnail,    &item::mid_thumbnail,  &item::big_thumbnail,
+    &item::name,     &item::content_type, &item::contents_token,
+};
+constexpr unsigned int item::*ITEM_NUMBERS[] = {
+    &item::download_count,
+    &item::max_download_count,
+    &item::size,
+    &item::content_id,
+};
+constexpr unsigned int ITEM_SIZE = std::size(ITEM_STRINGS) * sizeof(int) + std::size(ITEM_NUMBERS) * sizeof(int);
+static_assert(ITEM_SIZE == 44);
+
+constexpr char *share::*SHARE_STRINGS[] = {
+    &share::contents_token, &share::description, &share::type, &share::from_msisdn, &share::to_list,
+};
+/** The strings are followed by expired_time, the number of items, and the items. */
+constexpr unsigned int SHARE_SIZE =
+    std::size(SHARE_STRINGS) * sizeof(int) + sizeof(unsigned long long) + sizeof(unsigned int);
+static_assert(SHARE_SIZE == 32);
+
+template <typename Record, size_t count>
+void write_strings(void *buf, int *offset, const Record *record, char *Record::*const (&strings)[count])
+{
+    for (auto string : strings)
+        __set_string(buf, offset, record->*string);
+}
+
+template <typename Record, size_t count>
+bool read_strings(const void *buf, int max_length, int *offset, Record *record, char *Record::*const (&strings)[count])
+{
+    for (auto string : strings) {
+        if (__get_string(buf, max_length, offset, &(record->*string)) != ZEL_ERR_NONE)
+            return false;
+    }
+    return true;
+}
+
+template <typename Record, size_t count>
+unsigned int length_of_strings(const Record *record, char *Record::*const (&strings)[count])
+{
+    size_t length = 0;
+    for (auto string : strings)
+        length += record->*string ? strlen(record->*string) : 0;
+    return static_cast<unsigned int>(length);
+}
+
+/** Reads a fixed-width field, whose reader knows no bound, if it lies inside the buffer. */
+template <typename Value>
+bool read_number(zel_err_e (*reader)(const void *, int *, Value *), const void *buf, int max_length, int *offset,
+                 Value *value, log_site site = log_here())
+{
+    return field_fits(*offset, sizeof(Value), max_length, site) && reader(buf, offset, value) == ZEL_ERR_NONE;
+}
+
+/** Brings the item count of a share with a list up to date. */
+void count_items(share *share_content_info)
+{
+    if (share_content_info->content_info_list)
+        share_content_info->content_info_list_length = g_list_length(share_content_info->content_info_list);
+}
+
+} // namespace
+
+zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_info *content_info)
+{
+    if (invalid_parameter(!buf || !offset || !content_info))
+        return ZEL_ERR_INVALID_ARG;
+
+    write_strings(buf, offset, content_info, ITEM_STRINGS);
+    for (auto number : ITEM_NUMBERS)
+        __set_unsigned_int(buf, offset, content_info->*number);
+    return ZEL_ERR_NONE;
+}
+
+zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_content_info *share_content_info)
+{
+    ZEL_BEGIN();
+    if (invalid_parameter(!buf || !offset || !share_content_info))
+        return ZEL_ERR_INVALID_ARG;
+
+    write_strings(buf, offset, share_content_info, SHARE_STRINGS);
+    __set_unsigned_long_long(buf, offset, share_content_info->expired_time);
+    count_items(share_content_info);
+    __set_unsigned_int(buf, offset, share_content_info->content_info_list_length);
+    for (const GList *node = share_content_info->content_info_list; node; node = node->next)
+        __set_content_info(buf, offset, static_cast<const item *>(node->data));
+    ZEL_END();
+    return ZEL_ERR_NONE;
+}
+
+zel_err_e __get_content_info(const void *buf, int max_length, int *offset, zel_trans_content_info **content_info)
+{
+    if (invalid_parameter(!buf || !offset || !content_info))
+        return ZEL_ERR_INVALID_ARG;
+
+    std::unique_ptr<item, releaser<__free_content_info>> decoded(g_try_new0(item, 1));
+    if (!decoded) {
+        ZEL_CRITICAL("Fail: Memory Allocation Failure");
+        return ZEL_ERR_MEMORY;
+    }
+
+    int position = *offset;
+    if (!read_strings(buf, max_length, &position, decoded.get(), ITEM_STRINGS))
+        return ZEL_ERR_MEMORY;
+    for (auto number : ITEM_NUMBERS) {
+        if (!read_number(__get_unsigned_int, buf, max_length, &position, &(decoded.get()->*number)))
+            return ZEL_ERR_MEMORY;
+    }
+
+    *offset = position;
+    *content_info = decoded.release();
+    return ZEL_ERR_NONE;
+}
+
+zel_err_e __get_share_content_info_list(const void *buf, int max_length, int *offset,
+                                        zel_trans_share_content_info **share_content_info)
+{
+    ZEL_BEGIN();
+    if (invalid_parameter(!buf || !offset || !share_content_info))
+        return ZEL_ERR_INVALID_ARG;
+
+    std::unique_ptr<share, releaser<_common_free_share_content_info>> decoded(g_try_new0(share, 1));
+    if (!decoded) {
+        ZEL_CRITICAL("Fail: Memory Allocation Failure");
+        return ZEL_ERR_MEMORY;
+    }
+
+    int position = *offset;
+    if (!read_strings(buf, max_length, &position, decoded.get(), SHARE_STRINGS) ||
+        !read_number(__get_unsigned_long_long, buf, max_length, &position, &decoded->expired_time) ||
+        !read_number(__get_unsigned_int, buf, max_length, &position, &decoded->content_info_list_length))
+        return ZEL_ERR_MEMORY;
+    for (unsigned int i = 0; i < decoded->content_info_list_length; ++i) {
+        item *content_info = nullptr;
+        if (__get_content_info(buf, max_length, &position, &content_info) != ZEL_ERR_NONE)
+            return ZEL_ERR_MEMORY;
+        decoded->content_info_list = g_list_prepend(decoded->content_info_list, content_info);
+    }
+    decoded->content_info_list = g_list_reverse(decoded->content_info_list);
+
+    __print_share_content_info_list(decoded.get());
+    *offset = position;
+    *share_content_info = decoded.release();
+    ZEL_END();
+    return ZEL_ERR_NONE;
+}
+
+/* Sizes of the share encoding -------------------------------------------------------------------------------- */
+
+unsigned int __find_length_of_content_info(const zel_trans_content_info *content_info)
+{
+    ZEL_BEGIN();
+    if (!content_info) {
+        ZEL_CRITICAL("Invalid Parameter");
+        return 0;
+    }
+
+    const unsigned int length = ITEM_SIZE + length_of_strings(content_info, ITEM_STRINGS);
+    ZEL_END();
+    return length;
+}
+
+unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_info *share_content_info)
+{
+    ZEL_BEGIN();
+    if (!share_content_info) {
+        ZEL_CRITICAL("Invalid Parameter");
+        return 0;
+    }
+
+    unsigned int length = SHARE_SIZE + length_of_strings(share_content_info, SHARE_STRINGS);
+    count_items(share_content_info);
+    for (const GList *node = share_content_info->content_info_list; node; node = node->next)
+        length += __find_length_of_content_info(static_cast<const item *>(node->data));
+    ZEL_END();
+    return length;
+}
+
+/* Dumps ------------------------------------------------------------------------------------------------------ */
+
+void __print_share_content_info_list(const zel_trans_share_content_info *share_content_info)
+{
+    ZEL_BEGIN();
+    if (invalid_parameter(!share_content_info))
+        return;
+
+    ZEL_INFO("contents_token [%s]", log_text(share_content_info->contents_token));
+    ZEL_INFO("description [%s]", log_text(share_content_info->description));
+    ZEL_PLAIN("type [%s]", log_text(share_content_info->type));
+    ZEL_PLAIN("from_msisdn [%s]", log_text(share_content_info->from_msisdn));
+    ZEL_PLAIN("to_list [%s]", log_text(share_content_info->to_list));
+    ZEL_PLAIN("expired_time [%llu]", share_content_info->expired_time);
+    ZEL_INFO("push_status [%u]", share_content_info->push_status);
+    ZEL_INFO("content_info_list_length [%u]", share_content_info->content_info_list_length);
+
+    const GList *node = share_content_info->content_info_list;
+    for (unsigned int i = 0; node && i < share_content_info->content_info_list_length; ++i, node = node->next) {
+        const auto *content_info = static_cast<const item *>(node->data);
+        if (!content_info)
+            continue;
+        ZEL_INFO("original [%s]", log_text(content_info->original));
+        ZEL_INFO("thumbnail [%s]", log_text(content_info->thumbnail));
+        ZEL_INFO("mid_thumbnail [%s]", log_text(content_info->mid_thumbnail));
+        ZEL_INFO("big_thumbnail [%s]", log_text(content_info->big_thumbnail));
+        ZEL_INFO("name [%s]", log_text(content_info->name));
+        ZEL_INFO("content_type [%s]", log_text(content_info->content_type));
+        ZEL_INFO("contents_token [%s]", log_text(content_info->contents_token));
+        ZEL_INFO("download_count [%u]", content_info->download_count);
+        ZEL_INFO("max_download_count [%u]", content_info->max_download_count);
+        ZEL_INFO("size [%u]", content_info->size);
+        ZEL_INFO("content_id [%u]", content_info->content_id);
+    }
+    ZEL_END();
+}
+
+void __print_zel_request(const zel_request *request, const char *from, int line)
+{
+    from = log_text(from);
+    ZEL_INFO("from %s(%d) > cmd [%d]", from, line, request->cmd);
+    ZEL_INFO("from %s(%d) > req_id [%d]", from, line, static_cast<int>(request->req_id));
+    ZEL_INFO("from %s(%d) > receiver_count [%d]", from, line, static_cast<int>(request->receiver_count));
+    ZEL_INFO("from %s(%d) > url_count [%d]", from, line, static_cast<int>(request->url_count));
+    ZEL_INFO("from %s(%d) > file_count [%d]", from, line, static_cast<int>(request->file_count));
+    ZEL_PLAIN("from %s(%d) > contents_token [%s]", from, line, log_text(request->contents_token));
+    ZEL_INFO("from %s(%d) > content_token_expired_time [%lld]", from, line,
+             static_cast<long long>(request->content_token_expired_time));
+    ZEL_PLAIN("from %s(%d) > folder_token [%s]", from, line, log_text(request->folder_token));
+    ZEL_INFO("from %s(%d) > folder_token_expired_time [%lld]", from, line,
+             static_cast<long long>(request->folder_token_expired_time));
+    ZEL_PLAIN("from %s(%d) > group_id [%s]", from, line, log_text(request->group_id));
+    ZEL_PLAIN("from %s(%d) > thumbnail_type [%d]", from, line, request->thumbnail_type);
+    ZEL_PLAIN("from %s(%d) > g_list_length(file_list) [%d]", from, line,
+              static_cast<int>(g_list_length(request->file_list)));
+    for (const GList *node = request->file_list; node; node = node->next)
+        ZEL_PLAIN("from %s(%d) > file [%s]", from, line, log_text(static_cast<const char *>(node->data)));
+}
