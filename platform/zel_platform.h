@@ -36,7 +36,7 @@ typedef enum {
  *
  * @param prio how important the line is; filtering is the platform's business, the library always calls
  * @param tag  who writes; every line of the library carries "QUILLO_COMMON"
- * @param fmt  printf-style format, ending in one newline, followed by its arguments
+ * @param fmt  printf-style format, ending in a newline, followed by its arguments
  * @return anything; the library ignores it
  */
 int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) __attribute__((format(printf, 3, 4)));

@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,8 +21,8 @@ constexpr size_t INSERT_BUFFER_SIZE = 8046;
 class busy_retry
 {
   public:
-    /** Whether a statement that failed with `code` is to be tried again. */
-    bool again(int code, log_site site = log_here())
+    /** Whether a statement that failed with `code` is to be tried again; sleeps first. */
+    bool wait_and_retry(int code, log_site site = log_here())
     {
         if (code != SQLITE_BUSY)
             return false;
@@ -90,34 +91,31 @@ void hand_out_column(const query &row, int column, char **output)
         *output = copy;
 }
 
-zel_err_e reject(const char *message, log_site site)
+zel_err_e fail(zel_err_e code, const char *message, log_site site)
 {
     ZEL_CRITICAL_AT(site, "%s", message);
-    return ZEL_ERR_INVALID_ARG;
+    return code;
+}
+
+zel_err_e reject(const char *message, log_site site)
+{
+    return fail(ZEL_ERR_INVALID_ARG, message, site);
 }
 
 zel_err_e run(const sql_text &statement, const char *failure, log_site site)
 {
-    if (__execute_query(statement.get()))
-        return ZEL_ERR_NONE;
-    ZEL_CRITICAL_AT(site, "%s", failure);
-    return ZEL_ERR_STORAGE_FAILURE;
+    return __execute_query(statement.get()) ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
 }
 
 zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *failure, log_site site)
 {
-    if (__execute_insert_query(statement.get(), row_id))
-        return ZEL_ERR_NONE;
-    ZEL_CRITICAL_AT(site, "%s", failure);
-    return ZEL_ERR_STORAGE_FAILURE;
+    return __execute_insert_query(statement.get(), row_id) ? ZEL_ERR_NONE
+                                                           : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
 }
 
 zel_err_e prepared(const query &rows, const char *failure, log_site site)
 {
-    if (rows.statement)
-        return ZEL_ERR_NONE;
-    ZEL_CRITICAL_AT(site, "%s", failure);
-    return ZEL_ERR_STORAGE_FAILURE;
+    return rows.statement ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
 }
 
 zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_site site)
@@ -125,8 +123,7 @@ zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_
     const zel_err_e result = prepared(rows, failure, site);
     if (result != ZEL_ERR_NONE || rows.next())
         return result;
-    ZEL_CRITICAL_AT(site, "No records found");
-    return none;
+    return fail(none, "No records found", site);
 }
 
 zel_err_e finish(zel_err_e result, log_site site)
@@ -189,12 +186,10 @@ zel_err_e __common_storage_get_db_version(int *version)
     query row(sql("PRAGMA user_version;"));
     zel_err_e result = prepared(row, "ExecuteSelectQuery Failed");
     if (result == ZEL_ERR_NONE) {
-        if (row.next()) {
+        if (row.next())
             *version = int_column(row, 0);
-        } else {
-            ZEL_CRITICAL("Failed to get DB version");
-            result = ZEL_ERR_STORAGE_FAILURE;
-        }
+        else
+            result = fail(ZEL_ERR_STORAGE_FAILURE, "Failed to get DB version");
     }
     return finish(row, result);
 }
@@ -204,10 +199,8 @@ zel_err_e _common_storage_db_upgrade(void)
     ZEL_BEGIN();
     int version = 0;
     const zel_err_e result = __common_storage_get_db_version(&version);
-    if (result != ZEL_ERR_NONE) {
-        ZEL_CRITICAL("DB version get failed!");
-        return result;
-    }
+    if (result != ZEL_ERR_NONE)
+        return fail(result, "DB version get failed!");
     ZEL_INFO("DB version is %d", version);
     if (version == SCHEMA_VERSION)
         return ZEL_ERR_NONE;
@@ -230,7 +223,7 @@ bool __execute_query(const char *query)
             return true;
         ZEL_DEBUG("failed to execute [%s], err[%d], SQLITE_BUSY [%d]", log_text(message), code, SQLITE_BUSY);
         sqlite3_free(message);
-        if (!retry.again(code))
+        if (!retry.wait_and_retry(code))
             return false;
     }
 }
@@ -254,7 +247,7 @@ sqlite3_stmt *__execute_select_query(const char *query)
         if (code == SQLITE_OK)
             return statement;
         ZEL_DEBUG("failed to execute [%s], err[%d], SQLITE_BUSY [%d]", log_text(tail), code, SQLITE_BUSY);
-        if (!retry.again(code))
+        if (!retry.wait_and_retry(code))
             return nullptr;
     }
 }
@@ -288,7 +281,7 @@ int __execute_insert_query(const char *query, unsigned int *unique_id)
             break;
         ZEL_CRITICAL("failed to execute [%s], err[%d], SQLITE_BUSY [%d]", log_text(message), code, SQLITE_BUSY);
         sqlite3_free(message);
-        if (!retry.again(code))
+        if (!retry.wait_and_retry(code))
             return 0;
     }
     if (unique_id)
@@ -318,7 +311,8 @@ void __db_finalize(sqlite3_stmt *stmt)
         return;
     sqlite3_clear_bindings(stmt);
     sqlite3_reset(stmt);
-    ZEL_DEBUG("sqlite3_finalize = [%d]", sqlite3_finalize(stmt));
+    const int code = sqlite3_finalize(stmt);
+    ZEL_DEBUG("sqlite3_finalize = [%d]", code);
 }
 
 bool _common_storage_check_table_exist(const char *table_name)

@@ -17,6 +17,7 @@
 #define ZEL_COMMON_STORAGE_ENGINE_H
 
 #include "zel_common.h"
+#include "zel_common_internal.h"
 #include "zel_common_log_internal.h"
 #include "zel_common_storage.h"
 
@@ -52,14 +53,8 @@ int __insert_callback(void *user_data, int argc, char **argv, char **col_name);
 namespace zel_storage
 {
 
-struct sql_release {
-    void operator()(char *text) const
-    {
-        sqlite3_free(text);
-    }
-};
 /** A text that SQLite allocated. */
-using sql_text = std::unique_ptr<char, sql_release>;
+using sql_text = std::unique_ptr<char, releaser<sqlite3_free>>;
 
 /** A statement text, put together by SQLite's printf; null when memory ran out, which every executor reports. */
 sql_text sql(const char *format, ...);
@@ -136,14 +131,16 @@ inline const char *text_or_empty(const char *text)
     return text ? text : "";
 }
 
-/** A rejected argument: the operation's Critical line and its code, without an End line. */
+/** Writes a Critical line and passes the code on. */
+zel_err_e fail(zel_err_e code, const char *message, log_site site = log_here());
+
+/** A rejected argument: its Critical line and ZEL_ERR_INVALID_ARG, without an End line. */
 zel_err_e reject(const char *message, log_site site = log_here());
 
 /** Runs a statement; a failure is written as the Critical line `failure`. */
 zel_err_e run(const sql_text &statement, const char *failure, log_site site = log_here());
 
-/** Runs an insert that hands out its row id (row_id may be null); a failure is written as the Critical line `failure`.
- */
+/** Runs an insert and hands out its row id (row_id may be null); a failure is written as the line `failure`. */
 zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *failure, log_site site = log_here());
 
 /** ZEL_ERR_NONE when the query was prepared; else the Critical line `failure` and ZEL_ERR_STORAGE_FAILURE. */
@@ -169,8 +166,8 @@ using resize_function = void *(*)(void *block, size_t count, size_t size);
 void *resize_with_realloc(void *block, size_t count, size_t size);
 
 /**
- * Puts a value behind the `count` elements of an array that doubles when it is full.
- * False when it cannot grow: the array is as it was.
+ * Puts a value behind the `count` elements of an array that only this function has grown, from null: it doubles when
+ * the count reaches a power of two. False when it cannot grow: the array is as it was.
  */
 template <typename T> bool append(T *&array, unsigned int &count, T value, resize_function resize)
 {

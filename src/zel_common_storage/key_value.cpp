@@ -1,4 +1,9 @@
-/* The key-value table unique_data and the folder records of folder_info. */
+/*
+ * The key-value table unique_data and the folder records of folder_info.
+ *
+ * Unlike the other families', most rejections here write an End line, and the two reads finalize through __db_finalize,
+ * whose reset clears the code of a failed step.
+ */
 
 #include "engine.h"
 #include "schema.h"
@@ -8,22 +13,6 @@ using namespace zel_storage;
 namespace
 {
 
-/** A null key argument: unlike the other families', these rejections write an End line. */
-zel_err_e reject_null_key(log_site site = log_here())
-{
-    return finish(reject("[key] is NULL_PARAM", site), site);
-}
-
-zel_err_e reject_null_value(log_site site = log_here())
-{
-    return finish(reject("[val] is NULL_PARAM", site), site);
-}
-
-zel_err_e reject_null_group(log_site site = log_here())
-{
-    return finish(reject("[group_id] is NULL_PARAM", site), site);
-}
-
 zel_err_e write_key(const char *key, const char *val, const char *resv0, const char *resv1, const char *resv2,
                     log_site site = log_here())
 {
@@ -32,11 +21,12 @@ zel_err_e write_key(const char *key, const char *val, const char *resv0, const c
                "__execute_query error", site);
 }
 
-/** An output that the caller may not want. */
-template <typename T> void hand_out(T *output, T value)
+/* Outputs that the caller may not want. */
+
+void hand_out_time(unsigned long long *output, const query &row, int column)
 {
     if (output)
-        *output = value;
+        *output = ullong_column(row, column);
 }
 
 void hand_out_text(char **output, const query &row, int column)
@@ -52,9 +42,9 @@ zel_err_e _common_storage_upsert_unique_data(const char *key, const char *val, c
 {
     ZEL_BEGIN();
     if (!key)
-        return reject_null_key();
+        return finish(reject("[key] is NULL_PARAM"));
     if (!val)
-        return reject_null_value();
+        return finish(reject("[val] is NULL_PARAM"));
     return finish(write_key(key, val, resv0, resv1, resv2));
 }
 
@@ -64,9 +54,9 @@ zel_err_e _common_storage_upsert_and_involk_unique_data(const char *key, const c
 {
     ZEL_BEGIN();
     if (!key)
-        return reject_null_key();
+        return finish(reject("[key] is NULL_PARAM"));
     if (!val)
-        return reject_null_value();
+        return finish(reject("[val] is NULL_PARAM"));
     if (!pointer)
         return finish(reject("[pointer] is NULL_PARAM"));
     const zel_err_e result = write_key(key, val, resv0, resv1, resv2);
@@ -78,9 +68,9 @@ zel_err_e _common_storage_get_unique_data(const char *key, char **val, char **re
 {
     ZEL_BEGIN();
     if (!key)
-        return reject_null_key();
+        return finish(reject("[key] is NULL_PARAM"));
     if (!val)
-        return reject_null_value();
+        return finish(reject("[val] is NULL_PARAM"));
     query row(sql("SELECT * FROM %Q WHERE key = %Q;", TABLE_UNIQUE_DATA, key));
     const zel_err_e result = first_row(row, "__execute_query error", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE) {
@@ -97,7 +87,7 @@ zel_err_e _common_storage_delete_unique_data(const char *key)
 {
     ZEL_BEGIN();
     if (!key)
-        return reject_null_key();
+        return finish(reject("[key] is NULL_PARAM"));
     return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error"));
 }
 
@@ -108,7 +98,7 @@ zel_err_e _common_storage_upsert_folder_info(const char *group_id, const char *c
 {
     ZEL_BEGIN();
     if (!group_id)
-        return reject_null_group();
+        return finish(reject("[group_id] is NULL_PARAM"));
     ZEL_PLAIN("before group_id[%p], contents_token[%p], content_token_expired_time[%lld], folder_token[%p], "
               "folder_token_expired_time[%lld], folder_sync_time[%lld]",
               static_cast<const void *>(group_id), static_cast<const void *>(content_token),
@@ -143,15 +133,15 @@ zel_err_e _common_storage_get_folder_info(const char *group_id, char **content_t
 {
     ZEL_BEGIN();
     if (!group_id)
-        return reject_null_group();
+        return finish(reject("[group_id] is NULL_PARAM"));
     query row(sql("SELECT * FROM %Q WHERE group_id = %Q;", TABLE_FOLDER_INFO, group_id));
     const zel_err_e result = first_row(row, "__execute_query error", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE) {
         hand_out_text(content_token, row, COLUMN_FOLDER_INFO_CONTENT_TOKEN);
-        hand_out(content_token_expired_time, ullong_column(row, COLUMN_FOLDER_INFO_CONTENT_TOKEN_EXPIRED_TIME));
+        hand_out_time(content_token_expired_time, row, COLUMN_FOLDER_INFO_CONTENT_TOKEN_EXPIRED_TIME);
         hand_out_text(folder_token, row, COLUMN_FOLDER_INFO_FOLDER_TOKEN);
-        hand_out(folder_token_expired_time, ullong_column(row, COLUMN_FOLDER_INFO_FOLDER_TOKEN_EXPIRED_TIME));
-        hand_out(folder_sync_time, ullong_column(row, COLUMN_FOLDER_INFO_FOLDER_SYNC_TIME));
+        hand_out_time(folder_token_expired_time, row, COLUMN_FOLDER_INFO_FOLDER_TOKEN_EXPIRED_TIME);
+        hand_out_time(folder_sync_time, row, COLUMN_FOLDER_INFO_FOLDER_SYNC_TIME);
     }
     __db_finalize(row.release());
     return finish(result);
@@ -179,6 +169,6 @@ zel_err_e _common_storage_delete_folder_info(const char *group_id)
 {
     ZEL_BEGIN();
     if (!group_id)
-        return reject_null_group();
+        return finish(reject("[group_id] is NULL_PARAM"));
     return finish(run(sql("DELETE FROM %Q WHERE group_id = %Q", TABLE_FOLDER_INFO, group_id), "__execute_query error"));
 }

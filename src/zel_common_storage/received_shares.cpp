@@ -12,20 +12,11 @@ using namespace zel_storage;
 namespace
 {
 
-constexpr char NOT_READ[] = "Failed to get file";
-
-struct share_release {
-    void operator()(zel_trans_share_content_info *share) const
-    {
-        _common_free_share_content_info(share);
-    }
-};
-
 /** Whether a table has a row of this token. */
 bool token_exists(const char *table, const char *contents_token, log_site site = log_here())
 {
     if (!contents_token) {
-        ZEL_CRITICAL_AT(site, "Invalid Params");
+        reject("Invalid Params", site);
         return false;
     }
     query row(sql("SELECT * FROM %Q WHERE contents_token = %Q", table, contents_token), site);
@@ -130,7 +121,7 @@ zel_err_e _common_storage_get_received_time_push_noti(const char *contents_token
     if (!contents_token || !received_time)
         return reject("Invalid Params");
     query row(sql("SELECT * FROM %Q WHERE contents_token = %Q;", TABLE_PUSH_NOTI_INFO, contents_token));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE) {
         *received_time = ullong_column(row, COLUMN_PUSH_NOTI_INFO_RECEIVED_TIME);
         ZEL_DEBUG("*received_time[%llu]", *received_time);
@@ -158,7 +149,7 @@ zel_err_e _common_storage_get_contents_token_list(const char *type, bool except_
         statement = sql("SELECT contents_token FROM %Q WHERE type = %Q and read_noti = 0 ORDER BY received_time DESC;",
                         TABLE_PUSH_NOTI_INFO, type);
     query rows(statement);
-    const zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    const zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE)
         list_tokens(rows, contents_token_list, length);
     return finish(rows, result);
@@ -248,7 +239,7 @@ zel_err_e _common_storage_get_content_name(const char *url, char **name)
         return reject("Invalid Params");
     query row(sql("SELECT * FROM %Q WHERE original = %Q or thumbnail = %Q or big_thumbnail = %Q or mid_thumbnail = %Q;",
                   TABLE_CONTENT_INFO, url, url, url, url));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE)
         hand_out_column(row, COLUMN_CONTENT_INFO_NAME, name);
     return finish(row, result);
@@ -262,7 +253,7 @@ zel_err_e _common_storage_get_contents_token_content_info(const char *url, char 
     query row(sql("SELECT contents_token FROM %Q WHERE original = %Q or thumbnail = %Q or big_thumbnail = %Q or "
                   "mid_thumbnail = %Q;",
                   TABLE_CONTENT_INFO, url, url, url, url));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE)
         hand_out_column(row, 0, contents_token);
     return finish(row, result);
@@ -288,19 +279,16 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
         return reject("Invalid Params");
     ZEL_DEBUG("contents_token[%s]", contents_token);
     query rows(sql("SELECT * FROM %Q WHERE contents_token = %Q;", TABLE_CONTENT_INFO, contents_token));
-    zel_err_e result = prepared(rows, NOT_READ);
+    zel_err_e result = prepared(rows, "Failed to get file");
     if (result != ZEL_ERR_NONE)
-        return finish(result);
-    std::unique_ptr<zel_trans_share_content_info, share_release> share(
+        return finish(rows, result);
+    std::unique_ptr<zel_trans_share_content_info, releaser<_common_free_share_content_info>> share(
         static_cast<zel_trans_share_content_info *>(g_try_malloc0(sizeof(zel_trans_share_content_info))));
-    if (!share) {
-        ZEL_CRITICAL("Failed to get file");
-        return finish(rows, ZEL_ERR_MEMORY);
-    }
+    if (!share)
+        return finish(rows, fail(ZEL_ERR_MEMORY, "Failed to get file"));
     share->contents_token = g_strdup(contents_token);
     if (!rows.next()) {
-        ZEL_CRITICAL("No records found");
-        result = ZEL_ERR_RESOURCE_DOESNT_EXIST;
+        result = fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     } else {
         share->expired_time = ullong_column(rows, COLUMN_CONTENT_INFO_EXPIRED_TIME);
         share->description = copy_column(rows.statement, COLUMN_CONTENT_INFO_DESCRIPTION);
@@ -320,7 +308,7 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
     rows.close();
     if (result == ZEL_ERR_NONE)
         *noti_info = share.release();
-    share.reset();
+    share.reset(); /* its lines stand before the End line */
     return finish(result);
 }
 
@@ -348,9 +336,7 @@ zel_err_e _common_storage_get_notification_data(const char *contents_token, zel_
     if (!contents_token || !noti_info)
         return reject("Invalid Params");
     const zel_err_e result = _common_storage_get_contents(contents_token, noti_info);
-    if (result != ZEL_ERR_NONE) {
-        ZEL_CRITICAL("_common_storage_get_contents Failed");
-        return result;
-    }
+    if (result != ZEL_ERR_NONE)
+        return fail(result, "_common_storage_get_contents Failed");
     return finish(ZEL_ERR_NONE);
 }

@@ -14,13 +14,7 @@ namespace
 
 constexpr int GROUP_LIMIT = 9;
 
-struct glib_release {
-    void operator()(void *block) const
-    {
-        g_free(block);
-    }
-};
-using group_array = std::unique_ptr<int, glib_release>;
+using group_array = std::unique_ptr<int, releaser<g_free>>;
 
 zel_err_e count_rows(const char *table, int *count, log_site site = log_here())
 {
@@ -89,9 +83,8 @@ zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &co
         if (!member)
             continue;
         if (!append(members, count, member, resize_with_realloc)) {
-            ZEL_CRITICAL_AT(site, "Memory Allocation Failure");
             g_free(member);
-            return ZEL_ERR_MEMORY;
+            return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure", site);
         }
         __fill_last_receiver_info(rows.statement, member);
     } while (rows.next());
@@ -222,10 +215,8 @@ zel_err_e _common_storage_get_recent_receiver_group_list(int **group_list, int *
         return finish(rows, ZEL_ERR_NONE);
     }
     auto *const groups = static_cast<int *>(g_try_malloc0_n(static_cast<size_t>(size), sizeof(int)));
-    if (!groups) {
-        ZEL_CRITICAL("Memory Allocation Failure");
-        return ZEL_ERR_MEMORY;
-    }
+    if (!groups)
+        return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure");
     int filled = 0;
     do
         groups[filled++] = int_column(rows, 0);

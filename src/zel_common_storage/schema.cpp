@@ -109,13 +109,13 @@ zel_err_e _common_storage_db_create(void)
 {
     ZEL_BEGIN();
     zel_err_e result = ZEL_ERR_NONE;
-    for (const table &missing : TABLES) {
-        if (_common_storage_check_table_exist(missing.name))
+    for (const table &entry : TABLES) {
+        if (_common_storage_check_table_exist(entry.name))
             continue;
-        if (__execute_query(sql(missing.create).get())) {
-            ZEL_INFO("Success : create [%s]", missing.name);
+        if (__execute_query(sql(entry.create).get())) {
+            ZEL_INFO("Success : create [%s]", entry.name);
         } else {
-            ZEL_CRITICAL("FAIL : create [%s]", missing.name);
+            ZEL_CRITICAL("FAIL : create [%s]", entry.name);
             result = ZEL_ERR_STORAGE_FAILURE;
         }
     }

@@ -20,7 +20,7 @@ constexpr char TABLE_FOLDER_INFO[] = "folder_info";
 
 } // namespace zel_storage
 
-enum { // push_noti_info
+enum : int { // push_noti_info
     COLUMN_PUSH_NOTI_INFO_ID = 0,
     COLUMN_PUSH_NOTI_INFO_COTENTS_TOKEN,
     COLUMN_PUSH_NOTI_INFO_TYPE,
@@ -29,7 +29,7 @@ enum { // push_noti_info
     COLUMN_PUSH_NOTI_INFO_RECEIVED_TIME,
 };
 
-enum { // content_info
+enum : int { // content_info
     COLUMN_CONTENT_INFO_CONTENT_ID = 0,
     COLUMN_CONTENT_INFO_EXPIRED_TIME,
     COLUMN_CONTENT_INFO_DOWNLOAD_COUNT,
@@ -49,7 +49,7 @@ enum { // content_info
     COLUMN_CONTENT_INFO_PUSH_STATUS,
 };
 
-enum { // content_info_status
+enum : int { // content_info_status
     COLUMN_CONTENT_SYNC_INFO_SYNC_ID = 0,
     COLUMN_CONTENT_SYNC_INFO_TYPE,
     COLUMN_CONTENT_SYNC_INFO_STATUS,
@@ -70,7 +70,7 @@ enum { // content_info_status
     COLUMN_CONTENT_SYNC_INFO_MUPLOAD_KEY,
 };
 
-enum { // recent_receiver_details
+enum : int { // recent_receiver_details
     COLUMN_RECENT_RECEIVER_ID = 0,
     COLUMN_RECENT_RECEIVER_NUM_ID,
     COLUMN_RECENT_RECEIVER_PHONE_NO,
@@ -78,7 +78,7 @@ enum { // recent_receiver_details
     COLUMN_RECENT_RECEIVER_GROUP_ID,
 };
 
-enum { // upload_request_data
+enum : int { // upload_request_data
     COLUMN_UPLOAD_INFO_UNIQUE_ID = 0,
     COLUMN_UPLOAD_INFO_REQ_ID,
     COLUMN_UPLOAD_INFO_FILE_COUNT,
@@ -92,7 +92,7 @@ enum { // upload_request_data
     COLUMN_UPLOAD_INFO_SENT_TIME,
 };
 
-enum { // contact_details
+enum : int { // contact_details
     COLUMN_CONTACT_DETAILS_UNIQUE_ID = 0,
     COLUMN_CONTACT_DETAILS_REQ_ID,
     COLUMN_CONTACT_DETAILS_RECEIVER_NUM_ID,
@@ -100,7 +100,7 @@ enum { // contact_details
     COLUMN_CONTACT_DETAILS_RECEIVER_CCC,
 };
 
-enum { // unique_data
+enum : int { // unique_data
     COLUMN_UNIQUE_DATA_KEY = 0,
     COLUMN_UNIQUE_DATA_VALUE,
     COLUMN_UNIQUE_DATA_RESERV_0,
@@ -108,7 +108,7 @@ enum { // unique_data
     COLUMN_UNIQUE_DATA_RESERV_2,
 };
 
-enum { // folder_info
+enum : int { // folder_info
     COLUMN_FOLDER_INFO_GROUP_ID = 0,
     COLUMN_FOLDER_INFO_CONTENT_TOKEN,
     COLUMN_FOLDER_INFO_CONTENT_TOKEN_EXPIRED_TIME,

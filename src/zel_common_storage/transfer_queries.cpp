@@ -12,8 +12,6 @@ namespace
 constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
 constexpr int BATCH_LIMIT = 10;
 constexpr int RETRY_CAP = 5;
-constexpr char NOT_READ[] = "Failed to get file";
-
 /* Counts. ---------------------------------------------------------------------------------------------------------- */
 
 /** The first column of a counting query; a row that cannot be read counts as zero. */
@@ -30,7 +28,7 @@ zel_err_e count_rows(const sql_text &statement, int *count, log_site site = log_
 {
     query row(statement, site);
     int rows = 0;
-    zel_err_e result = read_count(row, NOT_READ, &rows, site);
+    zel_err_e result = read_count(row, "Failed to get file", &rows, site);
     if (result == ZEL_ERR_NONE) {
         if (rows) {
             *count = rows;
@@ -47,14 +45,12 @@ zel_err_e count_rows_of_kind(const sql_text &statement, unsigned int *count, log
 {
     query row(statement, site);
     int rows = 0;
-    zel_err_e result = read_count(row, NOT_READ, &rows, site);
+    zel_err_e result = read_count(row, "Failed to get file", &rows, site);
     if (result == ZEL_ERR_NONE) {
-        if (rows) {
+        if (rows)
             *count = static_cast<unsigned int>(rows);
-        } else {
-            ZEL_CRITICAL_AT(site, "No records found");
-            result = ZEL_ERR_RESOURCE_DOESNT_EXIST;
-        }
+        else
+            result = fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", site);
     }
     return finish(row, result, site);
 }
@@ -74,7 +70,7 @@ zel_content_sync_info *new_record(const query &rows)
 zel_err_e list_records(const sql_text &statement, GList **records, log_site site = log_here())
 {
     query rows(statement, site);
-    zel_err_e result = prepared(rows, NOT_READ, site);
+    zel_err_e result = prepared(rows, "Failed to get file", site);
     if (result == ZEL_ERR_NONE && !rows.next())
         result = ZEL_ERR_STORAGE_NO_RECORDS;
     if (result == ZEL_ERR_NONE) {
@@ -91,10 +87,8 @@ zel_err_e list_records(const sql_text &statement, GList **records, log_site site
 /** Reports a record that could not be allocated. */
 zel_err_e hand_out_record(zel_content_sync_info *record, zel_content_sync_info **output, log_site site = log_here())
 {
-    if (!record) {
-        ZEL_CRITICAL_AT(site, "Memory Allocation Failure");
-        return ZEL_ERR_MEMORY;
-    }
+    if (!record)
+        return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure", site);
     *output = record;
     return ZEL_ERR_NONE;
 }
@@ -104,7 +98,7 @@ zel_err_e list_request_ids(const sql_text &statement, unsigned int **ids, unsign
                            log_site site = log_here())
 {
     query rows(statement, site);
-    const zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
+    const zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
     if (result == ZEL_ERR_NONE) {
         unsigned int *found = nullptr;
         unsigned int found_count = 0;
@@ -137,7 +131,7 @@ sql_text row_by_sync_id(unsigned int sync_id)
 zel_err_e read_wifi_only(const sql_text &statement, bool *wifi_only, log_site site = log_here())
 {
     query row(statement, site);
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS, site);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, site);
     if (result == ZEL_ERR_NONE)
         *wifi_only = int_column(row, 0) == 1;
     return finish(row, result, site);
@@ -147,7 +141,7 @@ zel_err_e read_wifi_only(const sql_text &statement, bool *wifi_only, log_site si
 zel_err_e read_text(unsigned int sync_id, int column, char **text, log_site site = log_here())
 {
     query row(row_by_sync_id(sync_id), site);
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS, site);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, site);
     if (result == ZEL_ERR_NONE)
         hand_out_column(row, column, text);
     return finish(row, result, site);
@@ -354,7 +348,7 @@ zel_err_e _common_storage_get_sync_content_info(int content_id, zel_file_sync_ty
     if (!sync_info)
         return reject("Invalid Params");
     query rows(sql("SELECT * FROM %Q WHERE content_id = %d and sync_type = %d", TABLE, content_id, type));
-    zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         zel_content_sync_info *last = nullptr;
         do {
@@ -375,7 +369,7 @@ zel_err_e _common_storage_get_sync_content_info_by_sync_id(int sync_id, zel_cont
     if (!sync_info)
         return reject("Invalid Params");
     query row(row_by_sync_id(static_cast<unsigned int>(sync_id)));
-    zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         result = hand_out_record(new_record(row), sync_info);
     return finish(row, result);
@@ -435,7 +429,7 @@ zel_err_e _common_storage_get_sync_content_info_url_list(int req_id, GList **url
     if (req_id <= 0 || !url_list)
         return reject("Invalid parameter");
     query rows(sql("SELECT * FROM %Q WHERE req_id = %d;", TABLE, req_id));
-    const zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         GList *list = nullptr;
         do {
@@ -494,7 +488,7 @@ zel_err_e _common_storage_get_percentage_by_sync_id(unsigned int sync_id, unsign
     if (!sync_id)
         return reject("Invalid parameter");
     query row(row_by_sync_id(sync_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         *percentage = uint_column(row, COLUMN_CONTENT_SYNC_INFO_PERCENTAGE);
     return finish(row, result);
@@ -508,7 +502,7 @@ zel_err_e _common_storage_get_upload_info(int sync_id, unsigned int *offset, int
     if (!sync_id)
         return reject("Invalid parameter");
     query row(row_by_sync_id(static_cast<unsigned int>(sync_id)));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         *offset = uint_column(row, COLUMN_CONTENT_SYNC_INFO_OFFSET);
         *chunk_no = int_column(row, COLUMN_CONTENT_SYNC_INFO_CHUNK_NO);
@@ -538,7 +532,7 @@ zel_err_e _common_storage_get_sync_type_by_req_id(int req_id, int *sync_type)
     if (!sync_type)
         return reject("Invalid Params");
     query row(sql("SELECT sync_type FROM %Q WHERE req_id = %d;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         *sync_type = int_column(row, 0);
     return finish(row, result);
@@ -550,7 +544,7 @@ zel_err_e _common_storage_get_sent_time_by_req_id(int req_id, int *sent_time)
     if (!req_id || !sent_time)
         return reject("Invalid Params");
     query row(sql("SELECT sent_time FROM %Q WHERE req_id = %d;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         *sent_time = int_column(row, 0);
         ZEL_INFO("sent_time[%d] reqid[%d]", *sent_time, req_id);
@@ -566,7 +560,7 @@ zel_err_e _common_storage_get_sent_time_local_path_by_req_id(int req_id, int *se
     if (!req_id || !sent_time || !local_paths || !count)
         return reject("Invalid Params");
     query rows(sql("SELECT sent_time, local_path FROM %Q WHERE req_id = %d;", TABLE, req_id));
-    zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         const int first_sent_time = int_column(rows, 0);
         ZEL_INFO("[Reshare] sent_time [%d]", first_sent_time);
@@ -575,9 +569,8 @@ zel_err_e _common_storage_get_sent_time_local_path_by_req_id(int req_id, int *se
         do {
             char *path = copy_column(rows.statement, 1);
             if (path && !append(paths, path_count, path, g_try_realloc_n)) {
-                ZEL_CRITICAL("Memory Allocation Failed!!");
                 g_free(path);
-                result = ZEL_ERR_MEMORY;
+                result = fail(ZEL_ERR_MEMORY, "Memory Allocation Failed!!");
                 break;
             }
             ZEL_PLAIN("local_path[%s]", log_text(path_count ? paths[path_count - 1] : nullptr));

@@ -11,15 +11,6 @@ namespace
 {
 
 constexpr auto TABLE = TABLE_UPLOAD_REQUEST_DATA;
-constexpr char NOT_READ[] = "Failed to get file";
-
-struct report_release {
-    void operator()(zel_trans_upload_info *report) const
-    {
-        _common_free_upload_info(report);
-    }
-};
-
 /** A zero-filled array for an operation to hand out; reports the failure when there is no memory for it. */
 template <typename T> T *new_array(unsigned int count, log_site site = log_here())
 {
@@ -33,14 +24,11 @@ template <typename T> T *new_array(unsigned int count, log_site site = log_here(
 zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site = log_here())
 {
     query row(statement, site);
-    const zel_err_e result = prepared(row, NOT_READ, site);
+    const zel_err_e result = prepared(row, "Failed to get file", site);
     if (result != ZEL_ERR_NONE)
         return result;
     *size = row.next() ? uint_column(row, 0) : 0;
-    if (*size)
-        return ZEL_ERR_NONE;
-    ZEL_CRITICAL_AT(site, "No records found");
-    return ZEL_ERR_RESOURCE_DOESNT_EXIST;
+    return *size ? ZEL_ERR_NONE : fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", site);
 }
 
 /** Hands out the ids of `listing`, as many as `counting` counts. */
@@ -52,7 +40,7 @@ zel_err_e list_counted_ids(const sql_text &counting, const sql_text &listing, un
     if (result != ZEL_ERR_NONE)
         return result;
     query rows(listing, site);
-    result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
+    result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
     if (result != ZEL_ERR_NONE)
         return result;
     auto *const found = new_array<unsigned int>(size, site);
@@ -150,15 +138,11 @@ zel_err_e _common_storage_delete_recalled_contents(const char *contents_token)
         return reject("Invalid parameter");
     unsigned int req_id = 0;
     zel_err_e result = _common_storage_get_reqid_from_contents_token(contents_token, &req_id);
-    if (result != ZEL_ERR_NONE) {
-        ZEL_CRITICAL("Error: _common_storage_get_reqid_from_contents_token() failed!");
-        return result;
-    }
+    if (result != ZEL_ERR_NONE)
+        return fail(result, "Error: _common_storage_get_reqid_from_contents_token() failed!");
     result = _common_storage_delete_sync_content_info_by_req_id(req_id);
-    if (result != ZEL_ERR_NONE) {
-        ZEL_CRITICAL("Error: _common_storage_delete_sync_content_info_by_req_id() failed!");
-        return result;
-    }
+    if (result != ZEL_ERR_NONE)
+        return fail(result, "Error: _common_storage_delete_sync_content_info_by_req_id() failed!");
     return finish(ZEL_ERR_NONE);
 }
 
@@ -171,7 +155,7 @@ zel_err_e _common_storage_get_upload_content_count(unsigned int req_id, int *cou
         return reject("Invalid parameter");
     *count = 0;
     query row(sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         *count = int_column(row, 0);
     return finish(row, result);
@@ -183,7 +167,7 @@ zel_err_e _common_storage_get_upload_total_size(unsigned int req_id, unsigned lo
     if (!req_id || !size)
         return reject("Invalid parameter");
     query row(sql("SELECT total_size FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         *size = ullong_column(row, 0);
     return finish(row, result);
@@ -195,7 +179,7 @@ zel_err_e _common_storage_get_upload_expire_time(unsigned int req_id, unsigned l
     if (!req_id || !expire_time)
         return reject("Invalid parameter");
     query row(sql("SELECT expired_time FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         *expire_time = ullong_column(row, 0);
     return finish(row, result);
@@ -207,7 +191,7 @@ zel_err_e _common_storage_get_upload_contents_token(unsigned int req_id, char **
     if (!req_id || !contents_token)
         return reject("Invalid parameter");
     query row(sql("SELECT contents_token FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         hand_out_column(row, 0, contents_token);
     return finish(row, result);
@@ -219,7 +203,7 @@ zel_err_e _common_storage_get_upload_status(unsigned int req_id, int *status)
     if (!req_id || !status)
         return reject("Invalid parameter");
     query row(sql("SELECT status FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE)
         *status = int_column(row, 0);
     return finish(row, result);
@@ -231,7 +215,7 @@ zel_err_e _common_storage_get_upload_app_info(unsigned int req_id, unsigned int 
     if (!req_id || !app_type)
         return reject("Invalid parameter");
     query row(sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         *app_type = uint_column(row, COLUMN_UPLOAD_INFO_APP_TYPE);
         if (description)
@@ -266,14 +250,12 @@ zel_err_e _common_storage_get_request_id_list(quillo_app_type_e app_type, unsign
                                               unsigned int *request_id_count)
 {
     ZEL_BEGIN();
-    if (!request_id_list || !request_id_count) {
-        ZEL_CRITICAL("Invalid param");
-        return static_cast<zel_err_e>(-1);
-    }
+    if (!request_id_list || !request_id_count)
+        return fail(static_cast<zel_err_e>(-1), "Invalid param");
     query rows(app_type == APP_TYPE_NONE
                    ? sql("SELECT req_id FROM %Q ORDER BY sent_time DESC;", TABLE)
                    : sql("SELECT req_id FROM %Q WHERE app_type = %d ORDER BY sent_time DESC;", TABLE, app_type));
-    const zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    const zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE) {
         unsigned int *ids = nullptr;
         unsigned int count = 0;
@@ -363,12 +345,10 @@ zel_err_e _common_storage_get_upload_data(unsigned int request_id, zel_trans_upl
     ZEL_BEGIN();
     if (!request_id || !upload_info)
         return reject("Invalid params");
-    std::unique_ptr<zel_trans_upload_info, report_release> report(
+    std::unique_ptr<zel_trans_upload_info, releaser<_common_free_upload_info>> report(
         static_cast<zel_trans_upload_info *>(g_try_malloc0(sizeof(zel_trans_upload_info))));
-    if (!report) {
-        ZEL_CRITICAL("Failed to malloc");
-        return ZEL_ERR_MEMORY;
-    }
+    if (!report)
+        return fail(ZEL_ERR_MEMORY, "Failed to malloc");
 
     query row(sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE, request_id));
     zel_err_e result = first_row(row, "Failed to get file details", ZEL_ERR_RESOURCE_DOESNT_EXIST);
@@ -424,7 +404,7 @@ zel_err_e _common_storage_get_upload_recievers_details(unsigned int req_id,
     if (result != ZEL_ERR_NONE)
         return result;
     query rows(sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE_CONTACT_DETAILS, req_id));
-    result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result != ZEL_ERR_NONE)
         return result;
     auto *const receivers = new_array<quillo_msisdn_s *>(size);
@@ -460,7 +440,7 @@ zel_err_e _common_storage_get_sync_content_info_file_path_list(int req_id, zel_t
     if (req_id <= 0 || !upload_info)
         return reject("Invalid parameter");
     query rows(sql("SELECT * FROM %Q WHERE req_id = %d;", TABLE_CONTENT_INFO_STATUS, req_id));
-    const zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_STORAGE_NO_RECORDS);
+    const zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
     if (result == ZEL_ERR_NONE) {
         GList *paths = nullptr;
         do {
@@ -482,7 +462,7 @@ zel_err_e _common_storage_get_upload_receipients_details(unsigned int req_id, un
     if (!req_id || !receipients_count || !receipients)
         return reject("Invalid Params");
     query rows(sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE_CONTACT_DETAILS, req_id));
-    const zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    const zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result != ZEL_ERR_NONE)
         return result;
     auto *const texts = new_array<char *>(receipients_count);
@@ -523,7 +503,7 @@ zel_err_e _common_storage_get_upload_content_path_list(unsigned int req_id, char
     if (result != ZEL_ERR_NONE)
         return result;
     query rows(sql("SELECT local_path FROM %Q WHERE req_id = %u;", TABLE_CONTENT_INFO_STATUS, req_id));
-    result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result != ZEL_ERR_NONE)
         return result;
     auto *const paths = new_array<char *>(size);
@@ -558,7 +538,7 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
     ZEL_INFO("chk_time is %llu", chk_time);
 
     query rows(sql("SELECT file_count, total_size FROM %Q WHERE expired_time >= %llu;", TABLE, chk_time));
-    zel_err_e result = first_row(rows, NOT_READ, ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    zel_err_e result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
     if (result == ZEL_ERR_NONE) {
         unsigned int total_num = 0;
         unsigned long long total_size = 0;
@@ -576,8 +556,7 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
             *get_total_file_num = total_num;
             *get_total_file_size = total_size;
         } else {
-            ZEL_CRITICAL("No records found");
-            result = ZEL_ERR_RESOURCE_DOESNT_EXIST;
+            result = fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
         }
     }
     return finish(rows, result);
