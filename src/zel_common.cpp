@@ -129,6 +129,24 @@ void _common_print_error_info(int err_code)
 
 /* Records that travel between client, service and store ------------------------------------------------------ */
 
+namespace
+{
+
+/** Releases an array of recipients with its records, some of which may be NULL. */
+void free_recipients(quillo_msisdn_s **recipients, size_t count)
+{
+    for (size_t i = 0; recipients && i < count; ++i) {
+        if (quillo_msisdn_s *recipient = recipients[i]) {
+            g_free(recipient->ccc);
+            g_free(recipient->phone_number);
+            g_free(recipient);
+        }
+    }
+    g_free(recipients);
+}
+
+} // namespace
+
 void _common_free_url_info(void *data)
 {
     ZEL_BEGIN();
@@ -185,21 +203,6 @@ void _common_free_share_content_info(void *data)
     ZEL_END();
 }
 
-void __free_msisdn_list(quillo_msisdn_s **msisdn_list, size_t msisdn_count)
-{
-    if (!msisdn_list)
-        return;
-
-    for (size_t i = 0; i < msisdn_count; ++i) {
-        if (quillo_msisdn_s *recipient = msisdn_list[i]) {
-            g_free(recipient->ccc);
-            g_free(recipient->phone_number);
-            g_free(recipient);
-        }
-    }
-    g_free(msisdn_list);
-}
-
 void __free_file_path_list(void *data)
 {
     ZEL_BEGIN();
@@ -212,7 +215,7 @@ void _common_free_upload_info(void *data)
     ZEL_BEGIN();
     if (data) {
         auto *upload = static_cast<zel_trans_upload_info *>(data);
-        __free_msisdn_list(upload->msisdn_list, upload->msisdn_count);
+        free_recipients(upload->msisdn_list, upload->msisdn_count);
         g_list_free_full(upload->file_path_list, __free_file_path_list);
         g_free(const_cast<char *>(upload->contents_token));
         g_free(upload);

@@ -46,9 +46,6 @@ void __free_file_path_list(void *data);
 
 /** Releases a zel_trans_content_info with its strings; data may be NULL. Writes no log line. */
 void __free_content_info(void *data);
-
-/** Releases an array of recipients with its records, some of which may be NULL. Writes no log line. */
-void __free_msisdn_list(quillo_msisdn_s **msisdn_list, size_t msisdn_count);
 }
 
 #endif

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 namespace
@@ -238,7 +239,8 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
 
     __enter_critical_section(req_queue);
     GList *node = find_node(req_queue, func, user_data);
-    if (node) {
+    const bool found = node != nullptr;
+    if (found) {
         /* The line names the node's address, which stays a mere number once the node is gone. */
         const auto address = reinterpret_cast<uintptr_t>(node);
         void *item = unlink_node(req_queue, node);
@@ -247,7 +249,7 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
     }
     __leave_critical_section(req_queue);
     ZEL_END();
-    return node != nullptr;
+    return found;
 }
 
 int _common_queue_length(zel_queue_s *req_queue)

@@ -306,11 +306,10 @@ void write_strings(void *buf, int *offset, const Record *record, char *Record::*
 template <typename Record, size_t count>
 bool read_strings(const void *buf, int max_length, int *offset, Record *record, char *Record::*const (&strings)[count])
 {
-    for (auto string : strings) {
-        if (__get_string(buf, max_length, offset, &(record->*string)) != ZEL_ERR_NONE)
-            return false;
-    }
-    return true;
+    bool read = true;
+    for (auto string : strings)
+        read = read && __get_string(buf, max_length, offset, &(record->*string)) == ZEL_ERR_NONE;
+    return read;
 }
 
 template <typename Record, size_t count>
