@@ -747,7 +747,7 @@ zel_err_e _common_storage_get_sync_content_info_list_only_by_req_id(zel_file_syn
  * @param type       the kind of transfer
  * @param sync_info  receives a new record, released with _common_storage_free_sync_content_info
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when sync_info is NULL; ZEL_ERR_STORAGE_NO_RECORDS when there is none;
- *         ZEL_ERR_STORAGE_FAILURE
+ *         ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_get_sync_content_info(int content_id, zel_file_sync_type type,
                                                 zel_content_sync_info **sync_info);
@@ -758,7 +758,7 @@ zel_err_e _common_storage_get_sync_content_info(int content_id, zel_file_sync_ty
  * @param sync_id   the transfer
  * @param sync_info receives a new record, released with _common_storage_free_sync_content_info
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when sync_info is NULL; ZEL_ERR_STORAGE_NO_RECORDS when it is absent;
- *         ZEL_ERR_STORAGE_FAILURE
+ *         ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_get_sync_content_info_by_sync_id(int sync_id, zel_content_sync_info **sync_info);
 
@@ -1331,7 +1331,7 @@ zel_err_e _common_storage_clear_recent_receiver(void);
  *                                     NULL
  * @param count                        receives the number of records
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no
- *         group; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
+ *         group or the groups could not be counted; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_get_recent_receiver_details(quillo_msisdn_s ***recent_receiver_list_details,
                                                       unsigned int *count);
@@ -1340,7 +1340,7 @@ zel_err_e _common_storage_get_recent_receiver_details(quillo_msisdn_s ***recent_
  * Lists the numbers of the groups, the most recently used first.
  *
  * @param group_list receives an array of numbers; stays untouched when count is set to 0
- * @param count      receives their number; 0 only when the groups vanished between counting and reading
+ * @param count      receives their number; 0 only when they were counted but their first row could not be read
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no
  *         group or the groups could not be counted; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */

@@ -154,6 +154,16 @@ void *resize_with_realloc(void *block, size_t count, size_t size)
     return count > SIZE_MAX / size ? nullptr : realloc(block, count * size);
 }
 
+bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_site site)
+{
+    if (append(ids, count, id, g_try_realloc_n))
+        return true;
+    ZEL_CRITICAL_AT(site, "Memory Allocation Failed!!");
+    g_clear_pointer(&ids, g_free);
+    count = 0;
+    return false;
+}
+
 } // namespace zel_storage
 
 zel_err_e _common_storage_init(void)

@@ -59,6 +59,12 @@ using sql_text = std::unique_ptr<char, releaser<sqlite3_free>>;
 /** A statement text, put together by SQLite's printf; null when memory ran out, which every executor reports. */
 sql_text sql(const char *format, ...);
 
+/** For the columns that never hold NULL. */
+inline const char *text_or_empty(const char *text)
+{
+    return text ? text : "";
+}
+
 /** A prepared statement that finalizes itself, with the operation's "sqlite3_finalize" line, on every path. */
 struct query {
     explicit query(const sql_text &text, log_site of = log_here())
@@ -121,15 +127,14 @@ inline const char *text_column(const query &row, int column)
 }
 /** A copy for the caller, to be released with g_free; null for SQL NULL and for the empty text. */
 char *copy_column(sqlite3_stmt *row, int column);
+inline char *copy_column(const query &row, int column)
+{
+    return copy_column(row.statement, column);
+}
 /** Hands the caller a copy of the text; SQL NULL and the empty text leave the output as it is. */
 void hand_out_column(const query &row, int column, char **output);
 
 /* The patterns. */
-
-inline const char *text_or_empty(const char *text)
-{
-    return text ? text : "";
-}
 
 /** Writes a Critical line and passes the code on. */
 zel_err_e fail(zel_err_e code, const char *message, log_site site = log_here());
@@ -181,6 +186,12 @@ template <typename T> bool append(T *&array, unsigned int &count, T value, resiz
     array[count++] = value;
     return true;
 }
+
+/**
+ * Appends to an array of request ids. When it cannot grow, that is said with a Critical line and the array is given up:
+ * null, with a count of 0.
+ */
+bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_site site = log_here());
 
 } // namespace zel_storage
 

@@ -36,7 +36,7 @@ void list_tokens(const query &rows, char ***tokens, unsigned int *length, log_si
     char **found = nullptr;
     unsigned int count = 0;
     do {
-        char *token = copy_column(rows.statement, 0);
+        char *token = copy_column(rows, 0);
         if (!token)
             continue;
         if (!append(found, count, token, resize_with_realloc)) {
@@ -291,9 +291,9 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
         result = fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     } else {
         share->expired_time = ullong_column(rows, COLUMN_CONTENT_INFO_EXPIRED_TIME);
-        share->description = copy_column(rows.statement, COLUMN_CONTENT_INFO_DESCRIPTION);
-        share->from_msisdn = copy_column(rows.statement, COLUMN_CONTENT_INFO_FROM_MSISDN);
-        share->to_list = copy_column(rows.statement, COLUMN_CONTENT_INFO_TO_LIST);
+        share->description = copy_column(rows, COLUMN_CONTENT_INFO_DESCRIPTION);
+        share->from_msisdn = copy_column(rows, COLUMN_CONTENT_INFO_FROM_MSISDN);
+        share->to_list = copy_column(rows, COLUMN_CONTENT_INFO_TO_LIST);
         share->push_status = uint_column(rows, COLUMN_CONTENT_INFO_PUSH_STATUS);
         do {
             auto *item = static_cast<zel_trans_content_info *>(g_try_malloc0(sizeof(zel_trans_content_info)));

@@ -12,6 +12,7 @@ namespace
 constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
 constexpr int BATCH_LIMIT = 10;
 constexpr int RETRY_CAP = 5;
+
 /* Counts. ---------------------------------------------------------------------------------------------------------- */
 
 /** The first column of a counting query; a row that cannot be read counts as zero. */
@@ -29,14 +30,12 @@ zel_err_e count_rows(const sql_text &statement, int *count, log_site site = log_
     query row(statement, site);
     int rows = 0;
     zel_err_e result = read_count(row, "Failed to get file", &rows, site);
-    if (result == ZEL_ERR_NONE) {
-        if (rows) {
-            *count = rows;
-        } else {
-            ZEL_DEBUG_AT(site, "No records found");
-            result = ZEL_ERR_STORAGE_NO_RECORDS;
-        }
+    if (result == ZEL_ERR_NONE && !rows) {
+        ZEL_DEBUG_AT(site, "No records found");
+        result = ZEL_ERR_STORAGE_NO_RECORDS;
     }
+    if (result == ZEL_ERR_NONE)
+        *count = rows;
     return finish(row, result, site);
 }
 
@@ -46,12 +45,10 @@ zel_err_e count_rows_of_kind(const sql_text &statement, unsigned int *count, log
     query row(statement, site);
     int rows = 0;
     zel_err_e result = read_count(row, "Failed to get file", &rows, site);
-    if (result == ZEL_ERR_NONE) {
-        if (rows)
-            *count = static_cast<unsigned int>(rows);
-        else
-            result = fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", site);
-    }
+    if (result == ZEL_ERR_NONE && !rows)
+        result = fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", site);
+    if (result == ZEL_ERR_NONE)
+        *count = static_cast<unsigned int>(rows);
     return finish(row, result, site);
 }
 
@@ -84,7 +81,7 @@ zel_err_e list_records(const sql_text &statement, GList **records, log_site site
     return finish(rows, result, site);
 }
 
-/** Reports a record that could not be allocated. */
+/** Hands out a record; reports one that could not be allocated. */
 zel_err_e hand_out_record(zel_content_sync_info *record, zel_content_sync_info **output, log_site site = log_here())
 {
     if (!record)
@@ -107,12 +104,8 @@ zel_err_e list_request_ids(const sql_text &statement, unsigned int **ids, unsign
             const unsigned int id = uint_column(rows, 0);
             if (id == last)
                 continue;
-            if (!append(found, found_count, id, g_try_realloc_n)) {
-                ZEL_CRITICAL_AT(site, "Memory Allocation Failed!!");
-                g_clear_pointer(&found, g_free);
-                found_count = 0;
+            if (!append_id(found, found_count, id, site))
                 break;
-            }
             last = id;
         } while (rows.next());
         *ids = found;
@@ -352,11 +345,9 @@ zel_err_e _common_storage_get_sync_content_info(int content_id, zel_file_sync_ty
     if (result == ZEL_ERR_NONE) {
         zel_content_sync_info *last = nullptr;
         do {
-            if (zel_content_sync_info *record = new_record(rows)) {
-                if (last)
-                    _common_storage_free_sync_content_info(last);
-                last = record;
-            }
+            if (last)
+                _common_storage_free_sync_content_info(last);
+            last = new_record(rows);
         } while (rows.next());
         result = hand_out_record(last, sync_info);
     }
@@ -476,7 +467,7 @@ zel_err_e _common_storage_get_local_path_by_sync_id(unsigned int sync_id, char *
         return reject("Invalid Params");
     if (!sync_id)
         return reject("Invalid parameter");
-    /* The thumbnail, which is what the receivers of this path show. */
+    /* The thumbnail, not the column local_path: callers rely on it. */
     return read_text(sync_id, COLUMN_CONTENT_SYNC_INFO_THUMBNAIL, local_path);
 }
 
@@ -567,7 +558,7 @@ zel_err_e _common_storage_get_sent_time_local_path_by_req_id(int req_id, int *se
         char **paths = nullptr;
         unsigned int path_count = 0;
         do {
-            char *path = copy_column(rows.statement, 1);
+            char *path = copy_column(rows, 1);
             if (path && !append(paths, path_count, path, g_try_realloc_n)) {
                 g_free(path);
                 result = fail(ZEL_ERR_MEMORY, "Memory Allocation Failed!!");

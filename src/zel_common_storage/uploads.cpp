@@ -11,6 +11,7 @@ namespace
 {
 
 constexpr auto TABLE = TABLE_UPLOAD_REQUEST_DATA;
+
 /** A zero-filled array for an operation to hand out; reports the failure when there is no memory for it. */
 template <typename T> T *new_array(unsigned int count, log_site site = log_here())
 {
@@ -260,12 +261,8 @@ zel_err_e _common_storage_get_request_id_list(quillo_app_type_e app_type, unsign
         unsigned int *ids = nullptr;
         unsigned int count = 0;
         do {
-            if (!append(ids, count, uint_column(rows, 0), g_try_realloc_n)) {
-                ZEL_CRITICAL("Memory Allocation Failed!!");
-                g_clear_pointer(&ids, g_free);
-                count = 0;
+            if (!append_id(ids, count, uint_column(rows, 0)))
                 break;
-            }
         } while (rows.next());
         *request_id_list = ids;
         *request_id_count = count;
@@ -511,7 +508,7 @@ zel_err_e _common_storage_get_upload_content_path_list(unsigned int req_id, char
         return ZEL_ERR_MEMORY;
     unsigned int filled = 0;
     do {
-        if (char *path = copy_column(rows.statement, 0))
+        if (char *path = copy_column(rows, 0))
             paths[filled++] = path;
     } while (filled < size && rows.next());
     *content_path_list = paths;
@@ -525,14 +522,14 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
                                                                unsigned long long *get_total_file_size,
                                                                unsigned int *get_total_file_num)
 {
-    static constexpr unsigned long long SHARE_LIFE = 172800; // 48 hours in seconds
+    static constexpr unsigned long long HORIZON = 172800; // 48 hours in seconds
     static constexpr unsigned int SECONDS_PER_HOUR = 3600;
 
     ZEL_BEGIN();
     if (!get_total_file_size || !get_total_file_num)
         return reject("Invalid Params");
     const unsigned long long now_time = _common_util_get_current_timestamp();
-    unsigned long long chk_time = now_time + SHARE_LIFE - time_duration_hr * SECONDS_PER_HOUR;
+    unsigned long long chk_time = now_time + HORIZON - time_duration_hr * SECONDS_PER_HOUR;
     ZEL_INFO("now_time is %llu, chk_time is %llu", now_time, chk_time);
     chk_time *= 1000; // expiry is stored in milliseconds
     ZEL_INFO("chk_time is %llu", chk_time);
