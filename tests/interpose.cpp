@@ -283,7 +283,7 @@ char *__wrap_sqlite3_mprintf(const char *format, ...)
     return text;
 }
 
-#if __SIZEOF_POINTER__ == 4
+// The names that 64-bit file offsets and times give them; each is called with the structures of this build.
 #define SAME(name, other) decltype(__wrap_##name) __wrap_##other __attribute__((alias("__wrap_" #name)))
 SAME(fopen, fopen64);
 SAME(stat, stat64);
@@ -291,6 +291,5 @@ SAME(stat, __stat64_time64);
 SAME(gettimeofday, __gettimeofday64);
 SAME(time, __time64);
 SAME(pthread_cond_timedwait, __pthread_cond_timedwait64);
-#endif
 
 } // extern "C"

@@ -1,0 +1,321 @@
+#include "interpose.h"
+#include "recording_platform.h"
+#include "zel_common_queue.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <future>
+#include <latch>
+#include <thread>
+#include <vector>
+
+using namespace zel_test;
+
+namespace
+{
+
+zel_queue_s *current = nullptr;
+std::vector<void *> released;
+
+bool lock_is_held()
+{
+    if (pthread_mutex_trylock(&current->available_lock) == EBUSY)
+        return true;
+    pthread_mutex_unlock(&current->available_lock);
+    return false;
+}
+
+void release(void *item)
+{
+    EXPECT_TRUE(lock_is_held());
+    released.push_back(item);
+}
+
+// Items are numbers here; two match when they agree in the last digit.
+int differs_in_last_digit(const void *item, const void *wanted)
+{
+    EXPECT_TRUE(lock_is_held());
+    return reinterpret_cast<intptr_t>(item) % 10 != reinterpret_cast<intptr_t>(wanted) % 10;
+}
+
+int matches(void *item, void *wanted)
+{
+    return differs_in_last_digit(item, wanted);
+}
+
+void *item(intptr_t number)
+{
+    return reinterpret_cast<void *>(number);
+}
+
+const trace lock = whole("__enter_critical_section");
+const trace unlock = whole("__leave_critical_section");
+
+trace locked(const std::string &function, std::initializer_list<trace> inside = {})
+{
+    return whole(function, {lock, join(inside), unlock});
+}
+
+class Queue : public testing::Test
+{
+  protected:
+    Queue()
+    {
+        EXPECT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
+        EXPECT_TRACE(whole("_common_queue_init"));
+        current = queue;
+    }
+    ~Queue() override
+    {
+        if (queue)
+            _common_queue_deinit(queue, release);
+    }
+
+    void push(std::initializer_list<intptr_t> numbers)
+    {
+        for (const intptr_t number : numbers)
+            _common_queue_push(queue, item(number));
+        take_trace();
+    }
+
+    std::vector<void *> pop_all()
+    {
+        std::vector<void *> items;
+        while (_common_queue_length(queue) > 0)
+            items.push_back(_common_queue_pop(queue));
+        take_trace();
+        return items;
+    }
+
+    // Until a thread sleeps in a pop: it gives the lock back only by falling asleep.
+    void wait_for_sleeper()
+    {
+        ASSERT_TRUE(waits_entered.try_acquire_for(std::chrono::seconds(60)));
+        pthread_mutex_lock(&queue->available_lock);
+        pthread_mutex_unlock(&queue->available_lock);
+    }
+
+    zel_queue_s *queue = nullptr;
+};
+
+} // namespace
+
+TEST_F(Queue, ItemsLeaveInTheOrderTheyCame)
+{
+    EXPECT_EQ(queue->item_list, nullptr);
+    _common_queue_push(queue, item(1));
+    EXPECT_TRACE(locked("_common_queue_push", {whole("__push_front"), whole("__wake_condition_variable")}));
+    _common_queue_push(queue, item(2));
+    EXPECT_TRACE(locked("_common_queue_push", {whole("__push_front")}));
+    _common_queue_push(queue, nullptr);
+    EXPECT_EQ(calls::cond_signal.calls(), 1) << "only the step from empty to one signals";
+    take_trace();
+
+    EXPECT_EQ(_common_queue_length(queue), 3);
+    EXPECT_TRACE(locked("_common_queue_length"));
+    EXPECT_EQ(queue->item_list->data, nullptr) << "the head is the newest";
+    EXPECT_EQ(_common_queue_pop(queue), item(1));
+    EXPECT_TRACE(locked("_common_queue_pop", {whole("__pop_back")}));
+    EXPECT_EQ(_common_queue_pop(queue), item(2));
+    EXPECT_EQ(_common_queue_pop(queue), nullptr) << "a null item is an item";
+    EXPECT_EQ(queue->item_list, nullptr);
+
+    push({4});
+    EXPECT_EQ(calls::cond_signal.calls(), 2) << "empty to one again";
+    EXPECT_EQ(_common_queue_pop(queue), item(4));
+}
+
+TEST_F(Queue, FindGivesTheNewestMatchAndLeavesIt)
+{
+    push({17, 1, 27, 3});
+    EXPECT_EQ(_common_queue_find(queue, matches, item(7)), item(27));
+    EXPECT_TRACE(locked("_common_queue_find"));
+    EXPECT_EQ(_common_queue_find(queue, matches, item(9)), nullptr);
+    EXPECT_TRACE(locked("_common_queue_find"));
+    EXPECT_EQ(pop_all(), (std::vector{item(17), item(1), item(27), item(3)}));
+}
+
+TEST_F(Queue, RemoveUnlinksTheNewestSuchPointerOnly)
+{
+    push({17, 1, 17, 3});
+    _common_queue_remove(queue, item(7));
+    EXPECT_TRACE(locked("_common_queue_remove"));
+    EXPECT_EQ(_common_queue_length(queue), 4);
+    take_trace();
+    _common_queue_remove(queue, item(17));
+    EXPECT_TRACE(locked("_common_queue_remove"));
+    EXPECT_EQ(pop_all(), (std::vector{item(17), item(1), item(3)}));
+    EXPECT_TRUE(released.empty());
+}
+
+TEST_F(Queue, FindAndRemoveReleasesTheNewestMatch)
+{
+    push({17, 1, 27, 3});
+    char element[40];
+    std::snprintf(element, sizeof element, "elem[%p]", static_cast<void *>(queue->item_list->next));
+    EXPECT_TRUE(_common_queue_find_and_remove(queue, matches, release, item(7)));
+    EXPECT_TRACE(locked("_common_queue_find_and_remove", {debug("_common_queue_find_and_remove", element)}));
+    EXPECT_EQ(released, std::vector{item(27)});
+    EXPECT_FALSE(_common_queue_find_and_remove(queue, matches, release, item(9)));
+    EXPECT_TRACE(locked("_common_queue_find_and_remove"));
+    EXPECT_EQ(released.size(), 1u);
+    EXPECT_EQ(pop_all(), (std::vector{item(17), item(1), item(3)}));
+}
+
+TEST_F(Queue, ClearReleasesNewestFirst)
+{
+    push({1, 2, 3});
+    _common_queue_clear(queue, release);
+    EXPECT_TRACE(locked("_common_queue_clear"));
+    EXPECT_EQ(released, (std::vector{item(3), item(2), item(1)}));
+    EXPECT_EQ(queue->item_list, nullptr);
+    _common_queue_clear(queue, release);
+    EXPECT_TRACE(locked("_common_queue_clear", {critical("_common_queue_clear", "req_queue->item_list is NULL")}));
+    push({4});
+    EXPECT_EQ(pop_all(), std::vector{item(4)});
+}
+
+TEST_F(Queue, DeinitReleasesWhatIsLeft)
+{
+    push({1, 2});
+    _common_queue_deinit(queue, release);
+    EXPECT_TRACE(whole("_common_queue_deinit", {locked("_common_queue_clear")}));
+    EXPECT_EQ(released, (std::vector{item(2), item(1)}));
+    ASSERT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
+    current = queue;
+    take_trace();
+    _common_queue_deinit(queue, release);
+    EXPECT_TRACE(
+        whole("_common_queue_deinit",
+              {locked("_common_queue_clear", {critical("_common_queue_clear", "req_queue->item_list is NULL")})}));
+    queue = nullptr;
+}
+
+TEST_F(Queue, DeinitWithoutReleaseFunctionLeavesTheItemsAlone)
+{
+    push({1, 2});
+    _common_queue_deinit(queue, nullptr);
+    EXPECT_TRACE(whole("_common_queue_deinit",
+                       {begin("_common_queue_clear"), critical("_common_queue_clear", "Invalid params")}));
+    EXPECT_TRUE(released.empty());
+    queue = nullptr;
+}
+
+TEST_F(Queue, NullArgumentsAreRejected)
+{
+    push({1});
+    const auto rejected = [](const std::string &function) {
+        EXPECT_TRACE(begin(function), critical(function, "Invalid params"));
+    };
+    EXPECT_EQ(_common_queue_init(nullptr), ZEL_ERR_INVALID_ARG);
+    rejected("_common_queue_init");
+    _common_queue_push(nullptr, item(2));
+    rejected("_common_queue_push");
+    EXPECT_EQ(_common_queue_pop(nullptr), nullptr);
+    rejected("_common_queue_pop");
+    EXPECT_EQ(_common_queue_find(nullptr, matches, item(1)), nullptr);
+    rejected("_common_queue_find");
+    EXPECT_EQ(_common_queue_find(queue, nullptr, item(1)), nullptr);
+    rejected("_common_queue_find");
+    _common_queue_remove(nullptr, item(1));
+    rejected("_common_queue_remove");
+    _common_queue_remove(queue, nullptr);
+    rejected("_common_queue_remove");
+    EXPECT_FALSE(_common_queue_find_and_remove(nullptr, matches, release, item(1)));
+    rejected("_common_queue_find_and_remove");
+    EXPECT_FALSE(_common_queue_find_and_remove(queue, nullptr, release, item(1)));
+    rejected("_common_queue_find_and_remove");
+    EXPECT_FALSE(_common_queue_find_and_remove(queue, matches, nullptr, item(1)));
+    rejected("_common_queue_find_and_remove");
+    _common_queue_clear(nullptr, release);
+    rejected("_common_queue_clear");
+    _common_queue_clear(queue, nullptr);
+    rejected("_common_queue_clear");
+    _common_queue_deinit(nullptr, release);
+    rejected("_common_queue_deinit");
+    EXPECT_EQ(_common_queue_length(nullptr), 0);
+    rejected("_common_queue_length");
+    EXPECT_FALSE(_common_queue_get_wait_status(nullptr));
+    EXPECT_TRACE(critical("_common_queue_get_wait_status", "Invalid params"));
+    EXPECT_EQ(pop_all(), std::vector{item(1)});
+    EXPECT_TRUE(released.empty());
+}
+
+TEST_F(Queue, InitWithoutMemoryStoresNothing)
+{
+    zel_queue_s *other = queue;
+    const allocation_failure failure(1);
+    EXPECT_EQ(_common_queue_init(&other), ZEL_ERR_MEMORY);
+    EXPECT_TRUE(failure.happened());
+    EXPECT_TRACE(begin("_common_queue_init"), critical("_common_queue_init", "Failed to allocate memory"));
+    EXPECT_EQ(other, queue);
+}
+
+TEST_F(Queue, PopSleepsUntilAPush)
+{
+    EXPECT_FALSE(_common_queue_get_wait_status(queue));
+    EXPECT_TRACE();
+    auto popped = std::async(std::launch::async, [this] {
+        void *result = _common_queue_pop(queue);
+        EXPECT_TRACE(locked("_common_queue_pop", {whole("__sleep_condition_variable"), whole("__pop_back")}));
+        return result;
+    });
+    wait_for_sleeper();
+    EXPECT_TRUE(_common_queue_get_wait_status(queue));
+    _common_queue_push(queue, item(5));
+    EXPECT_EQ(popped.get(), item(5));
+    EXPECT_FALSE(_common_queue_get_wait_status(queue));
+}
+
+TEST_F(Queue, PopWokenOverAnEmptyQueueGivesNull)
+{
+    auto popped = std::async(std::launch::async, [this] { return _common_queue_pop(queue); });
+    wait_for_sleeper();
+    pthread_cond_broadcast(&queue->available_signal);
+    EXPECT_EQ(popped.get(), nullptr);
+    EXPECT_FALSE(_common_queue_get_wait_status(queue));
+    EXPECT_FALSE(waits_entered.try_acquire()) << "the pop waits once";
+    push({1});
+    EXPECT_EQ(pop_all(), std::vector{item(1)});
+}
+
+TEST_F(Queue, TwoQuickPushesSignalOneOfTwoSleepers)
+{
+    const auto pop = [this] { return _common_queue_pop(queue); };
+    auto one = std::async(std::launch::async, pop);
+    wait_for_sleeper();
+    auto other = std::async(std::launch::async, pop);
+    wait_for_sleeper();
+    calls::cond_signal.answer(0); // nobody wakes between the pushes
+    push({1, 2});
+    EXPECT_EQ(calls::cond_signal.calls(), 1);
+    pthread_cond_broadcast(&queue->available_signal);
+    EXPECT_EQ(reinterpret_cast<intptr_t>(one.get()) + reinterpret_cast<intptr_t>(other.get()), 3);
+}
+
+TEST_F(Queue, ManyProducersLoseNothingAndKeepTheirOrder)
+{
+    constexpr intptr_t producers = 4;
+    constexpr intptr_t each = 200;
+    std::latch start(producers);
+    std::vector<std::thread> threads;
+    for (intptr_t producer = 0; producer < producers; ++producer)
+        threads.emplace_back([&, producer] {
+            start.arrive_and_wait();
+            for (intptr_t n = 1; n <= each; ++n)
+                _common_queue_push(queue, item(producer * 1000 + n));
+        });
+    std::vector<intptr_t> last(producers, 0);
+    for (intptr_t taken = 0; taken < producers * each;) {
+        const auto number = reinterpret_cast<intptr_t>(_common_queue_pop(queue));
+        if (number == 0)
+            continue;
+        ++taken;
+        EXPECT_EQ(number % 1000, ++last[static_cast<size_t>(number / 1000)]);
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(_common_queue_length(queue), 0);
+}

@@ -1,0 +1,520 @@
+#include "interpose.h"
+#include "recording_platform.h"
+#include "zel_common_request_internal.h"
+
+#include <climits>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace zel_test;
+
+namespace
+{
+
+using item = zel_trans_content_info;
+using share = zel_trans_share_content_info;
+using share_holder = std::unique_ptr<share, void (*)(void *)>;
+
+constexpr char *item::*item_strings[] = {&item::original,      &item::thumbnail, &item::mid_thumbnail,
+                                         &item::big_thumbnail, &item::name,      &item::content_type,
+                                         &item::contents_token};
+constexpr unsigned int item::*item_numbers[] = {&item::download_count, &item::max_download_count, &item::size,
+                                                &item::content_id};
+constexpr char *share::*share_strings[] = {&share::contents_token, &share::description, &share::type,
+                                           &share::from_msisdn, &share::to_list};
+const char *const item_names[] = {"original", "thumbnail",    "mid_thumbnail", "big_thumbnail",
+                                  "name",     "content_type", "contents_token"};
+
+// What the format says, put together by hand.
+std::string number(unsigned int value)
+{
+    return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+std::string long_number(unsigned long long value)
+{
+    return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+std::string text(const std::string &value)
+{
+    return number(static_cast<unsigned int>(value.size())) + value;
+}
+
+// Exactly as many bytes as the content, so that the address check sees every step beyond.
+struct exact_buffer {
+    explicit exact_buffer(const std::string &content)
+        : size(static_cast<int>(content.size())), bytes(std::make_unique<char[]>(content.size()))
+    {
+        std::memcpy(bytes.get(), content.data(), content.size());
+    }
+    int size;
+    std::unique_ptr<char[]> bytes;
+};
+
+item *make_item(unsigned int seed)
+{
+    auto *one = g_new0(item, 1);
+    for (const auto string : item_strings)
+        one->*string = g_strdup_printf("item text %u", seed++);
+    one->thumbnail[0] = '\0';                    // empty reads back as absent
+    g_clear_pointer(&one->content_type, g_free); // so does absent
+    for (const auto value : item_numbers)
+        one->*value = 4000000000U + seed++;
+    return one;
+}
+
+share_holder make_share(int items)
+{
+    share_holder one(g_new0(share, 1), _common_free_share_content_info);
+    int n = 0;
+    for (const auto string : share_strings)
+        one.get()->*string = g_strdup_printf("share text %d", n++);
+    one->expired_time = 0x8877665544332211ULL;
+    one->push_status = QUILLO_PUSH_STATUS_SHARE_RECALLED;
+    for (unsigned int i = 0; i < static_cast<unsigned int>(items); ++i)
+        one->content_info_list = g_list_append(one->content_info_list, make_item(100 * i));
+    return one;
+}
+
+std::string encode(share *one)
+{
+    std::string bytes(__find_length_of_share_content_info_list(one), '#');
+    int offset = 0;
+    EXPECT_EQ(__set_share_content_info_list(bytes.data(), &offset, one), ZEL_ERR_NONE);
+    EXPECT_EQ(static_cast<size_t>(offset), bytes.size());
+    take_trace();
+    return bytes;
+}
+
+// The decoded share, or none, when the result must be ZEL_ERR_MEMORY and the outputs untouched.
+share_holder decode(const std::string &content, int *consumed = nullptr)
+{
+    const exact_buffer buffer(content);
+    share *const untouched = reinterpret_cast<share *>(8);
+    share *decoded = untouched;
+    int offset = 0;
+    const zel_err_e result = __get_share_content_info_list(buffer.bytes.get(), buffer.size, &offset, &decoded);
+    if (consumed)
+        *consumed = offset;
+    if (result == ZEL_ERR_NONE)
+        return {decoded, _common_free_share_content_info};
+    EXPECT_EQ(result, ZEL_ERR_MEMORY);
+    EXPECT_EQ(decoded, untouched);
+    EXPECT_FALSE(take_trace().text.ends_with(end("__get_share_content_info_list").text));
+    return {nullptr, _common_free_share_content_info};
+}
+
+std::string too_large(int offset, int max_length)
+{
+    return "offset to large, offset=" + std::to_string(offset) + ", max_length=" + std::to_string(max_length);
+}
+
+} // namespace
+
+TEST(Wire, PrimitivesAreNativeAndUnaligned)
+{
+    char buffer[64];
+    int offset = 1;
+    EXPECT_EQ(__set_unsigned_int(buffer, &offset, 0xfffefdfcU), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_int(buffer, &offset, -2), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_unsigned_long_long(buffer, &offset, 0x8877665544332211ULL), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_string(buffer, &offset, "abc"), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_string(buffer, &offset, ""), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_string(buffer, &offset, nullptr), ZEL_ERR_NONE);
+    EXPECT_EQ(std::string(buffer + 1, static_cast<size_t>(offset - 1)), number(0xfffefdfcU) + number(0xfffffffeU) +
+                                                                            long_number(0x8877665544332211ULL) +
+                                                                            text("abc") + text("") + text(""));
+
+    unsigned int u32 = 0;
+    int i32 = 0;
+    unsigned long long u64 = 0;
+    char *string = nullptr;
+    const int length = offset;
+    offset = 1;
+    EXPECT_EQ(__get_unsigned_int(buffer, &offset, &u32), ZEL_ERR_NONE);
+    EXPECT_EQ(__get_int(buffer, &offset, &i32), ZEL_ERR_NONE);
+    EXPECT_EQ(__get_unsigned_long_long(buffer, &offset, &u64), ZEL_ERR_NONE);
+    EXPECT_EQ(__get_string(buffer, length, &offset, &string), ZEL_ERR_NONE);
+    EXPECT_EQ(u32, 0xfffefdfcU);
+    EXPECT_EQ(i32, -2);
+    EXPECT_EQ(u64, 0x8877665544332211ULL);
+    EXPECT_STREQ(string, "abc");
+    EXPECT_EQ(offset, length - 8);
+    g_free(string);
+    EXPECT_TRACE();
+}
+
+TEST(Wire, NullArgumentsAreRejected)
+{
+    char buffer[64] = {};
+    int at = 5;
+    unsigned int u32 = 0;
+    int i32 = 0;
+    unsigned long long u64 = 0;
+    char *string = nullptr;
+    item an_item{};
+    item *item_out = nullptr;
+    share a_share{};
+    share *share_out = nullptr;
+    struct {
+        const char *function;
+        bool begins;
+        std::vector<std::function<zel_err_e()>> calls;
+    } const rows[] = {
+        {"__set_unsigned_int",
+         false,
+         {[&] { return __set_unsigned_int(nullptr, &at, 1); }, [&] { return __set_unsigned_int(buffer, nullptr, 1); }}},
+        {"__set_int",
+         false,
+         {[&] { return __set_int(nullptr, &at, 1); }, [&] { return __set_int(buffer, nullptr, 1); }}},
+        {"__set_unsigned_long_long",
+         false,
+         {[&] { return __set_unsigned_long_long(nullptr, &at, 1); },
+          [&] { return __set_unsigned_long_long(buffer, nullptr, 1); }}},
+        {"__set_string",
+         false,
+         {[&] { return __set_string(nullptr, &at, "x"); }, [&] { return __set_string(buffer, nullptr, "x"); }}},
+        {"__get_unsigned_int",
+         false,
+         {[&] { return __get_unsigned_int(nullptr, &at, &u32); },
+          [&] { return __get_unsigned_int(buffer, nullptr, &u32); },
+          [&] { return __get_unsigned_int(buffer, &at, nullptr); }}},
+        {"__get_int",
+         false,
+         {[&] { return __get_int(nullptr, &at, &i32); }, [&] { return __get_int(buffer, nullptr, &i32); },
+          [&] { return __get_int(buffer, &at, nullptr); }}},
+        {"__get_unsigned_long_long",
+         false,
+         {[&] { return __get_unsigned_long_long(nullptr, &at, &u64); },
+          [&] { return __get_unsigned_long_long(buffer, nullptr, &u64); },
+          [&] { return __get_unsigned_long_long(buffer, &at, nullptr); }}},
+        {"__get_string",
+         false,
+         {[&] { return __get_string(nullptr, 64, &at, &string); },
+          [&] { return __get_string(buffer, 64, nullptr, &string); },
+          [&] { return __get_string(buffer, 64, &at, nullptr); }}},
+        {"__get_content_info",
+         false,
+         {[&] { return __get_content_info(nullptr, 64, &at, &item_out); },
+          [&] { return __get_content_info(buffer, 64, nullptr, &item_out); },
+          [&] { return __get_content_info(buffer, 64, &at, nullptr); }}},
+        {"__get_share_content_info_list",
+         true,
+         {[&] { return __get_share_content_info_list(nullptr, 64, &at, &share_out); },
+          [&] { return __get_share_content_info_list(buffer, 64, nullptr, &share_out); },
+          [&] { return __get_share_content_info_list(buffer, 64, &at, nullptr); }}},
+    };
+    for (const auto &row : rows) {
+        for (const auto &call : row.calls) {
+            EXPECT_EQ(call(), ZEL_ERR_INVALID_ARG);
+            EXPECT_TRACE(row.begins ? begin(row.function) : trace(), critical(row.function, "Fail: Invalid Parameter"));
+        }
+    }
+    EXPECT_EQ(__set_content_info(nullptr, &at, &an_item), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(__set_content_info(buffer, nullptr, &an_item), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(__set_content_info(buffer, &at, nullptr), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "Fail: Invalid Parameter"), 3);
+    EXPECT_EQ(__set_share_content_info_list(nullptr, &at, &a_share), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(__set_share_content_info_list(buffer, nullptr, &a_share), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(__set_share_content_info_list(buffer, &at, nullptr), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "Fail: Invalid Parameter"), 3);
+    EXPECT_EQ(__find_length_of_content_info(nullptr), 0u);
+    EXPECT_TRACE(begin("__find_length_of_content_info"),
+                 critical("__find_length_of_content_info", "Invalid Parameter"));
+    EXPECT_EQ(__find_length_of_share_content_info_list(nullptr), 0u);
+    EXPECT_TRACE(begin("__find_length_of_share_content_info_list"),
+                 critical("__find_length_of_share_content_info_list", "Invalid Parameter"));
+    __print_share_content_info_list(nullptr);
+    EXPECT_TRACE(begin("__print_share_content_info_list"),
+                 critical("__print_share_content_info_list", "Fail: Invalid Parameter"));
+    EXPECT_EQ(at, 5);
+    EXPECT_EQ(std::string(buffer, sizeof buffer), std::string(sizeof buffer, '\0'));
+}
+
+TEST(Wire, StringsAreReadWithinTheirBounds)
+{
+    const std::string long_run(5000, 'z');
+    struct {
+        const char *what;
+        std::string buffer;
+        int offset;
+        zel_err_e result;
+        int offset_after;
+        const char *string; // null: untouched
+        trace lines;
+    } const rows[] = {
+        {"plain", text("abc") + "x", 0, ZEL_ERR_NONE, 7, "abc", {}},
+        {"at the very end", "??" + text("abc"), 2, ZEL_ERR_NONE, 9, "abc", {}},
+        {"holding a NUL", text(std::string("a\0c", 3)), 0, ZEL_ERR_NONE, 7, "a", {}},
+        {"absent", text("") + "x", 0, ZEL_ERR_NONE, 4, nullptr, {}},
+        {"negative length", number(-1U) + "abc", 0, ZEL_ERR_NONE, 4, nullptr, {}},
+        {"most negative length", number(0x80000000U), 0, ZEL_ERR_NONE, 4, nullptr, {}},
+        {"no room for the length", "0123456789", 8, ZEL_ERR_MEMORY, 8, nullptr,
+         critical("__get_string", too_large(8, 10))},
+        {"nothing at all", "", 0, ZEL_ERR_MEMORY, 0, nullptr, critical("__get_string", too_large(0, 0))},
+        {"past the end", "0123", 104, ZEL_ERR_MEMORY, 104, nullptr, critical("__get_string", too_large(104, 4))},
+        {"offset near the limit", "0123", INT_MAX - 1, ZEL_ERR_MEMORY, INT_MAX - 1, nullptr,
+         critical("__get_string", too_large(INT_MAX - 1, 4))},
+        {"negative offset", "01234567", -4, ZEL_ERR_MEMORY, -4, nullptr, critical("__get_string", too_large(-4, 8))},
+        {"most negative offset", "01234567", INT_MIN, ZEL_ERR_MEMORY, INT_MIN, nullptr,
+         critical("__get_string", too_large(INT_MIN, 8))},
+        {"truncated", number(100) + "0123456789abcdef", 0, ZEL_ERR_NONE, 104, "0123456789abcdef",
+         join({critical("__get_string", "offset to large, offset=4, length=100, max_length=20"),
+               warning("__get_string", "truncated data: 0123456789abcdef")})},
+        {"truncated by one", number(4) + "abc", 0, ZEL_ERR_NONE, 8, "abc",
+         join({critical("__get_string", "offset to large, offset=4, length=4, max_length=7"),
+               warning("__get_string", "truncated data: abc")})},
+        {"truncated to nothing", number(1), 0, ZEL_ERR_NONE, 5, "",
+         join({critical("__get_string", "offset to large, offset=4, length=1, max_length=4"),
+               warning("__get_string", "truncated data: ")})},
+        {"length at the limit", number(INT_MAX) + "ab", 0, ZEL_ERR_NONE, INT_MAX, "ab",
+         join({critical("__get_string", "offset to large, offset=4, length=2147483647, max_length=6"),
+               warning("__get_string", "truncated data: ab")})},
+    };
+    for (const auto &row : rows) {
+        const exact_buffer buffer(row.buffer);
+        int offset = row.offset;
+        char untouched[] = "untouched";
+        char *string = untouched;
+        EXPECT_EQ(__get_string(buffer.bytes.get(), buffer.size, &offset, &string), row.result) << row.what;
+        EXPECT_TRACE(row.lines) << row.what;
+        EXPECT_EQ(offset, row.offset_after) << row.what;
+        EXPECT_STREQ(string, row.string ? row.string : untouched) << row.what;
+        if (string != untouched)
+            g_free(string);
+    }
+}
+
+TEST(Wire, TruncationKeepsAtMost4096BytesAndEndsAtByte4096)
+{
+    const std::string content = std::string(4092, '?') + number(9000) + std::string(5000, 'z');
+    const exact_buffer buffer(content);
+    char *string = nullptr;
+    int offset = 4092; // its bytes begin at 4096
+    EXPECT_EQ(__get_string(buffer.bytes.get(), buffer.size, &offset, &string), ZEL_ERR_NONE);
+    EXPECT_EQ(std::string(string), std::string(4096, 'z'));
+    EXPECT_EQ(offset, 4096 + 9000);
+    g_free(string);
+    take_trace();
+
+    const exact_buffer shifted("?" + content);
+    string = nullptr;
+    offset = 4093;
+    EXPECT_EQ(__get_string(shifted.bytes.get(), shifted.size, &offset, &string), ZEL_ERR_MEMORY);
+    EXPECT_TRACE(critical("__get_string", "offset to large, offset=4097, length=9000, max_length=9097"),
+                 critical("__get_string", "fails to get string"));
+    EXPECT_EQ(offset, 4093);
+    EXPECT_EQ(string, nullptr);
+
+    // A whole string may lie anywhere and be of any length.
+    const exact_buffer far_away(std::string(6000, '?') + text(std::string(9000, 'y')));
+    offset = 6000;
+    EXPECT_EQ(__get_string(far_away.bytes.get(), far_away.size, &offset, &string), ZEL_ERR_NONE);
+    EXPECT_EQ(std::string(string), std::string(9000, 'y'));
+    g_free(string);
+}
+
+TEST(Wire, EncodingOfAShareByteForByte)
+{
+    const share_holder one = make_share(1);
+    auto *only = static_cast<item *>(one->content_info_list->data);
+    std::string expected;
+    for (const auto string : share_strings)
+        expected += text(one.get()->*string);
+    expected += long_number(0x8877665544332211ULL) + number(1);
+    for (const auto string : item_strings)
+        expected += text(only->*string ? only->*string : "");
+    for (const auto value : item_numbers)
+        expected += number(only->*value);
+    one->content_info_list_length = 77; // brought up to date by either operation
+    EXPECT_EQ(__find_length_of_share_content_info_list(one.get()), expected.size());
+    EXPECT_TRACE(whole("__find_length_of_share_content_info_list", {whole("__find_length_of_content_info")}));
+    EXPECT_EQ(one->content_info_list_length, 1u);
+    one->content_info_list_length = 77;
+    std::string bytes(expected.size() + 1, '#');
+    int offset = 0;
+    EXPECT_EQ(__set_share_content_info_list(bytes.data(), &offset, one.get()), ZEL_ERR_NONE);
+    EXPECT_EQ(bytes, expected + "#");
+    EXPECT_EQ(one->content_info_list_length, 1u);
+}
+
+TEST(Wire, SizesOfEmptyRecords)
+{
+    const item empty_item{};
+    std::string bytes(44, '#');
+    int offset = 0;
+    EXPECT_EQ(__find_length_of_content_info(&empty_item), 44u);
+    EXPECT_EQ(__set_content_info(bytes.data(), &offset, &empty_item), ZEL_ERR_NONE);
+    EXPECT_EQ(offset, 44);
+    EXPECT_EQ(bytes, std::string(44, '\0'));
+
+    share empty_share{};
+    EXPECT_EQ(encode(&empty_share), std::string(32, '\0'));
+    empty_share.content_info_list_length = 3; // without a list the stored count goes out, and no items
+    EXPECT_EQ(encode(&empty_share), std::string(28, '\0') + number(3));
+
+    // A null element is counted and not written.
+    const share_holder gaps = make_share(2);
+    const size_t without = encode(gaps.get()).size();
+    gaps->content_info_list = g_list_insert(gaps->content_info_list, nullptr, 1);
+    EXPECT_EQ(encode(gaps.get()).size(), without);
+    EXPECT_EQ(gaps->content_info_list_length, 3u);
+}
+
+TEST(Wire, DecodingGivesBackWhatWasEncoded)
+{
+    const share_holder one = make_share(3);
+    const std::string bytes = encode(one.get());
+    int consumed = 0;
+    const share_holder decoded = decode(bytes + "more", &consumed);
+    ASSERT_NE(decoded, nullptr);
+    EXPECT_EQ(static_cast<size_t>(consumed), bytes.size());
+    for (const auto string : share_strings)
+        EXPECT_STREQ(decoded.get()->*string, one.get()->*string);
+    EXPECT_EQ(decoded->expired_time, one->expired_time);
+    EXPECT_EQ(decoded->push_status, 0u);
+    EXPECT_EQ(decoded->content_info_list_length, 3u);
+
+    const std::string dump = "__print_share_content_info_list";
+    trace dumped = join({info(dump, "contents_token [share text 0]"), info(dump, "description [share text 1]"),
+                         plain(dump, "type [share text 2]"), plain(dump, "from_msisdn [share text 3]"),
+                         plain(dump, "to_list [share text 4]"), plain(dump, "expired_time [9833440827789222417]"),
+                         info(dump, "push_status [0]"), info(dump, "content_info_list_length [3]")});
+    const GList *got = decoded->content_info_list;
+    for (const GList *node = one->content_info_list; node; node = node->next, got = got->next) {
+        ASSERT_NE(got, nullptr);
+        const auto *wanted_item = static_cast<const item *>(node->data);
+        const auto *got_item = static_cast<const item *>(got->data);
+        const char *const *name = item_names;
+        for (const auto string : item_strings) {
+            const char *wanted = wanted_item->*string && *(wanted_item->*string) ? wanted_item->*string : nullptr;
+            EXPECT_STREQ(got_item->*string, wanted);
+            dumped.text += info(dump, std::string(*name++) + " [" + (wanted ? wanted : "(null)") + "]").text;
+        }
+        for (const auto value : item_numbers)
+            EXPECT_EQ(got_item->*value, wanted_item->*value);
+        const auto number_line = [&](const char *field, unsigned int value) {
+            dumped.text += info(dump, std::string(field) + " [" + std::to_string(value) + "]").text;
+        };
+        number_line("download_count", got_item->download_count);
+        number_line("max_download_count", got_item->max_download_count);
+        number_line("size", got_item->size);
+        number_line("content_id", got_item->content_id);
+    }
+    EXPECT_EQ(got, nullptr);
+    EXPECT_TRACE(whole("__get_share_content_info_list", {whole(dump, {dumped})}));
+}
+
+TEST(Wire, EveryShorterBufferIsRefused)
+{
+    const share_holder one = make_share(2);
+    const std::string bytes = encode(one.get());
+    for (size_t length = 0; length < bytes.size(); ++length)
+        EXPECT_EQ(decode(bytes.substr(0, length)), nullptr) << length;
+
+    // Two fixed-width fields, and who says so.
+    const std::string no_strings(20, '\0');
+    decode(no_strings + "1234567");
+    decode(no_strings + "12345678123");
+    for (const auto &[content, offset] : {std::pair{no_strings + "1234567", 20}, {no_strings + "12345678123", 28}}) {
+        const exact_buffer buffer(content);
+        int at = 0;
+        share *decoded = nullptr;
+        EXPECT_EQ(__get_share_content_info_list(buffer.bytes.get(), buffer.size, &at, &decoded), ZEL_ERR_MEMORY);
+        EXPECT_EQ(count_lines(take_trace(), "CRITICAL", too_large(offset, buffer.size)), 1);
+    }
+}
+
+// Whatever stands at whatever place: nothing beyond the buffer is read, nothing larger than it is allocated (but for
+// the 4097 bytes of a truncated string), and what is accepted really lay inside.
+TEST(Wire, HostileNumbersAnywhereAreSurvived)
+{
+    const share_holder one = make_share(2);
+    const std::string bytes = encode(one.get());
+    const unsigned int hostile[] = {0,       1,           0xffffffffU,    0x80000000U,
+                                    INT_MAX, INT_MAX - 3, INT_MAX - 200U, static_cast<unsigned int>(bytes.size()),
+                                    5000};
+    const allocation_failure watch(0);
+    for (const unsigned int value : hostile) {
+        for (size_t place = 0; place + 4 <= bytes.size(); ++place) {
+            std::string changed = bytes;
+            changed.replace(place, 4, number(value));
+            int consumed = 0;
+            const share_holder decoded = decode(changed, &consumed);
+            if (!decoded)
+                continue;
+            EXPECT_LE(static_cast<size_t>(consumed), changed.size());
+            EXPECT_LE(__find_length_of_share_content_info_list(decoded.get()), static_cast<unsigned int>(consumed));
+            take_trace();
+        }
+    }
+    EXPECT_LE(watch.largest(), 4097u);
+
+    const auto count = watch.count();
+    EXPECT_EQ(decode(std::string(28, '\0') + number(0xffffffffU)), nullptr);
+    EXPECT_EQ(decode(std::string(28, '\0') + number(0xffffffffU) + std::string(440, '\0')), nullptr);
+    EXPECT_LE(watch.count() - count, 14) << "the items end with the buffer, whatever their count";
+}
+
+TEST(Wire, OffsetsOutsideTheBufferAreRefused)
+{
+    const exact_buffer buffer(std::string(64, '\0'));
+    for (const int start : {-1, -44, INT_MIN, 64, 65, INT_MAX - 3, INT_MAX}) {
+        int offset = start;
+        item *item_out = nullptr;
+        share *share_out = nullptr;
+        EXPECT_EQ(__get_content_info(buffer.bytes.get(), buffer.size, &offset, &item_out), ZEL_ERR_MEMORY);
+        EXPECT_TRACE(critical("__get_string", too_large(start, 64)));
+        offset = start;
+        EXPECT_EQ(__get_share_content_info_list(buffer.bytes.get(), buffer.size, &offset, &share_out), ZEL_ERR_MEMORY);
+        EXPECT_EQ(item_out, nullptr);
+        EXPECT_EQ(share_out, nullptr);
+        take_trace();
+    }
+    int offset = 0;
+    item *item_out = nullptr;
+    EXPECT_EQ(__get_content_info(buffer.bytes.get(), -1, &offset, &item_out), ZEL_ERR_MEMORY);
+    offset = 64 - 44;
+    EXPECT_EQ(__get_content_info(buffer.bytes.get(), 64, &offset, &item_out), ZEL_ERR_NONE);
+    EXPECT_EQ(offset, 64);
+    g_free(item_out);
+}
+
+TEST(Wire, DecodingSurvivesEveryFailedAllocation)
+{
+    const share_holder one = make_share(2);
+    const std::string bytes = encode(one.get());
+    int nth = 1;
+    for (bool failed = true; failed; ++nth) {
+        const exact_buffer buffer(bytes);
+        share *decoded = nullptr;
+        int offset = 0;
+        const allocation_failure failure(nth);
+        const zel_err_e result = __get_share_content_info_list(buffer.bytes.get(), buffer.size, &offset, &decoded);
+        failed = failure.happened();
+        EXPECT_EQ(result, failed ? ZEL_ERR_MEMORY : ZEL_ERR_NONE);
+        EXPECT_EQ(decoded == nullptr, failed);
+        const trace lines = take_trace();
+        EXPECT_EQ(count_lines(lines, "CRITICAL", "Memory allcation failure") +
+                      count_lines(lines, "CRITICAL", "Fail: Memory Allocation Failure"),
+                  failed);
+        if (decoded)
+            _common_free_share_content_info(decoded);
+    }
+    take_trace();
+    EXPECT_EQ(nth - 2, 1 + 5 + 2 * (1 + 5)) << "records and present strings, one allocation each";
+
+    const exact_buffer truncated(number(100) + "abc");
+    char *string = nullptr;
+    int offset = 0;
+    const allocation_failure failure(1);
+    EXPECT_EQ(__get_string(truncated.bytes.get(), truncated.size, &offset, &string), ZEL_ERR_MEMORY);
+    EXPECT_TRACE(critical("__get_string", "offset to large, offset=4, length=100, max_length=7"),
+                 critical("__get_string", "Memory allcation failure"));
+    EXPECT_EQ(offset, 0);
+    EXPECT_EQ(string, nullptr);
+}
