@@ -4,7 +4,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -17,169 +16,51 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
+using namespace zel_test;
+
 namespace
 {
-
-thread_local int allocations = 0;
-thread_local int failing_allocation = 0;
-thread_local size_t largest_allocation = 0;
 
 bool allocation_fails(size_t count, size_t size)
 {
     size_t bytes = 0;
     if (__builtin_mul_overflow(count, size, &bytes))
         bytes = SIZE_MAX;
-    largest_allocation = std::max(largest_allocation, bytes);
-    return ++allocations == failing_allocation;
+    allocations.largest = std::max(allocations.largest, bytes);
+    return ++allocations.count == allocations.failing;
 }
 
-std::atomic<bool> clock_is_scripted = false;
-std::atomic<long long> scripted_seconds = 0;
-std::atomic<long> scripted_microseconds = 0;
-
-std::mutex guard;
-zel_test::deadline deadline_of_last_wait;
-std::atomic<unsigned long> sleep_argument = 0;
-std::atomic<unsigned int> seed_argument = 0;
-
-// No function that is redirected itself: its width of time would be a guess on 32 bits.
+// By no function that is redirected itself: its width of time would be a guess on 32 bits.
 timespec now()
 {
     timespec result{};
+    timespec_get(&result, TIME_UTC);
     if (clock_is_scripted) {
         result.tv_sec = static_cast<time_t>(scripted_seconds);
         result.tv_nsec = scripted_microseconds * 1000;
-    } else {
-        timespec_get(&result, TIME_UTC);
     }
     return result;
 }
 
 } // namespace
 
-namespace zel_test
-{
-
-allocation_failure::allocation_failure(int nth)
-{
-    allocations = 0;
-    largest_allocation = 0;
-    failing_allocation = nth;
-}
-
-allocation_failure::~allocation_failure()
-{
-    failing_allocation = 0;
-}
-
-bool allocation_failure::happened() const
-{
-    return failing_allocation != 0 && allocations >= failing_allocation;
-}
-
-int allocation_failure::count() const
-{
-    return allocations;
-}
-
-size_t allocation_failure::largest() const
-{
-    return largest_allocation;
-}
-
-scripted_clock::scripted_clock(long long seconds, long microseconds)
-{
-    scripted_seconds = seconds;
-    scripted_microseconds = microseconds;
-    clock_is_scripted = true;
-}
-
-scripted_clock::~scripted_clock()
-{
-    clock_is_scripted = false;
-}
-
-void call_script::answer(int result, int skip, int times)
-{
-    const std::lock_guard lock(guard_);
-    result_ = result;
-    skip_ = skip;
-    times_ = times;
-}
-
-int call_script::calls() const
-{
-    const std::lock_guard lock(guard_);
-    return calls_;
-}
-
-bool call_script::take(int *result)
-{
-    const std::lock_guard lock(guard_);
-    ++calls_;
-    if (times_ == 0 || skip_-- > 0)
-        return false;
-    skip_ = 0;
-    --times_;
-    *result = result_;
-    return true;
-}
-
-namespace calls
-{
-call_script cond_broadcast;
-call_script cond_destroy;
-call_script cond_signal;
-call_script cond_timedwait;
-call_script mutex_destroy;
-call_script thread_create;
-call_script file_status;
-call_script sleep;
-call_script sqlite_step;
-call_script sqlite_format;
-} // namespace calls
-
-std::counting_semaphore<> waits_entered(0);
-
-deadline last_deadline()
-{
-    const std::lock_guard lock(guard);
-    return deadline_of_last_wait;
-}
-
-unsigned long last_sleep()
-{
-    return sleep_argument;
-}
-
-unsigned int last_seed()
-{
-    return seed_argument;
-}
-
-} // namespace zel_test
-
 // ld turns every reference to a redirected name into __wrap_name, and __real_name into the name itself.
-#define STAND_IN(result, name, ...)                                                                                    \
-    result __real_##name(__VA_ARGS__);                                                                                 \
-    result __wrap_##name(__VA_ARGS__);                                                                                 \
-    result __wrap_##name(__VA_ARGS__)
+#define STAND_IN(result, name, parameters)                                                                             \
+    result __real_##name parameters;                                                                                   \
+    result __wrap_##name parameters;                                                                                   \
+    result __wrap_##name parameters
 
 #define ALLOCATION(name, count, size, parameters, arguments)                                                           \
-    void *__real_##name parameters;                                                                                    \
-    void *__wrap_##name parameters;                                                                                    \
-    void *__wrap_##name parameters                                                                                     \
+    STAND_IN(void *, name, parameters)                                                                                 \
     {                                                                                                                  \
         return allocation_fails(count, size) ? nullptr : __real_##name arguments;                                      \
     }
 
 #define SCRIPTED(script, name, parameters, arguments)                                                                  \
-    int __real_##name parameters;                                                                                      \
-    int __wrap_##name parameters;                                                                                      \
-    int __wrap_##name parameters                                                                                       \
+    STAND_IN(int, name, parameters)                                                                                    \
     {                                                                                                                  \
         int result = 0;                                                                                                \
-        return zel_test::calls::script.take(&result) ? result : __real_##name arguments;                               \
+        return calls::script.take(&result) ? result : __real_##name arguments;                                         \
     }
 
 extern "C" {
@@ -203,26 +84,23 @@ SCRIPTED(thread_create, pthread_create,
          (thread, attributes, routine, data))
 SCRIPTED(sqlite_step, sqlite3_step, (sqlite3_stmt * statement), (statement))
 
-STAND_IN(int, pthread_cond_wait, pthread_cond_t *condition, pthread_mutex_t *mutex)
+STAND_IN(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t *mutex))
 {
-    zel_test::waits_entered.release();
+    waits_entered.release();
     return __real_pthread_cond_wait(condition, mutex);
 }
 
-STAND_IN(int, pthread_cond_timedwait, pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *until)
+STAND_IN(int, pthread_cond_timedwait, (pthread_cond_t * condition, pthread_mutex_t *mutex, const timespec *until))
 {
-    {
-        const std::lock_guard lock(guard);
-        deadline_of_last_wait = {until->tv_sec, until->tv_nsec};
-    }
-    zel_test::waits_entered.release();
+    last_deadline.seconds = until->tv_sec;
+    last_deadline.nanoseconds = until->tv_nsec;
+    waits_entered.release();
     int result = 0;
-    return zel_test::calls::cond_timedwait.take(&result)
-               ? result
-               : pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, until);
+    return calls::cond_timedwait.take(&result) ? result
+                                               : pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, until);
 }
 
-STAND_IN(int, gettimeofday, timeval *value, void *)
+STAND_IN(int, gettimeofday, (timeval * value, void *))
 {
     const timespec time = now();
     value->tv_sec = time.tv_sec;
@@ -230,7 +108,7 @@ STAND_IN(int, gettimeofday, timeval *value, void *)
     return 0;
 }
 
-STAND_IN(time_t, time, time_t *value)
+STAND_IN(time_t, time, (time_t * value))
 {
     const time_t seconds = now().tv_sec;
     if (value)
@@ -238,43 +116,37 @@ STAND_IN(time_t, time, time_t *value)
     return seconds;
 }
 
-STAND_IN(int, stat, const char *path, struct stat *status)
+STAND_IN(int, stat, (const char *path, struct stat *status))
 {
-    int error = 0;
-    if (zel_test::calls::file_status.take(&error)) {
-        errno = error;
-        return -1;
-    }
-    return fstatat(AT_FDCWD, path, status, 0);
+    return calls::file_status.take(&errno) ? -1 : fstatat(AT_FDCWD, path, status, 0);
 }
 
-STAND_IN(FILE *, fopen, const char *path, const char *mode)
+STAND_IN(FILE *, fopen, (const char *path, const char *mode))
 {
     return __real_fopen(std::strcmp(path, "/tmp/quillo.pid") == 0 ? "quillo.pid" : path, mode);
 }
 
-STAND_IN(void, srand, unsigned int seed)
+STAND_IN(void, srand, (unsigned int seed))
 {
-    seed_argument = seed;
+    last_seed = seed;
     __real_srand(seed);
 }
 
-STAND_IN(void, g_usleep, gulong microseconds)
+STAND_IN(void, g_usleep, (gulong microseconds))
 {
-    sleep_argument = microseconds;
+    last_sleep = microseconds;
     int unused = 0;
-    if (!zel_test::calls::sleep.take(&unused))
+    if (!calls::sleep.take(&unused))
         __real_g_usleep(microseconds);
 }
 
-STAND_IN(char *, sqlite3_vmprintf, const char *format, va_list arguments)
+STAND_IN(char *, sqlite3_vmprintf, (const char *format, va_list arguments))
 {
     int unused = 0;
-    return zel_test::calls::sqlite_format.take(&unused) ? nullptr : __real_sqlite3_vmprintf(format, arguments);
+    return calls::sqlite_format.take(&unused) ? nullptr : __real_sqlite3_vmprintf(format, arguments);
 }
 
-char *__wrap_sqlite3_mprintf(const char *format, ...);
-char *__wrap_sqlite3_mprintf(const char *format, ...)
+STAND_IN(char *, sqlite3_mprintf, (const char *format, ...))
 {
     va_list arguments;
     va_start(arguments, format);

@@ -4,6 +4,7 @@
 #ifndef ZEL_TESTS_INTERPOSE_H
 #define ZEL_TESTS_INTERPOSE_H
 
+#include <atomic>
 #include <cstddef>
 #include <mutex>
 #include <semaphore>
@@ -11,28 +12,61 @@
 namespace zel_test
 {
 
+inline thread_local struct allocation_counts {
+    int count;
+    int failing;
+    size_t largest;
+} allocations;
+
 /// While it lives, the n-th allocation of the calling thread fails (g_try_*, malloc, calloc, realloc in static code).
 class allocation_failure
 {
   public:
     /// @param nth 1 for the next; 0 to fail none and only watch
-    explicit allocation_failure(int nth);
-    ~allocation_failure();
+    explicit allocation_failure(int nth)
+    {
+        allocations = {0, nth, 0};
+    }
+    ~allocation_failure()
+    {
+        allocations.failing = 0;
+    }
     allocation_failure(const allocation_failure &) = delete;
     allocation_failure &operator=(const allocation_failure &) = delete;
 
-    bool happened() const;
-    int count() const;
+    bool happened() const
+    {
+        return allocations.failing != 0 && allocations.count >= allocations.failing;
+    }
+    int count() const
+    {
+        return allocations.count;
+    }
     /// Bytes of the largest single request.
-    size_t largest() const;
+    size_t largest() const
+    {
+        return allocations.largest;
+    }
 };
+
+inline std::atomic<bool> clock_is_scripted = false;
+inline std::atomic<long long> scripted_seconds = 0;
+inline std::atomic<long> scripted_microseconds = 0;
 
 /// While it lives, the time of day stands still.
 class scripted_clock
 {
   public:
-    scripted_clock(long long seconds, long microseconds);
-    ~scripted_clock();
+    scripted_clock(long long seconds, long microseconds)
+    {
+        scripted_seconds = seconds;
+        scripted_microseconds = microseconds;
+        clock_is_scripted = true;
+    }
+    ~scripted_clock()
+    {
+        clock_is_scripted = false;
+    }
     scripted_clock(const scripted_clock &) = delete;
     scripted_clock &operator=(const scripted_clock &) = delete;
 };
@@ -42,10 +76,29 @@ class call_script
 {
   public:
     /// After `skip` further calls, `times` calls are not carried out but give this result.
-    void answer(int result, int skip = 0, int times = 1);
-    int calls() const;
+    void answer(int result, int skip = 0, int times = 1)
+    {
+        const std::lock_guard lock(guard_);
+        result_ = result;
+        skip_ = skip;
+        times_ = times;
+    }
+    int calls() const
+    {
+        const std::lock_guard lock(guard_);
+        return calls_;
+    }
     /// For the stand-in: counts a call and tells whether it is to give *result.
-    bool take(int *result);
+    bool take(int *result)
+    {
+        const std::lock_guard lock(guard_);
+        ++calls_;
+        if (times_ == 0 || (skip_ > 0 && skip_--))
+            return false;
+        --times_;
+        *result = result_;
+        return true;
+    }
 
   private:
     mutable std::mutex guard_;
@@ -57,32 +110,32 @@ class call_script
 
 namespace calls
 {
-extern call_script cond_broadcast;
-extern call_script cond_destroy;
-extern call_script cond_signal;
-extern call_script cond_timedwait;
-extern call_script mutex_destroy;
-extern call_script thread_create;
-extern call_script file_status;   ///< stat; an answer is an errno, with the result -1
-extern call_script sleep;         ///< g_usleep; an answer only skips the sleep
-extern call_script sqlite_step;   ///< sqlite3_step; tests' own raw queries do not come here
-extern call_script sqlite_format; ///< sqlite3_mprintf and sqlite3_vmprintf; an answer gives NULL
+inline call_script cond_broadcast;
+inline call_script cond_destroy;
+inline call_script cond_signal;
+inline call_script cond_timedwait;
+inline call_script mutex_destroy;
+inline call_script thread_create;
+inline call_script file_status;   ///< stat; an answer is an errno, with the result -1
+inline call_script sleep;         ///< g_usleep; an answer only skips the sleep
+inline call_script sqlite_step;   ///< sqlite3_step; tests' own raw queries do not come here
+inline call_script sqlite_format; ///< sqlite3_mprintf and sqlite3_vmprintf; an answer gives NULL
 } // namespace calls
 
 /// Released once for every pthread_cond_wait and pthread_cond_timedwait, while the waiter still holds its mutex:
 /// whoever gets the mutex after acquiring one knows that the waiter sleeps.
-extern std::counting_semaphore<> waits_entered;
+inline std::counting_semaphore<> waits_entered(0);
 
 /// Deadline of the last pthread_cond_timedwait.
 struct deadline {
-    long long seconds;
-    long nanoseconds;
+    std::atomic<long long> seconds;
+    std::atomic<long> nanoseconds;
 };
-deadline last_deadline();
+inline deadline last_deadline;
 
 /// Argument of the last g_usleep and of the last srand.
-unsigned long last_sleep();
-unsigned int last_seed();
+inline std::atomic<unsigned long> last_sleep = 0;
+inline std::atomic<unsigned int> last_seed = 0;
 
 } // namespace zel_test
 

@@ -7,7 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <set>
 #include <string>
+#include <tuple>
+#include <type_traits>
 
 namespace zel_test
 {
@@ -17,20 +20,35 @@ struct trace {
     std::string text;
 };
 
-trace begin(const std::string &function);
-trace end(const std::string &function);
-trace critical(const std::string &function, const std::string &body);
-trace warning(const std::string &function, const std::string &body);
-trace info(const std::string &function, const std::string &body);
-trace plain(const std::string &function, const std::string &body);
-trace debug(const std::string &function, const std::string &body);
-
-/// The lines of an operation between its Begin and its End line.
-trace whole(const std::string &function, std::initializer_list<trace> inside = {});
-
+trace line(const char *kind, const std::string &function, const std::string &body);
 trace join(std::initializer_list<trace> parts);
 
-/// Takes out what the calling thread has written since the last take (the lines of other threads stay).
+#define ZEL_LINE_KIND(name, kind)                                                                                      \
+    inline trace name(const std::string &function, const std::string &body)                                            \
+    {                                                                                                                  \
+        return line(kind, function, body);                                                                             \
+    }
+ZEL_LINE_KIND(critical, "CRITICAL")
+ZEL_LINE_KIND(warning, "WARNING")
+ZEL_LINE_KIND(info, "INFO")
+ZEL_LINE_KIND(plain, "PLAIN")
+ZEL_LINE_KIND(debug, "DEBUG")
+#undef ZEL_LINE_KIND
+inline trace begin(const std::string &function)
+{
+    return line("BEGIN", function, "");
+}
+inline trace end(const std::string &function)
+{
+    return line("END", function, "");
+}
+/// The lines of an operation between its Begin and its End line.
+inline trace whole(const std::string &function, std::initializer_list<trace> inside = {})
+{
+    return join({begin(function), join(inside), end(function)});
+}
+
+/// Takes out what the calling thread has written since the last take; the lines of other threads stay.
 trace take_trace();
 /// Takes out what all threads have written.
 trace take_trace_of_all();
@@ -40,29 +58,62 @@ int count_lines(const trace &lines, const std::string &kind, const std::string &
 /// The calling thread has written exactly these lines, in this order, since the last take.
 #define EXPECT_TRACE(...) EXPECT_EQ(zel_test::join({__VA_ARGS__}).text, zel_test::take_trace().text)
 
-/// The raw text of one log call as the platform would have put it out.
-struct raw_line {
-    int priority;
-    std::string tag;
-    std::string text;
-};
-/// The last line that any thread has written.
-raw_line last_raw_line();
+/// The call of `function` gives this result, unless it has none, and writes these lines.
+template <typename Call, typename Expected> void expect_call(const Call &call, const Expected &result, trace lines)
+{
+    if constexpr (std::is_void_v<decltype(call())>)
+        call();
+    else
+        EXPECT_EQ(call(), result) << lines.text;
+    EXPECT_TRACE(lines);
+}
 
-/// What the feature registry answers from now on.
-void answer_feature(int result, bool value);
-/// How often the registry was asked, and for what at last.
-int feature_queries();
-std::string last_feature_key();
+/// The same for each of the first pointers among the arguments in turn replaced by NULL.
+template <typename Expected, typename Result, typename... Parameters>
+void expect_nulls_refused(size_t count, const Expected &result, const trace &lines, Result (*function)(Parameters...),
+                          std::type_identity_t<Parameters>... arguments)
+{
+    for (size_t victim = 0; victim < count; ++victim) {
+        size_t index = 0;
+        const auto pick = [&]<typename Value>(Value value) {
+            return std::is_pointer_v<Value> && index++ == victim ? Value() : value;
+        };
+        const std::tuple<Parameters...> picked = {pick(arguments)...};
+        expect_call([&] { return std::apply(function, picked); }, result, lines);
+    }
+}
+
+/// function(...) gives `result` (any, if it has none) and writes its Begin line and this Critical line, nothing else.
+#define EXPECT_REJECTED(result, body, function, ...)                                                                   \
+    zel_test::expect_call([&] { return function(__VA_ARGS__); }, result,                                               \
+                          zel_test::join({zel_test::begin(#function), zel_test::critical(#function, body)}))
+/// So it does for each of the first `count` pointers among its arguments replaced by NULL; the second form is for a
+/// function without a Begin line.
+#define EXPECT_NULLS_REJECTED(count, result, body, function, ...)                                                      \
+    zel_test::expect_nulls_refused(count, result,                                                                      \
+                                   zel_test::join({zel_test::begin(#function), zel_test::critical(#function, body)}),  \
+                                   function, __VA_ARGS__)
+#define EXPECT_NULLS_REFUSED(count, result, body, function, ...)                                                       \
+    zel_test::expect_nulls_refused(count, result, zel_test::critical(#function, body), function, __VA_ARGS__)
+
+/// What the rest of the platform answers, and what became of it. Not for several threads at once.
+struct platform_state {
+    std::string last_line; ///< the last log call as it was put out: priority, tag, text
+
+    int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
+    bool feature_value = false;
+    int feature_queries = 0;
+    std::string feature_key;
+
+    std::set<app_control_h> handles; ///< those that exist
+    int clones = 0;
+    int clone_result = 0; ///< other than 0: the next clone fails with it, leaving this in its output
+    app_control_h clone_left_behind = nullptr;
+    int destroy_result = 0;
+};
+extern platform_state platform;
 
 app_control_h new_handle();
-/// Handles that exist, and how many were ever made by cloning.
-int live_handles();
-int cloned_handles();
-/// The next clone fails with this result, leaving this in its output.
-void fail_next_clone(int result, app_control_h left_behind);
-/// What destroying reports from now on.
-void answer_destroy(int result);
 
 } // namespace zel_test
 

@@ -16,36 +16,19 @@ void note_begin(log_site site = log_here())
 
 TEST(Log, EveryKindHasItsExactLayout)
 {
-    constexpr log_site site = {"f", 12};
-    struct {
-        void (*write)(log_site);
-        int priority;
-        const char *text;
-    } const kinds[] = {
-        {[](log_site at) { ZEL_BEGIN_AT(at); }, 4, "f(12):  \033[0;36mBEGIN >>>>\033[0;m\n"},
-        {[](log_site at) { ZEL_END_AT(at); }, 4, "f(12):  \033[0;36mEND <<<<\033[0;m\n"},
-        {[](log_site at) { ZEL_CRITICAL_AT(at, "Invalid params"); }, 6,
-         "f(12):  \033[0;31m* Critical * Invalid params\033[0;m\n"},
-        {[](log_site at) { ZEL_WARNING_AT(at, "odd [%s]", "x"); }, 5,
-         "f(12):  \033[0;34m* Warning * odd [x]\033[0;m\n"},
-        {[](log_site at) { ZEL_INFO_AT(at, "DB version is %d", 7); }, 4, "f(12):  * Info * DB version is 7\n"},
-        {[](log_site at) { ZEL_PLAIN_AT(at, "query [%s]", "y"); }, 4, "f(12):  query [y]\n"},
-        {[](log_site at) { ZEL_DEBUG_AT(at, "DB open Success"); }, 3, "f(12): DB open Success\n"},
-        {[](log_site at) { ZEL_DEBUG_AT(at, " timestamp:%llu", 9ULL); }, 3, "f(12):  timestamp:9\n"},
-    };
-    for (const auto &kind : kinds) {
-        kind.write(site);
-        EXPECT_EQ(last_raw_line().text, kind.text);
-        EXPECT_EQ(last_raw_line().priority, kind.priority);
-        EXPECT_EQ(last_raw_line().tag, "QUILLO_COMMON");
-    }
-    EXPECT_TRACE(begin("f"), end("f"), critical("f", "Invalid params"), warning("f", "odd [x]"),
-                 info("f", "DB version is 7"), plain("f", "query [y]"), debug("f", "DB open Success"),
-                 debug("f", " timestamp:9"));
-}
-
-TEST(Log, LineNamesItsWriterOrTheOneItWritesFor)
-{
+    constexpr log_site f = {"f", 12};
+#define EXPECT_LINE(statement, text)                                                                                   \
+    statement;                                                                                                         \
+    EXPECT_EQ(platform.last_line, text)
+    EXPECT_LINE(ZEL_BEGIN_AT(f), "4 QUILLO_COMMON f(12):  \033[0;36mBEGIN >>>>\033[0;m\n");
+    EXPECT_LINE(ZEL_END_AT(f), "4 QUILLO_COMMON f(12):  \033[0;36mEND <<<<\033[0;m\n");
+    EXPECT_LINE(ZEL_CRITICAL_AT(f, "bad %d", 1), "6 QUILLO_COMMON f(12):  \033[0;31m* Critical * bad 1\033[0;m\n");
+    EXPECT_LINE(ZEL_WARNING_AT(f, "odd %d", 2), "5 QUILLO_COMMON f(12):  \033[0;34m* Warning * odd 2\033[0;m\n");
+    EXPECT_LINE(ZEL_INFO_AT(f, "value %d", 3), "4 QUILLO_COMMON f(12):  * Info * value 3\n");
+    EXPECT_LINE(ZEL_PLAIN_AT(f, "query [%s]", "x"), "4 QUILLO_COMMON f(12):  query [x]\n");
+    EXPECT_LINE(ZEL_DEBUG_AT(f, "step %d", 4), "3 QUILLO_COMMON f(12): step 4\n");
+    EXPECT_TRACE(begin("f"), end("f"), critical("f", "bad 1"), warning("f", "odd 2"), info("f", "value 3"),
+                 plain("f", "query [x]"), debug("f", "step 4"));
     ZEL_DEBUG("here");
     note_begin();
     EXPECT_TRACE(debug("TestBody", "here"), begin("TestBody"));
@@ -61,19 +44,18 @@ TEST(Log, EntryPointWritesNothing)
 // All other tests lean on this: a line that is nearly right is not taken for right.
 TEST(Log, RecorderRefusesWhatBreaksTheLayout)
 {
-    const char *const wrong[] = {
-        "%s(%d): \033[0;31m* Critical * x\033[0;m\n",   "%s(%d):  \033[0;34m* Critical * x\033[0;m\n",
-        "%s(%d):  \033[0;31m* Critical * x\033[0m\n",   "%s(%d):  \033[0;31m* Critical * x\033[0;m",
-        "%s(%d):  \033[0;31m* Critical *x\033[0;m\n",   "%s (%d):  \033[0;31m* Critical * x\033[0;m\n",
-        "%s(%d):  \033[0;36mBEGIN >>>>\033[0;m\n",      "%s(%d):  plain\n",
-        "%s(%d):  \033[0;31m * Critical * x\033[0;m\n",
+    const auto expect_malformed = [](log_priority priority, const char *tag, const char *format, int line) {
+        dlog_print(priority, tag, format, "f", line);
+        EXPECT_TRUE(take_trace().text.starts_with("MALFORMED")) << priority << tag << format << line;
     };
-    for (const char *format : wrong) {
-        dlog_print(DLOG_ERROR, "QUILLO_COMMON", format, "f", 1);
-        EXPECT_TRUE(take_trace().text.starts_with("MALFORMED")) << format;
-    }
-    dlog_print(DLOG_DEBUG, "QUILLO", "%s(%d): x\n", "f", 1);
-    EXPECT_TRUE(take_trace().text.starts_with("MALFORMED")) << "wrong tag";
-    dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): x\n", "f", 0);
-    EXPECT_TRUE(take_trace().text.starts_with("MALFORMED")) << "no line number";
+    for (const char *format :
+         {"%s(%d): \033[0;31m* Critical * x\033[0;m\n", "%s(%d):  \033[0;34m* Critical * x\033[0;m\n",
+          "%s(%d):  \033[0;31m* Critical * x\033[0m\n", "%s(%d):  \033[0;31m* Critical * x\033[0;m",
+          "%s(%d):  \033[0;31m* Critical *x\033[0;m\n", "%s (%d):  \033[0;31m* Critical * x\033[0;m\n",
+          "%s(%d):  \033[0;36mBEGIN >>>>\033[0;m\n", "%s(%d):  plain\n"})
+        expect_malformed(DLOG_ERROR, "QUILLO_COMMON", format, 1);
+    expect_malformed(DLOG_INFO, "QUILLO_COMMON", "%s(%d):  \033[0;36mBEGIN >>>>\033[0;m \n", 1);
+    expect_malformed(DLOG_INFO, "QUILLO_COMMON", "%s(%d): no second blank\n", 1);
+    expect_malformed(DLOG_DEBUG, "QUILLO", "%s(%d): wrong tag\n", 1);
+    expect_malformed(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): no line\n", 0);
 }

@@ -34,15 +34,10 @@ void release(void *item)
 }
 
 // Items are numbers here; two match when they agree in the last digit.
-int differs_in_last_digit(const void *item, const void *wanted)
+int matches(void *item, void *wanted)
 {
     EXPECT_TRUE(lock_is_held());
     return reinterpret_cast<intptr_t>(item) % 10 != reinterpret_cast<intptr_t>(wanted) % 10;
-}
-
-int matches(void *item, void *wanted)
-{
-    return differs_in_last_digit(item, wanted);
 }
 
 void *item(intptr_t number)
@@ -63,14 +58,19 @@ class Queue : public testing::Test
   protected:
     Queue()
     {
-        EXPECT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
-        EXPECT_TRACE(whole("_common_queue_init"));
-        current = queue;
+        init();
     }
     ~Queue() override
     {
         if (queue)
             _common_queue_deinit(queue, release);
+    }
+
+    void init()
+    {
+        EXPECT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
+        EXPECT_TRACE(whole("_common_queue_init"));
+        current = queue;
     }
 
     void push(std::initializer_list<intptr_t> numbers)
@@ -127,129 +127,78 @@ TEST_F(Queue, ItemsLeaveInTheOrderTheyCame)
     EXPECT_EQ(_common_queue_pop(queue), item(4));
 }
 
-TEST_F(Queue, FindGivesTheNewestMatchAndLeavesIt)
+TEST_F(Queue, SearchesTakeTheNewestMatch)
 {
-    push({17, 1, 27, 3});
-    EXPECT_EQ(_common_queue_find(queue, matches, item(7)), item(27));
-    EXPECT_TRACE(locked("_common_queue_find"));
+    push({17, 1, 27, 17, 3});
+    EXPECT_EQ(_common_queue_find(queue, matches, item(7)), item(17));
     EXPECT_EQ(_common_queue_find(queue, matches, item(9)), nullptr);
-    EXPECT_TRACE(locked("_common_queue_find"));
-    EXPECT_EQ(pop_all(), (std::vector{item(17), item(1), item(27), item(3)}));
-}
-
-TEST_F(Queue, RemoveUnlinksTheNewestSuchPointerOnly)
-{
-    push({17, 1, 17, 3});
-    _common_queue_remove(queue, item(7));
-    EXPECT_TRACE(locked("_common_queue_remove"));
-    EXPECT_EQ(_common_queue_length(queue), 4);
-    take_trace();
+    EXPECT_TRACE(locked("_common_queue_find"), locked("_common_queue_find"));
+    _common_queue_remove(queue, item(7)); // by its address only
     _common_queue_remove(queue, item(17));
-    EXPECT_TRACE(locked("_common_queue_remove"));
-    EXPECT_EQ(pop_all(), (std::vector{item(17), item(1), item(3)}));
+    EXPECT_TRACE(locked("_common_queue_remove"), locked("_common_queue_remove"));
     EXPECT_TRUE(released.empty());
-}
 
-TEST_F(Queue, FindAndRemoveReleasesTheNewestMatch)
-{
-    push({17, 1, 27, 3});
     char element[40];
     std::snprintf(element, sizeof element, "elem[%p]", static_cast<void *>(queue->item_list->next));
     EXPECT_TRUE(_common_queue_find_and_remove(queue, matches, release, item(7)));
     EXPECT_TRACE(locked("_common_queue_find_and_remove", {debug("_common_queue_find_and_remove", element)}));
-    EXPECT_EQ(released, std::vector{item(27)});
     EXPECT_FALSE(_common_queue_find_and_remove(queue, matches, release, item(9)));
     EXPECT_TRACE(locked("_common_queue_find_and_remove"));
-    EXPECT_EQ(released.size(), 1u);
+    EXPECT_EQ(released, std::vector{item(27)});
     EXPECT_EQ(pop_all(), (std::vector{item(17), item(1), item(3)}));
 }
 
-TEST_F(Queue, ClearReleasesNewestFirst)
+TEST_F(Queue, ClearAndDeinitReleaseNewestFirst)
 {
+    const trace cleared_empty =
+        locked("_common_queue_clear", {critical("_common_queue_clear", "req_queue->item_list is NULL")});
     push({1, 2, 3});
     _common_queue_clear(queue, release);
     EXPECT_TRACE(locked("_common_queue_clear"));
     EXPECT_EQ(released, (std::vector{item(3), item(2), item(1)}));
     EXPECT_EQ(queue->item_list, nullptr);
     _common_queue_clear(queue, release);
-    EXPECT_TRACE(locked("_common_queue_clear", {critical("_common_queue_clear", "req_queue->item_list is NULL")}));
-    push({4});
-    EXPECT_EQ(pop_all(), std::vector{item(4)});
-}
-
-TEST_F(Queue, DeinitReleasesWhatIsLeft)
-{
-    push({1, 2});
-    _common_queue_deinit(queue, release);
-    EXPECT_TRACE(whole("_common_queue_deinit", {locked("_common_queue_clear")}));
-    EXPECT_EQ(released, (std::vector{item(2), item(1)}));
-    ASSERT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
-    current = queue;
+    EXPECT_TRACE(cleared_empty);
+    push({4, 5});
+    EXPECT_EQ(_common_queue_pop(queue), item(4));
     take_trace();
     _common_queue_deinit(queue, release);
-    EXPECT_TRACE(
-        whole("_common_queue_deinit",
-              {locked("_common_queue_clear", {critical("_common_queue_clear", "req_queue->item_list is NULL")})}));
-    queue = nullptr;
-}
+    EXPECT_TRACE(whole("_common_queue_deinit", {locked("_common_queue_clear")}));
+    EXPECT_EQ(released.back(), item(5));
 
-TEST_F(Queue, DeinitWithoutReleaseFunctionLeavesTheItemsAlone)
-{
-    push({1, 2});
-    _common_queue_deinit(queue, nullptr);
+    init();
+    _common_queue_deinit(queue, release);
+    EXPECT_TRACE(whole("_common_queue_deinit", {cleared_empty}));
+    init();
+    push({6, 7});
+    _common_queue_deinit(queue, nullptr); // the nodes go, the items stay
     EXPECT_TRACE(whole("_common_queue_deinit",
                        {begin("_common_queue_clear"), critical("_common_queue_clear", "Invalid params")}));
-    EXPECT_TRUE(released.empty());
+    EXPECT_EQ(released.size(), 4u);
     queue = nullptr;
 }
 
 TEST_F(Queue, NullArgumentsAreRejected)
 {
     push({1});
-    const auto rejected = [](const std::string &function) {
-        EXPECT_TRACE(begin(function), critical(function, "Invalid params"));
-    };
-    EXPECT_EQ(_common_queue_init(nullptr), ZEL_ERR_INVALID_ARG);
-    rejected("_common_queue_init");
-    _common_queue_push(nullptr, item(2));
-    rejected("_common_queue_push");
-    EXPECT_EQ(_common_queue_pop(nullptr), nullptr);
-    rejected("_common_queue_pop");
-    EXPECT_EQ(_common_queue_find(nullptr, matches, item(1)), nullptr);
-    rejected("_common_queue_find");
-    EXPECT_EQ(_common_queue_find(queue, nullptr, item(1)), nullptr);
-    rejected("_common_queue_find");
-    _common_queue_remove(nullptr, item(1));
-    rejected("_common_queue_remove");
-    _common_queue_remove(queue, nullptr);
-    rejected("_common_queue_remove");
-    EXPECT_FALSE(_common_queue_find_and_remove(nullptr, matches, release, item(1)));
-    rejected("_common_queue_find_and_remove");
-    EXPECT_FALSE(_common_queue_find_and_remove(queue, nullptr, release, item(1)));
-    rejected("_common_queue_find_and_remove");
-    EXPECT_FALSE(_common_queue_find_and_remove(queue, matches, nullptr, item(1)));
-    rejected("_common_queue_find_and_remove");
-    _common_queue_clear(nullptr, release);
-    rejected("_common_queue_clear");
-    _common_queue_clear(queue, nullptr);
-    rejected("_common_queue_clear");
-    _common_queue_deinit(nullptr, release);
-    rejected("_common_queue_deinit");
-    EXPECT_EQ(_common_queue_length(nullptr), 0);
-    rejected("_common_queue_length");
-    EXPECT_FALSE(_common_queue_get_wait_status(nullptr));
-    EXPECT_TRACE(critical("_common_queue_get_wait_status", "Invalid params"));
+    const std::string body = "Invalid params";
+    EXPECT_NULLS_REJECTED(1, ZEL_ERR_INVALID_ARG, body, _common_queue_init, &queue);
+    EXPECT_NULLS_REJECTED(1, 0, body, _common_queue_push, queue, item(2));
+    EXPECT_NULLS_REJECTED(1, nullptr, body, _common_queue_pop, queue);
+    EXPECT_NULLS_REJECTED(2, nullptr, body, _common_queue_find, queue, matches, item(1));
+    EXPECT_NULLS_REJECTED(2, 0, body, _common_queue_remove, queue, item(1));
+    EXPECT_NULLS_REJECTED(3, false, body, _common_queue_find_and_remove, queue, matches, release, item(1));
+    EXPECT_NULLS_REJECTED(2, 0, body, _common_queue_clear, queue, release);
+    EXPECT_NULLS_REJECTED(1, 0, body, _common_queue_deinit, queue, release);
+    EXPECT_NULLS_REJECTED(1, 0, body, _common_queue_length, queue);
+    EXPECT_NULLS_REFUSED(1, false, body, _common_queue_get_wait_status, queue);
     EXPECT_EQ(pop_all(), std::vector{item(1)});
     EXPECT_TRUE(released.empty());
-}
 
-TEST_F(Queue, InitWithoutMemoryStoresNothing)
-{
     zel_queue_s *other = queue;
     const allocation_failure failure(1);
-    EXPECT_EQ(_common_queue_init(&other), ZEL_ERR_MEMORY);
+    EXPECT_REJECTED(ZEL_ERR_MEMORY, "Failed to allocate memory", _common_queue_init, &other);
     EXPECT_TRUE(failure.happened());
-    EXPECT_TRACE(begin("_common_queue_init"), critical("_common_queue_init", "Failed to allocate memory"));
     EXPECT_EQ(other, queue);
 }
 

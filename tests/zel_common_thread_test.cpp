@@ -103,48 +103,29 @@ TEST_F(Thread, StartedThreadFindsItsRecord)
 
 TEST_F(Thread, StartThatFailsLeavesNoRecord)
 {
-    zel_thread_s *const untouched = thread.record;
-    zel_thread_s *record = untouched;
-    const auto rejected = [&](const std::string &body) {
-        EXPECT_TRACE(begin("_common_thread_start"), critical("_common_thread_start", body));
-    };
-    EXPECT_FALSE(_common_thread_start(nullptr, report, nullptr));
-    rejected("Invalid arguments");
-    EXPECT_FALSE(_common_thread_start(&record, nullptr, nullptr));
-    rejected("Invalid arguments");
-    EXPECT_EQ(record, untouched);
+    zel_thread_s *record = thread.record;
+    EXPECT_NULLS_REJECTED(2, false, "Invalid arguments", _common_thread_start, &record, report, nullptr);
     {
         const allocation_failure failure(1);
-        EXPECT_FALSE(_common_thread_start(&record, report, nullptr));
+        EXPECT_REJECTED(false, "Failed memory allocation", _common_thread_start, &record, report, nullptr);
         EXPECT_TRUE(failure.happened());
     }
-    rejected("Failed memory allocation");
-    EXPECT_EQ(record, untouched);
+    EXPECT_EQ(record, thread.record) << "untouched";
     calls::thread_create.answer(EAGAIN);
-    EXPECT_FALSE(_common_thread_start(&record, report, nullptr));
-    rejected("Failed to create thread ret_val[11]");
+    EXPECT_REJECTED(false, "Failed to create thread ret_val[11]", _common_thread_start, &record, report, nullptr);
     EXPECT_EQ(record, nullptr);
 }
 
 TEST_F(Thread, NullRecordIsRejected)
 {
-    const auto rejected = [](const std::string &function) {
-        EXPECT_TRACE(begin(function), critical(function, "req_thread is NULL"));
-    };
-    EXPECT_FALSE(_common_thread_wait_till_start(nullptr));
-    rejected("_common_thread_wait_till_start");
-    _common_thread_notify_started(nullptr);
-    rejected("_common_thread_notify_started");
-    _common_thread_set_is_running(nullptr, true);
-    rejected("_common_thread_set_is_running");
-    EXPECT_EQ(_common_thread_waitCallback(nullptr), 22);
-    rejected("_common_thread_waitCallback");
-    _common_thread_sendSignal(nullptr);
-    rejected("_common_thread_sendSignal");
-    _common_thread_stop(nullptr);
-    rejected("_common_thread_stop");
-    EXPECT_FALSE(_common_thread_get_wait_status(nullptr));
-    EXPECT_TRACE(critical("_common_thread_get_wait_status", "req_thread is NULL"));
+    const std::string body = "req_thread is NULL";
+    EXPECT_REJECTED(false, body, _common_thread_wait_till_start, nullptr);
+    EXPECT_REJECTED(0, body, _common_thread_notify_started, nullptr);
+    EXPECT_REJECTED(0, body, _common_thread_set_is_running, nullptr, true);
+    EXPECT_REJECTED(22, body, _common_thread_waitCallback, nullptr);
+    EXPECT_REJECTED(0, body, _common_thread_sendSignal, nullptr);
+    EXPECT_REJECTED(0, body, _common_thread_stop, nullptr);
+    EXPECT_NULLS_REFUSED(1, false, body, _common_thread_get_wait_status, thread.record);
 }
 
 TEST_F(Thread, StartWaitEndsAtOnceForARunningThread)
@@ -172,8 +153,8 @@ TEST_F(Thread, StartWaitIsOneWaitToAWholeSecond)
         calls::cond_timedwait.answer(early_or_late);
         EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
         EXPECT_TRACE(whole("_common_thread_wait_till_start"));
-        EXPECT_EQ(last_deadline().seconds, 1005);
-        EXPECT_EQ(last_deadline().nanoseconds, 0);
+        EXPECT_EQ(last_deadline.seconds, 1005);
+        EXPECT_EQ(last_deadline.nanoseconds, 0);
     }
     EXPECT_EQ(calls::cond_timedwait.calls(), 2);
     EXPECT_TRUE(lock_is_free());
@@ -205,17 +186,14 @@ TEST_F(Thread, CallbackWaitReportsHowItEnded)
     const scripted_clock clock(2000, 123456);
     const std::string function = "_common_thread_waitCallback";
     const trace access = info(function, "access mutex lock");
-    calls::cond_timedwait.answer(ETIMEDOUT);
-    EXPECT_EQ(_common_thread_waitCallback(thread.record), -110);
-    EXPECT_TRACE(whole(function, {access, critical(function, "waitCallback() TIME-OUT")}));
-    EXPECT_EQ(last_deadline().seconds, 2010);
-    EXPECT_EQ(last_deadline().nanoseconds, 123456000);
-    calls::cond_timedwait.answer(EINVAL);
-    EXPECT_EQ(_common_thread_waitCallback(thread.record), EINVAL);
-    EXPECT_TRACE(whole(function, {access}));
-    calls::cond_timedwait.answer(0);
-    EXPECT_EQ(_common_thread_waitCallback(thread.record), 0);
-    EXPECT_TRACE(whole(function, {access}));
+    for (const auto &[ending, result] : {std::pair{ETIMEDOUT, -110}, {EINVAL, EINVAL}, {0, 0}}) {
+        calls::cond_timedwait.answer(ending);
+        EXPECT_EQ(_common_thread_waitCallback(thread.record), result);
+        EXPECT_TRACE(
+            whole(function, {access, ending == ETIMEDOUT ? critical(function, "waitCallback() TIME-OUT") : trace()}));
+        EXPECT_EQ(last_deadline.seconds, 2010);
+        EXPECT_EQ(last_deadline.nanoseconds, 123456000);
+    }
     EXPECT_EQ(calls::cond_timedwait.calls(), 3);
     EXPECT_TRUE(lock_is_free());
 }
