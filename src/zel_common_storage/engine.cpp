@@ -56,6 +56,25 @@ bool open_lazily(log_site site = log_here())
     return true;
 }
 
+/**
+ * One attempt at an insert with the question for its row id. When memory runs out between the two the row is there all
+ * the same: it is reported as stored, with its id, lest the caller store it a second time. The mutex keeps the inserts
+ * of other threads out of that look.
+ */
+int insert_once(const char *text, int *row_id, bool *stored, char **message)
+{
+    sqlite3_mutex *const mutex = sqlite3_db_mutex(_g_sqlite_handle);
+    sqlite3_mutex_enter(mutex);
+    const int changes = sqlite3_total_changes(_g_sqlite_handle);
+    const int code = sqlite3_exec(_g_sqlite_handle, text, __insert_callback, row_id, message);
+    if (code != SQLITE_OK && sqlite3_total_changes(_g_sqlite_handle) != changes) {
+        *row_id = static_cast<int>(sqlite3_last_insert_rowid(_g_sqlite_handle));
+        *stored = true;
+    }
+    sqlite3_mutex_leave(mutex);
+    return code;
+}
+
 } // namespace
 
 namespace zel_storage
@@ -286,11 +305,14 @@ int __execute_insert_query(const char *query, unsigned int *unique_id)
     int row_id = 0;
     for (busy_retry retry;;) {
         char *message = nullptr;
-        const int code = sqlite3_exec(_g_sqlite_handle, text, __insert_callback, &row_id, &message);
+        bool stored = false;
+        const int code = insert_once(text, &row_id, &stored, &message);
         if (code == SQLITE_OK)
             break;
         ZEL_CRITICAL("failed to execute [%s], err[%d], SQLITE_BUSY [%d]", log_text(message), code, SQLITE_BUSY);
         sqlite3_free(message);
+        if (stored)
+            break;
         if (!retry.wait_and_retry(code))
             return 0;
     }
