@@ -1,0 +1,95 @@
+// Every operation of the store as a row of one table, and a small world of rows for them to work on. The harnesses that
+// break the store on purpose all drive it from here.
+#ifndef ZEL_TESTS_OPERATIONS_H
+#define ZEL_TESTS_OPERATIONS_H
+
+#include "store_fixture.h"
+
+#include <algorithm>
+#include <span>
+#include <string>
+
+namespace zel_test
+{
+
+inline bool is_among(const std::string &text, std::initializer_list<const char *> texts)
+{
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
+/// Outputs of every shape; a call fills those that it has.
+struct answers {
+    bool flag = true;
+    int numbers[2] = {-77, -77};
+    unsigned int counts[2] = {77, 77};
+    unsigned long long wides[3] = {77, 77, 77};
+    char *texts[4] = {untouched<char *>(), untouched<char *>(), untouched<char *>(), untouched<char *>()};
+    char **text_list = untouched<char **>();
+    int *number_list = untouched<int *>();
+    unsigned int *count_list = untouched<unsigned int *>();
+    GList *records = untouched<GList *>();
+    GList *urls = untouched<GList *>();
+    zel_content_sync_info *record = untouched<zel_content_sync_info *>();
+    quillo_msisdn_s **people = untouched<quillo_msisdn_s **>();
+    zel_trans_upload_info *report = untouched<zel_trans_upload_info *>();
+    zel_trans_share_content_info *share = untouched<zel_trans_share_content_info *>();
+
+    /// What was handed out, as text, an entry of a list a line; empty when nothing was touched. Releases it.
+    std::string take();
+};
+
+struct operation {
+    const char *name;
+    int (*call)(answers &out);
+    bool writes;                 ///< changes rows of the world
+    unsigned long long failures; ///< bit set of the codes that its contract knows besides success
+    std::initializer_list<const char *> memory_lines = {}; ///< what it writes, one of them, beside ZEL_ERR_MEMORY
+    /// What is handed out, with success, when a step fails whose failure the contract lets pass for an absent row.
+    std::initializer_list<const char *> unseen = {};
+    std::initializer_list<const char *> left_behind = {""}; ///< what can be handed out with a failure
+    /// For what works in several steps, of which some may have been carried out on a failure: rows that can stand then
+    /// besides those of before and after.
+    const char *halfway = nullptr;
+
+    bool may_fail_with(int code) const
+    {
+        return code > 0 && code < 64 && (failures >> code & 1) != 0;
+    }
+};
+
+std::span<const operation> operations();
+
+/// What stands in every text argument: "word" unless a test has another word.
+extern const char *word;
+
+/// Makes every operation find, change or remove something.
+void furnish();
+
+/// The store's file as furnish() left it, to start from again and again.
+class world
+{
+  public:
+    /// Fills a new file. Leaves the store closed.
+    world();
+    /// Puts the file back and opens the store as a new process would: it knows nothing of the schema unless warm.
+    void begin(bool warm = false) const;
+    /// Whether the file is still as it was put back.
+    bool is_untouched() const;
+    /// Closes the store, which fails if a statement was not finalized.
+    static void end();
+
+  private:
+    scripted_clock clock_{1000, 0};
+    std::string bytes_;
+};
+
+/// All rows, a line each with the name of their table in front, read through a connection of its own that also tests
+/// the file's integrity.
+std::string stored_rows();
+
+/// Whether each row of `now` is one of `before` or `after`, and all that those two have in common is there.
+bool lies_between(const std::string &now, const std::string &before, const std::string &after);
+
+} // namespace zel_test
+
+#endif
