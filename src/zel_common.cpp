@@ -239,7 +239,7 @@ void *lookup(const zel_hash_table *hash_table, const void *key)
 void _common_init_hash_table(zel_hash_table **hash_table, GDestroyNotify free_key, GDestroyNotify free_value)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return;
 
     *hash_table = g_try_new0(zel_hash_table, 1);
@@ -257,7 +257,7 @@ void _common_init_hash_table(zel_hash_table **hash_table, GDestroyNotify free_ke
 void _common_deinit_hash_table(zel_hash_table *hash_table)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return;
 
     {
@@ -273,7 +273,7 @@ void _common_write_to_hash_table(zel_hash_table *hash_table, void *key, void *va
 {
     ZEL_BEGIN();
     ZEL_INFO("%p %p %p", static_cast<void *>(hash_table), key, value);
-    if (invalid_params(!hash_table || !key || !value))
+    if (refused(!hash_table || !key || !value, "Invalid params"))
         return;
 
     const mutex_guard guard(hash_table->mutex);
@@ -283,7 +283,7 @@ void _common_write_to_hash_table(zel_hash_table *hash_table, void *key, void *va
 void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return nullptr;
 
     const mutex_guard guard(hash_table->mutex);
@@ -293,7 +293,7 @@ void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key)
 void *_common_read_from_hash_table_addon(zel_hash_table *hash_table, const void *key, _common_hash_table_addon_cb cb)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table || !cb))
+    if (refused(!hash_table || !cb, "Invalid params"))
         return nullptr;
 
     void *value = nullptr;
@@ -310,7 +310,7 @@ void *_common_read_from_hash_table_addon(zel_hash_table *hash_table, const void 
 void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return;
 
     const mutex_guard guard(hash_table->mutex);
@@ -321,7 +321,7 @@ void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key)
 void *_common_find_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table || !predicate_func))
+    if (refused(!hash_table || !predicate_func, "Invalid params"))
         return nullptr;
 
     const mutex_guard guard(hash_table->mutex);
@@ -330,7 +330,7 @@ void *_common_find_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_f
 
 void _common_find_and_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *key)
 {
-    if (invalid_params(!hash_table || !predicate_func))
+    if (refused(!hash_table || !predicate_func, "Invalid params"))
         return;
 
     const mutex_guard guard(hash_table->mutex);
@@ -341,7 +341,7 @@ void _common_find_and_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc p
 
 void _common_foreach_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data)
 {
-    if (invalid_params(!hash_table || !predicate_func))
+    if (refused(!hash_table || !predicate_func, "Invalid params"))
         return;
 
     const mutex_guard guard(hash_table->mutex);
@@ -351,7 +351,7 @@ void _common_foreach_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc pr
 int _common_foreach_read_from_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table || !predicate_func))
+    if (refused(!hash_table || !predicate_func, "Invalid params"))
         return -1;
 
     int visited = 0;
@@ -369,7 +369,7 @@ int _common_foreach_read_from_hash_table(zel_hash_table *hash_table, GHRFunc pre
 int _common_get_hash_table_size(zel_hash_table *hash_table)
 {
     ZEL_BEGIN();
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return 0;
 
     const mutex_guard guard(hash_table->mutex);
@@ -378,7 +378,7 @@ int _common_get_hash_table_size(zel_hash_table *hash_table)
 
 unsigned int _common_get_hash_table_count(zel_hash_table *hash_table)
 {
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return 0;
 
     const mutex_guard guard(hash_table->mutex);
@@ -387,7 +387,7 @@ unsigned int _common_get_hash_table_count(zel_hash_table *hash_table)
 
 GList *_common_get_keys_from_hash_table(zel_hash_table *hash_table)
 {
-    if (invalid_params(!hash_table))
+    if (refused(!hash_table, "Invalid params"))
         return nullptr;
 
     /* g_hash_table_get_keys promises no order. */
@@ -406,10 +406,8 @@ GList *_common_get_keys_from_hash_table(zel_hash_table *hash_table)
 int _common_util_file_size(const char *file_path, unsigned int *file_size)
 {
     ZEL_BEGIN();
-    if (!file_path || !file_size) {
-        ZEL_CRITICAL("Invalid Parameters");
+    if (refused(!file_path || !file_size, "Invalid Parameters"))
         return ZEL_ERR_INVALID_ARG;
-    }
 
     /* A size of 2^31 or more fails on every host, as it does where file status has 32 bits. */
     struct stat status;
@@ -467,10 +465,12 @@ void _common_util_get_file_valid_path(const char *file_path, char *file_new_path
     const std::unique_ptr<char, releaser<free>> name(_common_util_get_filename_without_ext(file_path));
     const std::unique_ptr<char, releaser<g_free>> extension(name ? _common_util_get_ext(file_path) : nullptr);
     if (extension) {
-        int number = 1;
+        int number = 0;
         do {
-            snprintf(file_new_path, ZEL_NEW_PATH_SIZE, "%s_%d.%s", name.get(), number++, extension.get());
-        } while (_common_util_file_exist(file_new_path));
+            snprintf(file_new_path, ZEL_NEW_PATH_SIZE, "%s_%d.%s", name.get(), ++number, extension.get());
+            /* A number that is cut off cannot make another name. */
+        } while (_common_util_file_exist(file_new_path) &&
+                 snprintf(nullptr, 0, "%s_%d", name.get(), number + 1) < ZEL_NEW_PATH_SIZE);
     } else {
         snprintf(file_new_path, ZEL_NEW_PATH_SIZE, "%s", file_path ? file_path : "");
     }
@@ -540,7 +540,7 @@ unsigned long long _common_util_get_current_unix_time(void)
 
 void _common_util_set_pid_to_file(void)
 {
-    const file_holder file(fopen(PID_FILE_PATH, "w"));
+    const file_holder file(fopen(PID_FILE_PATH, "we"));
     if (!file) {
         ZEL_CRITICAL("RESUME: open file /tmp/quillo.pid error");
         return;
@@ -552,7 +552,7 @@ void _common_util_set_pid_to_file(void)
 
 bool _common_util_get_pid_from_file(pid_t *pid)
 {
-    const file_holder file(fopen(PID_FILE_PATH, "r"));
+    const file_holder file(fopen(PID_FILE_PATH, "re"));
     if (!file) {
         ZEL_CRITICAL("RESUME: open file /tmp/quillo.pid error");
         return false;

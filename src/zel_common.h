@@ -306,7 +306,7 @@ void _common_write_to_hash_table(zel_hash_table *hash_table, void *key, void *va
  * Looks a value up. Any thread may call it.
  *
  * @param hash_table the table
- * @param key        the key
+ * @param key        the key; NULL is never present
  * @return the value, which stays the table's; NULL when the key is absent or the table is NULL
  */
 void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key);
@@ -315,7 +315,7 @@ void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key);
  * Looks a value up and, while it is still protected by the mutex, hands it to a callback. Any thread may call it.
  *
  * @param hash_table the table
- * @param key        the key
+ * @param key        the key; NULL is never present
  * @param cb         called once with the value; not called when the key is absent
  * @return the value, which stays the table's; NULL when the key is absent or the table or the callback is NULL
  */
@@ -325,7 +325,7 @@ void *_common_read_from_hash_table_addon(zel_hash_table *hash_table, const void 
  * Removes an entry; its key and value are released through the release functions. Any thread may call it.
  *
  * @param hash_table the table; NULL is rejected
- * @param key        the key; an absent one is ignored
+ * @param key        the key; an absent one, NULL among them, is ignored
  */
 void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key);
 
@@ -346,7 +346,7 @@ void *_common_find_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_f
  * @param hash_table     the table; NULL is rejected
  * @param predicate_func called under the mutex with key, value and, as its user data, the key again; exactly 1 (TRUE)
  *                       removes. Not called when the key is absent; NULL is rejected
- * @param key            the key
+ * @param key            the key; NULL is never present
  */
 void _common_find_and_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *key);
 
@@ -445,7 +445,7 @@ char *_common_util_get_ext(const char *file_path);
  *
  * @param file_path     the path; NULL gives an empty one
  * @param file_new_path receives the free path; a buffer of ZEL_NEW_PATH_SIZE bytes of the caller's, not NULL. A longer
- *                      path is cut off
+ *                      path is cut off; one that loses its number to the cut may be taken
  */
 void _common_util_get_file_valid_path(const char *file_path, char *file_new_path);
 

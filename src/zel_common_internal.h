@@ -31,12 +31,12 @@ struct mutex_guard {
     pthread_mutex_t &mutex;
 };
 
-/** Says so in the caller's name when its arguments are not usable, and hands the verdict back. */
-inline bool invalid_params(bool invalid, log_site site = log_here())
+/** Whether an operation's arguments are unusable; if so, says it in the operation's name. */
+inline bool refused(bool unusable, const char *message, log_site site = log_here())
 {
-    if (invalid)
-        ZEL_CRITICAL_AT(site, "Invalid params");
-    return invalid;
+    if (unusable)
+        ZEL_CRITICAL_AT(site, "%s", message);
+    return unusable;
 }
 
 extern "C" {

@@ -117,7 +117,7 @@ void *__pop_back(zel_queue_s *req_queue)
 zel_err_e _common_queue_init(zel_queue_s **req_queue)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue))
+    if (refused(!req_queue, "Invalid params"))
         return ZEL_ERR_INVALID_ARG;
 
     queue_record *record = g_try_new0(queue_record, 1);
@@ -136,7 +136,7 @@ zel_err_e _common_queue_init(zel_queue_s **req_queue)
 void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue))
+    if (refused(!req_queue, "Invalid params"))
         return;
 
     _common_queue_clear(req_queue, func);
@@ -151,7 +151,7 @@ void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func)
 void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue || !func))
+    if (refused(!req_queue || !func, "Invalid params"))
         return;
 
     __enter_critical_section(req_queue);
@@ -169,7 +169,7 @@ void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func)
 void _common_queue_push(zel_queue_s *req_queue, void *data)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue))
+    if (refused(!req_queue, "Invalid params"))
         return;
 
     __enter_critical_section(req_queue);
@@ -183,7 +183,7 @@ void _common_queue_push(zel_queue_s *req_queue, void *data)
 void *_common_queue_pop(zel_queue_s *req_queue)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue))
+    if (refused(!req_queue, "Invalid params"))
         return nullptr;
 
     __enter_critical_section(req_queue);
@@ -200,13 +200,13 @@ void *_common_queue_pop(zel_queue_s *req_queue)
 
 bool _common_queue_get_wait_status(zel_queue_s *req_queue)
 {
-    return !invalid_params(!req_queue) && wait_status(req_queue);
+    return !refused(!req_queue, "Invalid params") && wait_status(req_queue);
 }
 
 void *_common_queue_find(zel_queue_s *req_queue, _common_queue_find_func func, void *user_data)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue || !func))
+    if (refused(!req_queue || !func, "Invalid params"))
         return nullptr;
 
     __enter_critical_section(req_queue);
@@ -220,7 +220,7 @@ void *_common_queue_find(zel_queue_s *req_queue, _common_queue_find_func func, v
 void _common_queue_remove(zel_queue_s *req_queue, void *item)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue || !item))
+    if (refused(!req_queue || !item, "Invalid params"))
         return;
 
     __enter_critical_section(req_queue);
@@ -234,18 +234,15 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
                                    void *user_data)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue || !func || !free_func))
+    if (refused(!req_queue || !func || !free_func, "Invalid params"))
         return false;
 
     __enter_critical_section(req_queue);
     GList *node = find_node(req_queue, func, user_data);
     const bool found = node != nullptr;
     if (found) {
-        /* The line names the node's address, which stays a mere number once the node is gone. */
-        const auto address = reinterpret_cast<uintptr_t>(node);
-        void *item = unlink_node(req_queue, node);
-        ZEL_DEBUG("elem[%p]", reinterpret_cast<void *>(address));
-        free_func(item);
+        ZEL_DEBUG("elem[%p]", static_cast<void *>(node));
+        free_func(unlink_node(req_queue, node));
     }
     __leave_critical_section(req_queue);
     ZEL_END();
@@ -255,7 +252,7 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
 int _common_queue_length(zel_queue_s *req_queue)
 {
     ZEL_BEGIN();
-    if (invalid_params(!req_queue))
+    if (refused(!req_queue, "Invalid params"))
         return 0;
 
     __enter_critical_section(req_queue);

@@ -82,7 +82,8 @@ void _common_queue_push(zel_queue_s *req_queue, void *data);
  * again. Any thread may call it.
  *
  * @param req_queue the queue
- * @return the item, now the caller's; NULL when it woke and found nothing, or when the queue is NULL
+ * @return the item, now the caller's, which is NULL if NULL was queued; NULL also when it woke and found nothing, and
+ *         when the queue is NULL
  */
 void *_common_queue_pop(zel_queue_s *req_queue);
 

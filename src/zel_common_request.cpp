@@ -43,10 +43,8 @@ GList *_common_glist_dup(const GList *src)
 zel_err_e _common_copy_zel_request_members(const zel_request *src_request, zel_request *dst_request)
 {
     ZEL_BEGIN();
-    if (!src_request || !dst_request) {
-        ZEL_CRITICAL("Invalid parameters");
+    if (refused(!src_request || !dst_request, "Invalid parameters"))
         return ZEL_ERR_INVALID_ARG;
-    }
 
     *dst_request = *src_request;
     dst_request->description = g_strdup(src_request->description);
@@ -133,17 +131,9 @@ constexpr int TRUNCATED_LENGTH_MAX = 4096;
 
 using string_holder = std::unique_ptr<char, releaser<g_free>>;
 
-/** Says so in the caller's name when its arguments are not usable, and hands the verdict back. */
-bool invalid_parameter(bool invalid, log_site site = log_here())
-{
-    if (invalid)
-        ZEL_CRITICAL_AT(site, "Fail: Invalid Parameter");
-    return invalid;
-}
-
 template <typename Value> zel_err_e write_fixed(void *buf, int *offset, Value value, log_site site = log_here())
 {
-    if (invalid_parameter(!buf || !offset, site))
+    if (refused(!buf || !offset, "Fail: Invalid Parameter", site))
         return ZEL_ERR_INVALID_ARG;
 
     memcpy(static_cast<char *>(buf) + *offset, &value, sizeof(value));
@@ -154,7 +144,7 @@ template <typename Value> zel_err_e write_fixed(void *buf, int *offset, Value va
 template <typename Value>
 zel_err_e read_fixed(const void *data, int *offset, Value *out_value, log_site site = log_here())
 {
-    if (invalid_parameter(!data || !offset || !out_value, site))
+    if (refused(!data || !offset || !out_value, "Fail: Invalid Parameter", site))
         return ZEL_ERR_INVALID_ARG;
 
     memcpy(out_value, static_cast<const char *>(data) + *offset, sizeof(*out_value));
@@ -227,7 +217,7 @@ zel_err_e __get_unsigned_long_long(const void *data, int *offset, unsigned long 
 
 zel_err_e __get_string(const void *data, int max_length, int *offset, char **out_string)
 {
-    if (invalid_parameter(!data || !offset || !out_string))
+    if (refused(!data || !offset || !out_string, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
     if (!field_fits(*offset, sizeof(int), max_length))
         return ZEL_ERR_MEMORY;
@@ -340,7 +330,7 @@ void count_items(share *share_content_info)
 
 zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_info *content_info)
 {
-    if (invalid_parameter(!buf || !offset || !content_info))
+    if (refused(!buf || !offset || !content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
     write_strings(buf, offset, content_info, ITEM_STRINGS);
@@ -352,7 +342,7 @@ zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_inf
 zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_content_info *share_content_info)
 {
     ZEL_BEGIN();
-    if (invalid_parameter(!buf || !offset || !share_content_info))
+    if (refused(!buf || !offset || !share_content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
     write_strings(buf, offset, share_content_info, SHARE_STRINGS);
@@ -367,7 +357,7 @@ zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_
 
 zel_err_e __get_content_info(const void *buf, int max_length, int *offset, zel_trans_content_info **content_info)
 {
-    if (invalid_parameter(!buf || !offset || !content_info))
+    if (refused(!buf || !offset || !content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
     std::unique_ptr<item, releaser<__free_content_info>> decoded(g_try_new0(item, 1));
@@ -393,7 +383,7 @@ zel_err_e __get_share_content_info_list(const void *buf, int max_length, int *of
                                         zel_trans_share_content_info **share_content_info)
 {
     ZEL_BEGIN();
-    if (invalid_parameter(!buf || !offset || !share_content_info))
+    if (refused(!buf || !offset || !share_content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
     std::unique_ptr<share, releaser<_common_free_share_content_info>> decoded(g_try_new0(share, 1));
@@ -427,10 +417,8 @@ zel_err_e __get_share_content_info_list(const void *buf, int max_length, int *of
 unsigned int __find_length_of_content_info(const zel_trans_content_info *content_info)
 {
     ZEL_BEGIN();
-    if (!content_info) {
-        ZEL_CRITICAL("Invalid Parameter");
+    if (refused(!content_info, "Invalid Parameter"))
         return 0;
-    }
 
     const unsigned int length = ITEM_SIZE + length_of_strings(content_info, ITEM_STRINGS);
     ZEL_END();
@@ -440,10 +428,8 @@ unsigned int __find_length_of_content_info(const zel_trans_content_info *content
 unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_info *share_content_info)
 {
     ZEL_BEGIN();
-    if (!share_content_info) {
-        ZEL_CRITICAL("Invalid Parameter");
+    if (refused(!share_content_info, "Invalid Parameter"))
         return 0;
-    }
 
     unsigned int length = SHARE_SIZE + length_of_strings(share_content_info, SHARE_STRINGS);
     count_items(share_content_info);
@@ -458,7 +444,7 @@ unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_in
 void __print_share_content_info_list(const zel_trans_share_content_info *share_content_info)
 {
     ZEL_BEGIN();
-    if (invalid_parameter(!share_content_info))
+    if (refused(!share_content_info, "Fail: Invalid Parameter"))
         return;
 
     ZEL_INFO("contents_token [%s]", log_text(share_content_info->contents_token));

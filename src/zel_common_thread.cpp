@@ -13,14 +13,6 @@ constexpr int START_WAIT_SECONDS = 5;
 constexpr int CALLBACK_WAIT_SECONDS = 10;
 constexpr int CALLBACK_TIMED_OUT = -110;
 
-/** Says so in the caller's name when there is no record, and hands the verdict back. */
-bool is_missing(const zel_thread_s *req_thread, log_site site = log_here())
-{
-    if (!req_thread)
-        ZEL_CRITICAL_AT(site, "req_thread is NULL");
-    return !req_thread;
-}
-
 void init_recursive_mutex(pthread_mutex_t *mutex)
 {
     pthread_mutexattr_t attributes;
@@ -51,10 +43,8 @@ void store_is_running(zel_thread_s *req_thread, bool value)
 bool _common_thread_start(zel_thread_s **req_thread, void *(*func_name)(void *), void *data)
 {
     ZEL_BEGIN();
-    if (!req_thread || !func_name) {
-        ZEL_CRITICAL("Invalid arguments");
+    if (refused(!req_thread || !func_name, "Invalid arguments"))
         return false;
-    }
 
     zel_thread_s *record = g_try_new0(zel_thread_s, 1);
     if (!record) {
@@ -81,7 +71,7 @@ bool _common_thread_start(zel_thread_s **req_thread, void *(*func_name)(void *),
 void _common_thread_stop(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (is_missing(req_thread))
+    if (refused(!req_thread, "req_thread is NULL"))
         return;
 
     int result = pthread_mutex_destroy(&req_thread->available_lock);
@@ -100,7 +90,7 @@ void _common_thread_stop(zel_thread_s *req_thread)
 int _common_thread_waitCallback(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (is_missing(req_thread))
+    if (refused(!req_thread, "req_thread is NULL"))
         return EINVAL;
 
     int result = 0;
@@ -126,7 +116,7 @@ int _common_thread_waitCallback(zel_thread_s *req_thread)
 void _common_thread_sendSignal(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (is_missing(req_thread))
+    if (refused(!req_thread, "req_thread is NULL"))
         return;
 
     {
@@ -139,7 +129,7 @@ void _common_thread_sendSignal(zel_thread_s *req_thread)
 bool _common_thread_wait_till_start(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (is_missing(req_thread))
+    if (refused(!req_thread, "req_thread is NULL"))
         return false;
 
     bool is_running = false;
@@ -159,7 +149,7 @@ bool _common_thread_wait_till_start(zel_thread_s *req_thread)
 void _common_thread_notify_started(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (is_missing(req_thread))
+    if (refused(!req_thread, "req_thread is NULL"))
         return;
 
     store_is_running(req_thread, true);
@@ -169,7 +159,7 @@ void _common_thread_notify_started(zel_thread_s *req_thread)
 void _common_thread_set_is_running(zel_thread_s *req_thread, bool value)
 {
     ZEL_BEGIN();
-    if (is_missing(req_thread))
+    if (refused(!req_thread, "req_thread is NULL"))
         return;
 
     store_is_running(req_thread, value);
@@ -178,5 +168,5 @@ void _common_thread_set_is_running(zel_thread_s *req_thread, bool value)
 
 bool _common_thread_get_wait_status(zel_thread_s *req_thread)
 {
-    return !is_missing(req_thread) && req_thread->thread_wait_status;
+    return !refused(!req_thread, "req_thread is NULL") && req_thread->thread_wait_status;
 }
