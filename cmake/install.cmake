@@ -64,6 +64,10 @@ install(
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
+# Debian's tools find architecture and dependencies of a package only where it is for the machine itself.
+if(CMAKE_CROSSCOMPILING)
+  return()
+endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "zel_common developers <root@localhost>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
