@@ -128,6 +128,31 @@ TEST_F(StorageFaults, the_disk_fails_from_one_call_on)
     each_operation_meets(failing_disk(DISK_EVERY, true));
 }
 
+TEST(StorageCreation, what_a_fault_kept_from_being_created_is_created_next_time)
+{
+    use_faulty_disk();
+    std::string whole;
+    bool happened = true;
+    for (int nth = 0; happened; ++nth) {
+        SCOPED_TRACE("fault " + std::to_string(nth));
+        std::filesystem::remove_all(database_folder);
+        std::filesystem::create_directories(database_folder);
+        {
+            const disk_fault fault(DISK_EVERY, nth, false, 0);
+            const int code = _common_storage_init();
+            happened = fault.happened();
+            EXPECT_TRUE(code == ZEL_ERR_NONE || (happened && code == ZEL_ERR_STORAGE_INIT_FAILURE)) << code;
+            EXPECT_EQ(_g_sqlite_handle != nullptr, code == ZEL_ERR_NONE);
+        }
+        world::end();
+        EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
+        if (nth == 0)
+            whole = stored_rows();
+        EXPECT_EQ(stored_rows(), whole);
+        world::end();
+    }
+}
+
 TEST_F(StorageFaults, the_disk_is_full)
 {
     each_operation_meets(failing_disk(DISK_WRITE, true, SQLITE_FULL));
