@@ -1,0 +1,243 @@
+/* The queue beside GLib's, whose peer writes the queue's log lines. */
+
+#include "measures.h"
+#include "zel_common_log_internal.h"
+#include "zel_common_queue.h"
+
+#include <memory>
+#include <thread>
+
+namespace bench
+{
+
+namespace
+{
+
+char item;
+
+void peer_push(GAsyncQueue *queue, void *data)
+{
+    ZEL_BEGIN();
+    ZEL_BEGIN();
+    ZEL_END();
+    ZEL_BEGIN();
+    g_async_queue_push(queue, data);
+    ZEL_END();
+    ZEL_BEGIN();
+    ZEL_END();
+    ZEL_END();
+}
+
+void *peer_pop(GAsyncQueue *queue)
+{
+    ZEL_BEGIN();
+    ZEL_BEGIN();
+    ZEL_END();
+    ZEL_BEGIN();
+    void *data = g_async_queue_pop(queue);
+    ZEL_END();
+    ZEL_BEGIN();
+    ZEL_END();
+    ZEL_END();
+    return data;
+}
+
+struct queue_release {
+    void operator()(zel_queue_s *queue) const
+    {
+        _common_queue_deinit(queue, [](void *) {});
+    }
+    void operator()(GAsyncQueue *queue) const
+    {
+        g_async_queue_unref(queue);
+    }
+};
+using own_queue = std::shared_ptr<zel_queue_s>;
+using peer_queue = std::shared_ptr<GAsyncQueue>;
+
+own_queue new_own_queue(size_t length)
+{
+    zel_queue_s *queue = nullptr;
+    require(_common_queue_init(&queue) == ZEL_ERR_NONE, "no queue");
+    for (size_t i = 0; i < length; ++i)
+        _common_queue_push(queue, &item);
+    return own_queue(queue, queue_release());
+}
+
+peer_queue new_peer_queue(size_t length)
+{
+    GAsyncQueue *queue = g_async_queue_new();
+    for (size_t i = 0; i < length; ++i)
+        g_async_queue_push(queue, &item);
+    return peer_queue(queue, queue_release());
+}
+
+side own_push_and_pop(size_t length)
+{
+    const own_queue queue = new_own_queue(length);
+    return {.run = [queue](size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            _common_queue_push(queue.get(), &item);
+            require(_common_queue_pop(queue.get()) == &item, "the queue is empty");
+        }
+    }};
+}
+
+side peer_push_and_pop(size_t length)
+{
+    const peer_queue queue = new_peer_queue(length);
+    return {.run = [queue](size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            peer_push(queue.get(), &item);
+            require(peer_pop(queue.get()) == &item, "the queue is empty");
+        }
+    }};
+}
+
+/** The same without a log line. */
+side silent_push_and_pop(size_t length)
+{
+    const peer_queue queue = new_peer_queue(length);
+    return {.run = [queue](size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            g_async_queue_push(queue.get(), &item);
+            require(g_async_queue_pop(queue.get()) == &item, "the queue is empty");
+        }
+    }};
+}
+
+/** Two queues, and a thread that hands back on the second what it takes from the first until that is `stop`. */
+template <typename Queue> class echo
+{
+  public:
+    using push_function = void (*)(Queue *, void *);
+    using pop_function = void *(*)(Queue *);
+
+    echo(std::shared_ptr<Queue> first, std::shared_ptr<Queue> second, push_function pushing, pop_function popping)
+        : there(std::move(first)), back(std::move(second)), push(pushing), pop(popping), thread([this] {
+              for (void *data = take(*there); data != &stop; data = take(*there))
+                  push(back.get(), data);
+          })
+    {
+    }
+    ~echo()
+    {
+        push(there.get(), &stop);
+        thread.join();
+    }
+    void hand_over_and_back()
+    {
+        push(there.get(), &item);
+        take(*back);
+    }
+
+  private:
+    /** A pop that wakes for nothing gives NULL. */
+    void *take(Queue &queue)
+    {
+        for (;;) {
+            if (void *data = pop(&queue))
+                return data;
+        }
+    }
+
+    std::shared_ptr<Queue> there;
+    std::shared_ptr<Queue> back;
+    push_function push;
+    pop_function pop;
+    char stop = 0;
+    std::thread thread;
+};
+
+template <typename Queue> side hand_over(std::shared_ptr<echo<Queue>> partner)
+{
+    return {.run = [partner](size_t count) {
+        for (size_t i = 0; i < count; ++i)
+            partner->hand_over_and_back();
+    }};
+}
+
+} // namespace
+
+void add_queue_measures()
+{
+    add({
+        .name = "control: the same work on both sides",
+        .bound = NOT_JUDGED,
+        .make =
+            [] {
+                return sides{peer_push_and_pop(10), peer_push_and_pop(10)};
+            },
+    });
+    for (const size_t length : {10, 1000, 100000})
+        add({
+            .name = "queue: push and pop, " + std::to_string(length) + " queued / GAsyncQueue",
+            .bound = 1.0,
+            .make =
+                [=] {
+                    return sides{own_push_and_pop(length), peer_push_and_pop(length)};
+                },
+        });
+    // The lines of a hand-over depend on which thread comes first.
+    add({
+        .name = "queue: hand-over to a thread and back / GAsyncQueue",
+        .bound = 1.0,
+        .make =
+            [] {
+                return sides{hand_over(std::make_shared<echo<zel_queue_s>>(new_own_queue(0), new_own_queue(0),
+                                                                           _common_queue_push, _common_queue_pop)),
+                             hand_over(std::make_shared<echo<GAsyncQueue>>(new_peer_queue(0), new_peer_queue(0),
+                                                                           peer_push, peer_pop))};
+            },
+        .same_lines = false,
+        .source = time_source::clock,
+    });
+    add({
+        .name = "trace discarded: push and pop, 10 queued / GAsyncQueue without a line",
+        .bound = NOT_JUDGED,
+        .make =
+            [] {
+                return sides{own_push_and_pop(10), silent_push_and_pop(10)};
+            },
+        .same_lines = false,
+    });
+    add_growth("queue push and pop", 1000, own_push_and_pop, true);
+    add_growth(
+        "queue length", 1000,
+        [](size_t n) {
+            return side{.run = [queue = new_own_queue(n), n](size_t count) {
+                for (size_t i = 0; i < count; ++i)
+                    require(_common_queue_length(queue.get()) == static_cast<int>(n), "a wrong length");
+            }};
+        },
+        true);
+    add_growth("queue find, the oldest", 100, [](size_t n) {
+        return side{.run = [queue = new_own_queue(n)](size_t count) {
+            for (size_t i = 0; i < count; ++i)
+                _common_queue_find(
+                    queue.get(), [](void *, void *) { return 1; }, nullptr);
+        }};
+    });
+    add_growth("queue remove, the oldest", 100, [](size_t n) {
+        const own_queue queue = new_own_queue(n);
+        return side{.run = [queue](size_t count) {
+            char other;
+            for (size_t i = 0; i < count; ++i) {
+                _common_queue_remove(queue.get(), &other);
+                _common_queue_find_and_remove(
+                    queue.get(), [](void *, void *) { return 1; }, [](void *) {}, nullptr);
+            }
+        }};
+    });
+    add_growth("queue fill and clear", 100, [](size_t n) {
+        return side{.run = [queue = new_own_queue(0), n](size_t count) {
+            for (size_t i = 0; i < count; ++i) {
+                for (size_t pushed = 0; pushed < n; ++pushed)
+                    _common_queue_push(queue.get(), &item);
+                _common_queue_clear(queue.get(), [](void *) {});
+            }
+        }};
+    });
+}
+
+} // namespace bench

@@ -1,0 +1,162 @@
+/* The cost of the trace when the host platform writes it. Standard error is a file meanwhile. */
+
+#include "harness.h"
+#include "samples.h"
+#include "store_by_hand.h"
+#include "store_scratch.h"
+#include "zel_common_log_internal.h"
+#include "zel_common_queue.h"
+#include "zel_platform.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+
+namespace bench
+{
+
+namespace
+{
+
+char item;
+
+/** Makes standard error a file until it goes. */
+class diverted_trace
+{
+  public:
+    explicit diverted_trace(const std::string &path) : before(dup(STDERR_FILENO))
+    {
+        const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+        require(before >= 0 && file >= 0, "standard error cannot be diverted");
+        dup2(file, STDERR_FILENO);
+        close(file);
+    }
+    ~diverted_trace()
+    {
+        dup2(before, STDERR_FILENO);
+        close(before);
+    }
+    diverted_trace(const diverted_trace &) = delete;
+    diverted_trace &operator=(const diverted_trace &) = delete;
+
+    /** Keeps the file small; a device does not mind. */
+    static void empty()
+    {
+        const int ignored = ftruncate(STDERR_FILENO, 0);
+        static_cast<void>(ignored);
+    }
+
+  private:
+    int before;
+};
+
+/** Runs an action over and over while the trace goes to a file. */
+template <typename Action> side diverted(const std::string &path, Action action)
+{
+    return {.run =
+                [=](size_t count) {
+                    for (size_t i = 0; i < count; ++i)
+                        action();
+                },
+            .prepare = [to = std::make_shared<diverted_trace>(path)](size_t) { diverted_trace::empty(); }};
+}
+
+void add_line(const std::string &kind, const std::string &text, const std::string &where, const std::string &path)
+{
+    add({
+        .name = "trace: one" + (kind.empty() ? kind : " " + kind) + " line " + where + " / fprintf",
+        .bound = 1.2,
+        .make =
+            [=] {
+                return sides{
+                    diverted(path, [=] { ZEL_PLAIN("query [%s]", text.c_str()); }),
+                    diverted(path,
+                             [=] {
+                                 std::fprintf(stderr, "%c/%s: %s(%d):  query [%s]\n", 'I', "QUILLO_COMMON", __func__,
+                                              __LINE__, text.c_str());
+                             }),
+                };
+            },
+        .same_lines = false,
+    });
+}
+
+void add_written(const std::string &where, const std::string &path)
+{
+    add({
+        .name = "trace written " + where + ": push and pop / GAsyncQueue without a line",
+        .bound = NOT_JUDGED,
+        .make =
+            [=] {
+                zel_queue_s *made = nullptr;
+                const auto trace = std::make_shared<diverted_trace>(path);
+                _common_queue_init(&made);
+                const std::shared_ptr<zel_queue_s> own(
+                    made, [](zel_queue_s *queue) { _common_queue_deinit(queue, [](void *) {}); });
+                const std::shared_ptr<GAsyncQueue> peer(g_async_queue_new(), g_async_queue_unref);
+                return sides{
+                    diverted(path,
+                             [=] {
+                                 _common_queue_push(own.get(), &item);
+                                 _common_queue_pop(own.get());
+                             }),
+                    diverted(path,
+                             [=] {
+                                 g_async_queue_push(peer.get(), &item);
+                                 g_async_queue_pop(peer.get());
+                             }),
+                };
+            },
+        .same_lines = false,
+    });
+    add({
+        .name = "trace written " + where + ": read of a transfer / by hand without a line",
+        .bound = NOT_JUDGED,
+        .make =
+            [=] {
+                const auto trace = std::make_shared<diverted_trace>(path);
+                const auto store = std::make_shared<scratch_store>(memory_folder(), transfers(1000));
+                return sides{
+                    diverted(path,
+                             [=] {
+                                 store->use();
+                                 zel_content_sync_info *info = nullptr;
+                                 _common_storage_get_sync_content_info_by_sync_id(500, &info);
+                                 _common_storage_free_sync_content_info(info);
+                             }),
+                    diverted(path,
+                             [=] {
+                                 zel_content_sync_info *info = by_hand::read_transfer<false>(store->peer, 500);
+                                 by_hand::release_transfer<false>(info);
+                             }),
+                };
+            },
+        .same_lines = false,
+    });
+}
+
+void add_measures()
+{
+    const std::string text = "UPDATE 'content_info_status' SET status = 1 WHERE sync_id = 123";
+    const std::string file = memory_folder() + "/trace";
+    add_line("", text, "to a file", file);
+    add_line("long", std::string(4000, 'x'), "to a file", file);
+    add_line("", text, "to nowhere", "/dev/null");
+    add_written("to a file", file);
+    add_written("to nowhere", "/dev/null");
+}
+
+} // namespace
+
+std::vector<std::string> *kept_lines()
+{
+    return nullptr;
+}
+
+} // namespace bench
+
+int main(int argc, char **argv)
+{
+    return bench::run(argc, argv, bench::add_measures);
+}
