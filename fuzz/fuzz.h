@@ -1,0 +1,50 @@
+// What the fuzz targets share: a quiet platform, a requirement, and bytes taken apart.
+#ifndef ZEL_FUZZ_FUZZ_H
+#define ZEL_FUZZ_FUZZ_H
+
+#include "zel_platform.h"
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <string>
+
+// Formats every line, so that each of its arguments is looked at.
+int dlog_print(log_priority, const char *, const char *format, ...)
+{
+    char line[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    return 0;
+}
+
+int system_info_get_custom_bool(const char *, bool *)
+{
+    return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
+}
+
+int app_control_clone(app_control_h *, app_control_h)
+{
+    return -1;
+}
+
+int app_control_destroy(app_control_h)
+{
+    return 0;
+}
+
+#define REQUIRE(condition)                                                                                             \
+    do {                                                                                                               \
+        if (!(condition)) {                                                                                            \
+            fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);                                    \
+            abort();                                                                                                   \
+        }                                                                                                              \
+    } while (false)
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+#endif
