@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
+#include <utility>
 
 namespace
 {
@@ -14,8 +15,9 @@ namespace
 /** What _common_queue_init allocates: the public record, and what spares push, pop and length a walk of the list. */
 struct queue_record {
     zel_queue_s queue;
-    GList *tail; /**< the oldest item's node; NULL when the queue is empty */
-    int length;  /**< number of nodes */
+    GList *tail;  /**< the oldest item's node; NULL when the queue is empty */
+    int length;   /**< number of nodes */
+    GList *spare; /**< a node that was taken out, for the next push; may be NULL */
 };
 static_assert(std::is_standard_layout_v<queue_record> && offsetof(queue_record, queue) == 0);
 
@@ -24,15 +26,17 @@ queue_record *record_of(zel_queue_s *req_queue)
     return reinterpret_cast<queue_record *>(req_queue);
 }
 
-/** Takes a node out of the list and releases it; hands back its item. */
+/** Takes a node out of the list and hands back its item. */
 void *unlink_node(zel_queue_s *req_queue, GList *node)
 {
     queue_record *record = record_of(req_queue);
     void *item = node->data;
-    if (node == record->tail)
-        record->tail = node->prev;
-    req_queue->item_list = g_list_delete_link(req_queue->item_list, node);
+    (node->prev ? node->prev->next : req_queue->item_list) = node->next;
+    (node->next ? node->next->prev : record->tail) = node->prev;
     --record->length;
+    g_list_free(record->spare);
+    node->next = nullptr;
+    record->spare = node;
     return item;
 }
 
@@ -82,9 +86,12 @@ void __push_front(zel_queue_s *req_queue, void *data)
 {
     ZEL_BEGIN();
     queue_record *record = record_of(req_queue);
-    req_queue->item_list = g_list_prepend(req_queue->item_list, data);
-    if (!record->tail)
-        record->tail = req_queue->item_list;
+    GList *node = record->spare ? std::exchange(record->spare, nullptr) : g_list_alloc();
+    node->data = data;
+    node->prev = nullptr;
+    node->next = req_queue->item_list;
+    (node->next ? node->next->prev : record->tail) = node;
+    req_queue->item_list = node;
     ++record->length;
     ZEL_END();
 }
@@ -144,6 +151,7 @@ void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func)
         drop_nodes(req_queue);
     pthread_mutex_destroy(&req_queue->available_lock);
     pthread_cond_destroy(&req_queue->available_signal);
+    g_list_free(record_of(req_queue)->spare);
     g_free(record_of(req_queue));
     ZEL_END();
 }
