@@ -48,7 +48,10 @@ std::vector<measure> &measures()
 double now(time_source source)
 {
     timespec time = {};
-    clock_gettime(source == time_source::clock ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &time);
+    clock_gettime(source == time_source::thread_cpu    ? CLOCK_THREAD_CPUTIME_ID
+                  : source == time_source::process_cpu ? CLOCK_PROCESS_CPUTIME_ID
+                                                       : CLOCK_MONOTONIC,
+                  &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 

@@ -30,8 +30,8 @@ struct sides {
     side peer;
 };
 
-/** What the time is read from: the thread's CPU time, or the clock where threads or the disk are waited for. */
-enum class time_source { thread_cpu, clock };
+/** What is counted: the thread's CPU time; that of all threads; the time that passes, where the disk is waited for. */
+enum class time_source { thread_cpu, process_cpu, clock };
 
 constexpr double NOT_JUDGED = 0;
 

@@ -5,6 +5,7 @@
 #include "zel_common_queue.h"
 
 #include <memory>
+#include <sched.h>
 #include <thread>
 
 namespace bench
@@ -106,6 +107,29 @@ side silent_push_and_pop(size_t length)
     }};
 }
 
+/** Keeps this thread and those it starts on one processor, so that none is waited for. */
+class one_processor
+{
+  public:
+    one_processor()
+    {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
+        require(sched_getaffinity(0, sizeof before, &before) == 0 && sched_setaffinity(0, sizeof one, &one) == 0,
+                "no processor can be chosen");
+    }
+    ~one_processor()
+    {
+        sched_setaffinity(0, sizeof before, &before);
+    }
+    one_processor(const one_processor &) = delete;
+    one_processor &operator=(const one_processor &) = delete;
+
+  private:
+    cpu_set_t before;
+};
+
 /** Two queues, and a thread that hands back on the second what it takes from the first until that is `stop`. */
 template <typename Queue> class echo
 {
@@ -157,6 +181,22 @@ template <typename Queue> side hand_over(std::shared_ptr<echo<Queue>> partner)
     }};
 }
 
+sides hand_overs()
+{
+    return {hand_over(std::make_shared<echo<zel_queue_s>>(new_own_queue(0), new_own_queue(0), _common_queue_push,
+                                                          _common_queue_pop)),
+            hand_over(std::make_shared<echo<GAsyncQueue>>(new_peer_queue(0), new_peer_queue(0), peer_push, peer_pop))};
+}
+
+/** The same on one processor, which the first side holds on to. */
+sides hand_overs_on_one_processor()
+{
+    const auto here = std::make_shared<one_processor>();
+    sides made = hand_overs();
+    made.own.prepare = [here](size_t) {};
+    return made;
+}
+
 } // namespace
 
 void add_queue_measures()
@@ -180,15 +220,16 @@ void add_queue_measures()
         });
     // The lines of a hand-over depend on which thread comes first.
     add({
-        .name = "queue: hand-over to a thread and back / GAsyncQueue",
+        .name = "queue: hand-over to a thread and back, on one processor / GAsyncQueue",
         .bound = 1.0,
-        .make =
-            [] {
-                return sides{hand_over(std::make_shared<echo<zel_queue_s>>(new_own_queue(0), new_own_queue(0),
-                                                                           _common_queue_push, _common_queue_pop)),
-                             hand_over(std::make_shared<echo<GAsyncQueue>>(new_peer_queue(0), new_peer_queue(0),
-                                                                           peer_push, peer_pop))};
-            },
+        .make = hand_overs_on_one_processor,
+        .same_lines = false,
+        .source = time_source::process_cpu,
+    });
+    add({
+        .name = "queue: hand-over to a thread and back, time that passes / GAsyncQueue",
+        .bound = NOT_JUDGED,
+        .make = hand_overs,
         .same_lines = false,
         .source = time_source::clock,
     });

@@ -40,38 +40,40 @@ class diverted_trace
     diverted_trace(const diverted_trace &) = delete;
     diverted_trace &operator=(const diverted_trace &) = delete;
 
-    /** Keeps the file small; a device does not mind. */
-    static void empty()
+    /** Keeps the file small; what is no file stays as it is. */
+    void empty() const
     {
-        const int ignored = ftruncate(STDERR_FILENO, 0);
-        static_cast<void>(ignored);
+        [[maybe_unused]] const int failed = ftruncate(STDERR_FILENO, 0);
     }
 
   private:
     int before;
 };
 
-/** Runs an action over and over while the trace goes to a file. */
-template <typename Action> side diverted(const std::string &path, Action action)
+using trace_holder = std::shared_ptr<diverted_trace>;
+
+/** Runs an action over and over while the trace is diverted. */
+template <typename Action> side diverted(const trace_holder &trace, Action action)
 {
     return {.run =
                 [=](size_t count) {
                     for (size_t i = 0; i < count; ++i)
                         action();
                 },
-            .prepare = [to = std::make_shared<diverted_trace>(path)](size_t) { diverted_trace::empty(); }};
+            .prepare = [trace](size_t) { trace->empty(); }};
 }
 
 void add_line(const std::string &kind, const std::string &text, const std::string &where, const std::string &path)
 {
     add({
-        .name = "trace: one" + (kind.empty() ? kind : " " + kind) + " line " + where + " / fprintf",
+        .name = "trace: one" + kind + " line " + where + " / fprintf",
         .bound = 1.2,
         .make =
             [=] {
+                const auto trace = std::make_shared<diverted_trace>(path);
                 return sides{
-                    diverted(path, [=] { ZEL_PLAIN("query [%s]", text.c_str()); }),
-                    diverted(path,
+                    diverted(trace, [=] { ZEL_PLAIN("query [%s]", text.c_str()); }),
+                    diverted(trace,
                              [=] {
                                  std::fprintf(stderr, "%c/%s: %s(%d):  query [%s]\n", 'I', "QUILLO_COMMON", __func__,
                                               __LINE__, text.c_str());
@@ -89,19 +91,19 @@ void add_written(const std::string &where, const std::string &path)
         .bound = NOT_JUDGED,
         .make =
             [=] {
-                zel_queue_s *made = nullptr;
                 const auto trace = std::make_shared<diverted_trace>(path);
+                zel_queue_s *made = nullptr;
                 _common_queue_init(&made);
                 const std::shared_ptr<zel_queue_s> own(
-                    made, [](zel_queue_s *queue) { _common_queue_deinit(queue, [](void *) {}); });
+                    made, [trace](zel_queue_s *queue) { _common_queue_deinit(queue, [](void *) {}); });
                 const std::shared_ptr<GAsyncQueue> peer(g_async_queue_new(), g_async_queue_unref);
                 return sides{
-                    diverted(path,
+                    diverted(trace,
                              [=] {
                                  _common_queue_push(own.get(), &item);
                                  _common_queue_pop(own.get());
                              }),
-                    diverted(path,
+                    diverted(trace,
                              [=] {
                                  g_async_queue_push(peer.get(), &item);
                                  g_async_queue_pop(peer.get());
@@ -118,14 +120,14 @@ void add_written(const std::string &where, const std::string &path)
                 const auto trace = std::make_shared<diverted_trace>(path);
                 const auto store = std::make_shared<scratch_store>(memory_folder(), transfers(1000));
                 return sides{
-                    diverted(path,
+                    diverted(trace,
                              [=] {
                                  store->use();
                                  zel_content_sync_info *info = nullptr;
                                  _common_storage_get_sync_content_info_by_sync_id(500, &info);
                                  _common_storage_free_sync_content_info(info);
                              }),
-                    diverted(path,
+                    diverted(trace,
                              [=] {
                                  zel_content_sync_info *info = by_hand::read_transfer<false>(store->peer, 500);
                                  by_hand::release_transfer<false>(info);
@@ -141,7 +143,7 @@ void add_measures()
     const std::string text = "UPDATE 'content_info_status' SET status = 1 WHERE sync_id = 123";
     const std::string file = memory_folder() + "/trace";
     add_line("", text, "to a file", file);
-    add_line("long", std::string(4000, 'x'), "to a file", file);
+    add_line(" long", std::string(4000, 'x'), "to a file", file);
     add_line("", text, "to nowhere", "/dev/null");
     add_written("to a file", file);
     add_written("to nowhere", "/dev/null");
