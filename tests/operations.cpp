@@ -487,7 +487,8 @@ void world::begin(bool warm) const
 bool world::is_untouched() const
 {
     std::ifstream in(database_file, std::ios::binary);
-    return bytes_ == std::string(std::istreambuf_iterator<char>(in), {});
+    return !std::filesystem::exists(database_file + "-journal") &&
+           bytes_ == std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 void world::end()
