@@ -286,11 +286,31 @@ constexpr unsigned int SHARE_SIZE =
     std::size(SHARE_STRINGS) * sizeof(int) + sizeof(unsigned long long) + sizeof(unsigned int);
 static_assert(SHARE_SIZE == 32);
 
+/** Writes a number and hands back where the next field goes. */
+template <typename Value> char *put(char *to, Value value)
+{
+    memcpy(to, &value, sizeof(value));
+    return to + sizeof(value);
+}
+
+/**
+ * Writes a string like __set_string, but reads it only once. That writes a terminator as well, which the record's next
+ * field covers: no record ends in a string.
+ */
+char *put(char *to, const char *value)
+{
+    char *const bytes = to + sizeof(int);
+    char *const end = value ? stpcpy(bytes, value) : bytes;
+    put(to, static_cast<int>(end - bytes));
+    return end;
+}
+
 template <typename Record, size_t count>
-void write_strings(void *buf, int *offset, const Record *record, char *Record::*const (&strings)[count])
+char *put_strings(char *to, const Record *record, char *Record::*const (&strings)[count])
 {
     for (auto string : strings)
-        __set_string(buf, offset, record->*string);
+        to = put(to, static_cast<const char *>(record->*string));
+    return to;
 }
 
 template <typename Record, size_t count>
@@ -333,9 +353,11 @@ zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_inf
     if (refused(!buf || !offset || !content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
-    write_strings(buf, offset, content_info, ITEM_STRINGS);
+    char *const begin = static_cast<char *>(buf) + *offset;
+    char *end = put_strings(begin, content_info, ITEM_STRINGS);
     for (auto number : ITEM_NUMBERS)
-        __set_unsigned_int(buf, offset, content_info->*number);
+        end = put(end, content_info->*number);
+    *offset += static_cast<int>(end - begin);
     return ZEL_ERR_NONE;
 }
 
@@ -345,10 +367,12 @@ zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_
     if (refused(!buf || !offset || !share_content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
-    write_strings(buf, offset, share_content_info, SHARE_STRINGS);
-    __set_unsigned_long_long(buf, offset, share_content_info->expired_time);
     count_items(share_content_info);
-    __set_unsigned_int(buf, offset, share_content_info->content_info_list_length);
+    char *const begin = static_cast<char *>(buf) + *offset;
+    char *end = put_strings(begin, share_content_info, SHARE_STRINGS);
+    end = put(end, share_content_info->expired_time);
+    end = put(end, share_content_info->content_info_list_length);
+    *offset += static_cast<int>(end - begin);
     for (const GList *node = share_content_info->content_info_list; node; node = node->next)
         __set_content_info(buf, offset, static_cast<const item *>(node->data));
     ZEL_END();

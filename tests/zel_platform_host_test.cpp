@@ -60,7 +60,7 @@ TEST(HostPlatform, EachLineIsOneWrite)
     }
     EXPECT_EQ(dlog_print(DLOG_SILENT, "TAG", "silent\n"), 0);
     const std::string huge(20000, 'x');
-    for (const std::string &message : {huge, std::string(2040, 'y'), std::string("no newline")}) {
+    for (const std::string &message : {huge, std::string(8184, 'y'), std::string("no newline")}) {
         dlog_print(DLOG_INFO, "TAG", "%s", message.c_str());
         EXPECT_EQ(output.next_write(), "I/TAG: " + message + "\n");
     }

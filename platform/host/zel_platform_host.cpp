@@ -96,7 +96,7 @@ int print_line(char letter, const char *tag, const char *fmt, va_list args)
 {
     const size_t tag_length = strlen(tag);
     const size_t prefix_length = tag_length + 4;
-    char usual[2048];
+    char usual[8192]; // holds the longest insert of the store: a line that does not fit is formatted twice
     const size_t room = prefix_length < sizeof usual ? sizeof usual - prefix_length : 0;
 
     va_list args_again;
