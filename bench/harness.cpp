@@ -17,7 +17,6 @@ namespace
 
 struct options {
     bool smoke = false;
-    bool header = true;
     std::string rows;
     std::string memory = ".";
     std::string disk = ".";
@@ -137,7 +136,7 @@ class table : public benchmark::BenchmarkReporter
 
     bool ReportContext(const Context &) override
     {
-        if (chosen.header)
+        if (!rows_file || std::ftell(rows_file) == 0) // else another program has begun the table
             std::printf("%-84s %7s  %-13s %6s  %-8s %12s\n", "measure", "ratio", "quartiles", "bound", "verdict",
                         "(of own)");
         return true;
@@ -235,8 +234,6 @@ bool read_options(int argc, char **argv)
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--smoke") == 0)
             chosen.smoke = true;
-        else if (strcmp(argv[i], "--no-header") == 0)
-            chosen.header = false;
         else if (const char *rows = value_of(argv[i], "--rows="))
             chosen.rows = rows;
         else if (const char *memory = value_of(argv[i], "--memory="))
@@ -318,7 +315,7 @@ int run(int argc, char **argv, void (*add_all)())
     benchmark::Initialize(&argc, argv);
     if (!read_options(argc, argv)) {
         std::fprintf(stderr,
-                     "usage: %s [--smoke] [--no-header] [--rows=FILE] [--memory=FOLDER] [--disk=FOLDER] "
+                     "usage: %s [--smoke] [--rows=FILE] [--memory=FOLDER] [--disk=FOLDER] "
                      "[--benchmark_filter=REGEX]\n",
                      argv[0]);
         return 2;
