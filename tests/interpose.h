@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <mutex>
+#include <pthread.h>
 #include <semaphore>
 
 namespace zel_test
@@ -125,6 +126,21 @@ inline call_script sqlite_format; ///< sqlite3_mprintf and sqlite3_vmprintf; an 
 /// Released once for every pthread_cond_wait and pthread_cond_timedwait, while the waiter still holds its mutex:
 /// whoever gets the mutex after acquiring one knows that the waiter sleeps.
 inline std::counting_semaphore<> waits_entered(0);
+/// Returns when a thread has fallen asleep that had this mutex.
+inline void wait_for_sleeper(pthread_mutex_t &mutex)
+{
+    waits_entered.acquire();
+    pthread_mutex_lock(&mutex);
+    pthread_mutex_unlock(&mutex);
+}
+/// Whether anybody holds a mutex that is not recursive.
+inline bool is_locked(pthread_mutex_t &mutex)
+{
+    const bool is_free = pthread_mutex_trylock(&mutex) == 0;
+    if (is_free)
+        pthread_mutex_unlock(&mutex);
+    return !is_free;
+}
 
 /// Deadline of the last pthread_cond_timedwait.
 struct deadline {

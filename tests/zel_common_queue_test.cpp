@@ -2,8 +2,6 @@
 #include "recording_platform.h"
 #include "zel_common_queue.h"
 
-#include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <future>
@@ -16,27 +14,19 @@ using namespace zel_test;
 namespace
 {
 
-zel_queue_s *current = nullptr;
+zel_queue_s *queue = nullptr;
 std::vector<void *> released;
-
-bool lock_is_held()
-{
-    if (pthread_mutex_trylock(&current->available_lock) == EBUSY)
-        return true;
-    pthread_mutex_unlock(&current->available_lock);
-    return false;
-}
 
 void release(void *item)
 {
-    EXPECT_TRUE(lock_is_held());
+    EXPECT_TRUE(is_locked(queue->available_lock));
     released.push_back(item);
 }
 
 // Items are numbers here; two match when they agree in the last digit.
 int matches(void *item, void *wanted)
 {
-    EXPECT_TRUE(lock_is_held());
+    EXPECT_TRUE(is_locked(queue->available_lock));
     return reinterpret_cast<intptr_t>(item) % 10 != reinterpret_cast<intptr_t>(wanted) % 10;
 }
 
@@ -70,7 +60,6 @@ class Queue : public testing::Test
     {
         EXPECT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
         EXPECT_TRACE(whole("_common_queue_init"));
-        current = queue;
     }
 
     void push(std::initializer_list<intptr_t> numbers)
@@ -88,16 +77,6 @@ class Queue : public testing::Test
         take_trace();
         return items;
     }
-
-    // Until a thread sleeps in a pop: it gives the lock back only by falling asleep.
-    void wait_for_sleeper()
-    {
-        ASSERT_TRUE(waits_entered.try_acquire_for(std::chrono::seconds(60)));
-        pthread_mutex_lock(&queue->available_lock);
-        pthread_mutex_unlock(&queue->available_lock);
-    }
-
-    zel_queue_s *queue = nullptr;
 };
 
 } // namespace
@@ -206,12 +185,12 @@ TEST_F(Queue, PopSleepsUntilAPush)
 {
     EXPECT_FALSE(_common_queue_get_wait_status(queue));
     EXPECT_TRACE();
-    auto popped = std::async(std::launch::async, [this] {
+    auto popped = std::async(std::launch::async, [] {
         void *result = _common_queue_pop(queue);
         EXPECT_TRACE(locked("_common_queue_pop", {whole("__sleep_condition_variable"), whole("__pop_back")}));
         return result;
     });
-    wait_for_sleeper();
+    wait_for_sleeper(queue->available_lock);
     EXPECT_TRUE(_common_queue_get_wait_status(queue));
     _common_queue_push(queue, item(5));
     EXPECT_EQ(popped.get(), item(5));
@@ -220,8 +199,8 @@ TEST_F(Queue, PopSleepsUntilAPush)
 
 TEST_F(Queue, PopWokenOverAnEmptyQueueGivesNull)
 {
-    auto popped = std::async(std::launch::async, [this] { return _common_queue_pop(queue); });
-    wait_for_sleeper();
+    auto popped = std::async(std::launch::async, [] { return _common_queue_pop(queue); });
+    wait_for_sleeper(queue->available_lock);
     pthread_cond_broadcast(&queue->available_signal);
     EXPECT_EQ(popped.get(), nullptr);
     EXPECT_FALSE(_common_queue_get_wait_status(queue));
@@ -232,11 +211,11 @@ TEST_F(Queue, PopWokenOverAnEmptyQueueGivesNull)
 
 TEST_F(Queue, TwoQuickPushesSignalOneOfTwoSleepers)
 {
-    const auto pop = [this] { return _common_queue_pop(queue); };
+    const auto pop = [] { return _common_queue_pop(queue); };
     auto one = std::async(std::launch::async, pop);
-    wait_for_sleeper();
+    wait_for_sleeper(queue->available_lock);
     auto other = std::async(std::launch::async, pop);
-    wait_for_sleeper();
+    wait_for_sleeper(queue->available_lock);
     calls::cond_signal.answer(0); // nobody wakes between the pushes
     push({1, 2});
     EXPECT_EQ(calls::cond_signal.calls(), 1);

@@ -3,7 +3,6 @@
 #include "zel_common_thread.h"
 
 #include <cerrno>
-#include <chrono>
 #include <ctime>
 #include <future>
 #include <pthread.h>
@@ -50,24 +49,10 @@ class Thread : public testing::Test
             _common_thread_stop(thread.record);
     }
 
-    // Until somebody sleeps in one of the two waits.
-    void wait_for_sleeper()
-    {
-        ASSERT_TRUE(waits_entered.try_acquire_for(std::chrono::seconds(60)));
-        pthread_mutex_lock(&thread.record->available_lock);
-        pthread_mutex_unlock(&thread.record->available_lock);
-    }
-
+    // Asked by another thread, for the lock is recursive.
     bool lock_is_free()
     {
-        return std::async(std::launch::async,
-                          [this] {
-                              const bool is_free = pthread_mutex_trylock(&thread.record->available_lock) == 0;
-                              if (is_free)
-                                  pthread_mutex_unlock(&thread.record->available_lock);
-                              return is_free;
-                          })
-            .get();
+        return std::async(std::launch::async, [this] { return !is_locked(thread.record->available_lock); }).get();
     }
 
     worker thread;
@@ -163,7 +148,7 @@ TEST_F(Thread, StartWaitIsOneWaitToAWholeSecond)
 TEST_F(Thread, StartWaitIsWokenByASignal)
 {
     auto started = std::async(std::launch::async, [this] { return _common_thread_wait_till_start(thread.record); });
-    wait_for_sleeper();
+    wait_for_sleeper(thread.record->available_lock);
     _common_thread_notify_started(thread.record);
     _common_thread_sendSignal(thread.record);
     EXPECT_TRUE(started.get());
@@ -174,7 +159,7 @@ TEST_F(Thread, StartWaitSleepsToItsDeadline)
 {
     const double start = wall_clock();
     auto started = std::async(std::launch::async, [this] { return _common_thread_wait_till_start(thread.record); });
-    wait_for_sleeper();
+    wait_for_sleeper(thread.record->available_lock);
     _common_thread_notify_started(thread.record);
     EXPECT_TRUE(started.get());
     EXPECT_GE(wall_clock() - start, 4.0);
@@ -201,7 +186,7 @@ TEST_F(Thread, CallbackWaitReportsHowItEnded)
 TEST_F(Thread, CallbackWaitIsWokenByASignal)
 {
     auto result = std::async(std::launch::async, [this] { return _common_thread_waitCallback(thread.record); });
-    wait_for_sleeper();
+    wait_for_sleeper(thread.record->available_lock);
     _common_thread_sendSignal(thread.record);
     EXPECT_TRACE(whole("_common_thread_sendSignal"));
     EXPECT_EQ(result.get(), 0);

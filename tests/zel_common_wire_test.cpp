@@ -197,84 +197,54 @@ TEST(Wire, NullArgumentsAreRejected)
 
 TEST(Wire, StringsAreReadWithinTheirBounds)
 {
-    const std::string long_run(5000, 'z');
-    struct {
-        const char *what;
-        std::string buffer;
-        int offset;
-        zel_err_e result;
-        int offset_after;
-        const char *string; // null: untouched
-        trace lines;
-    } const rows[] = {
-        {"at the very end", "??" + text("abc"), 2, ZEL_ERR_NONE, 9, "abc", {}},
-        {"holding a NUL", text(std::string("a\0c", 3)), 0, ZEL_ERR_NONE, 7, "a", {}},
-        {"absent", text("") + "x", 0, ZEL_ERR_NONE, 4, nullptr, {}},
-        {"negative length", number(-1U) + "abc", 0, ZEL_ERR_NONE, 4, nullptr, {}},
-        {"most negative length", number(0x80000000U), 0, ZEL_ERR_NONE, 4, nullptr, {}},
-        {"no room for the length", "0123456789", 8, ZEL_ERR_MEMORY, 8, nullptr,
-         critical("__get_string", too_large(8, 10))},
-        {"nothing at all", "", 0, ZEL_ERR_MEMORY, 0, nullptr, critical("__get_string", too_large(0, 0))},
-        {"past the end", "0123", 104, ZEL_ERR_MEMORY, 104, nullptr, critical("__get_string", too_large(104, 4))},
-        {"offset near the limit", "0123", INT_MAX - 1, ZEL_ERR_MEMORY, INT_MAX - 1, nullptr,
-         critical("__get_string", too_large(INT_MAX - 1, 4))},
-        {"negative offset", "01234567", -4, ZEL_ERR_MEMORY, -4, nullptr, critical("__get_string", too_large(-4, 8))},
-        {"most negative offset", "01234567", INT_MIN, ZEL_ERR_MEMORY, INT_MIN, nullptr,
-         critical("__get_string", too_large(INT_MIN, 8))},
-        {"truncated", number(100) + "0123456789abcdef", 0, ZEL_ERR_NONE, 104, "0123456789abcdef",
-         join({critical("__get_string", "offset to large, offset=4, length=100, max_length=20"),
-               warning("__get_string", "truncated data: 0123456789abcdef")})},
-        {"truncated by one", number(4) + "abc", 0, ZEL_ERR_NONE, 8, "abc",
-         join({critical("__get_string", "offset to large, offset=4, length=4, max_length=7"),
-               warning("__get_string", "truncated data: abc")})},
-        {"truncated to nothing", number(1), 0, ZEL_ERR_NONE, 5, "",
-         join({critical("__get_string", "offset to large, offset=4, length=1, max_length=4"),
-               warning("__get_string", "truncated data: ")})},
-        {"length at the limit", number(INT_MAX) + "ab", 0, ZEL_ERR_NONE, INT_MAX, "ab",
-         join({critical("__get_string", "offset to large, offset=4, length=2147483647, max_length=6"),
-               warning("__get_string", "truncated data: ab")})},
-    };
-    for (const auto &row : rows) {
-        const exact_buffer buffer(row.buffer);
-        int offset = row.offset;
+    // No string: it is absent, and the output untouched.
+    const auto expect = [](const std::string &content, int offset, zel_err_e result, int offset_after,
+                           const char *string, const trace &lines) {
+        SCOPED_TRACE(offset_after);
+        const exact_buffer buffer(content);
         char untouched[] = "untouched";
-        char *string = untouched;
-        EXPECT_EQ(__get_string(buffer.bytes.get(), buffer.size, &offset, &string), row.result) << row.what;
-        EXPECT_TRACE(row.lines) << row.what;
-        EXPECT_EQ(offset, row.offset_after) << row.what;
-        EXPECT_STREQ(string, row.string ? row.string : untouched) << row.what;
-        if (string != untouched)
-            g_free(string);
-    }
-}
+        char *got = untouched;
+        EXPECT_EQ(__get_string(buffer.bytes.get(), buffer.size, &offset, &got), result);
+        EXPECT_TRACE(lines);
+        EXPECT_EQ(offset, offset_after);
+        EXPECT_STREQ(got, string ? string : untouched);
+        if (got != untouched)
+            g_free(got);
+    };
+    const std::string long_run(9000, 'z');
+    expect("??" + text("abc"), 2, ZEL_ERR_NONE, 9, "abc", {});
+    expect(text(std::string("a\0c", 3)), 0, ZEL_ERR_NONE, 7, "a", {});
+    expect(std::string(6000, '?') + text(long_run), 6000, ZEL_ERR_NONE, 15004, long_run.c_str(), {});
+    for (const unsigned int length : {0U, ~0U, 0x80000000U})
+        expect(number(length) + "abc", 0, ZEL_ERR_NONE, 4, nullptr, {});
 
-TEST(Wire, TruncationKeepsAtMost4096BytesAndEndsAtByte4096)
-{
-    const std::string content = std::string(4092, '?') + number(9000) + std::string(5000, 'z');
-    const exact_buffer buffer(content);
-    char *string = nullptr;
-    int offset = 4092; // its bytes begin at 4096
-    EXPECT_EQ(__get_string(buffer.bytes.get(), buffer.size, &offset, &string), ZEL_ERR_NONE);
-    EXPECT_EQ(std::string(string), std::string(4096, 'z'));
-    EXPECT_EQ(offset, 4096 + 9000);
-    g_free(string);
-    take_trace();
+    const std::string get = "__get_string";
+    for (const int offset : {8, 10, 104, INT_MAX - 4, INT_MAX, -1, -4, INT_MIN})
+        expect("0123456789", offset, ZEL_ERR_MEMORY, offset, nullptr, critical(get, too_large(offset, 10)));
+    expect("", 0, ZEL_ERR_MEMORY, 0, nullptr, critical(get, too_large(0, 0)));
 
-    const exact_buffer shifted("?" + content);
-    string = nullptr;
-    offset = 4093;
-    EXPECT_EQ(__get_string(shifted.bytes.get(), shifted.size, &offset, &string), ZEL_ERR_MEMORY);
-    EXPECT_TRACE(critical("__get_string", "offset to large, offset=4097, length=9000, max_length=9097"),
-                 critical("__get_string", "fails to get string"));
-    EXPECT_EQ(offset, 4093);
-    EXPECT_EQ(string, nullptr);
-
-    // A whole string may lie anywhere and be of any length.
-    const exact_buffer far_away(std::string(6000, '?') + text(std::string(9000, 'y')));
-    offset = 6000;
-    EXPECT_EQ(__get_string(far_away.bytes.get(), far_away.size, &offset, &string), ZEL_ERR_NONE);
-    EXPECT_EQ(std::string(string), std::string(9000, 'y'));
-    g_free(string);
+    // What runs past the end is cut off, and whatever follows it lies outside.
+    const auto expect_truncated = [&](int before, unsigned int length, const std::string &rest, const std::string &kept,
+                                      int offset_after) {
+        const std::string content = std::string(static_cast<size_t>(before), '?') + number(length) + rest;
+        const std::string body = "offset to large, offset=" + std::to_string(before + 4) +
+                                 ", length=" + std::to_string(length) +
+                                 ", max_length=" + std::to_string(content.size());
+        expect(content, before, ZEL_ERR_NONE, offset_after, kept.c_str(),
+               join({critical(get, body), warning(get, "truncated data: " + kept)}));
+    };
+    expect_truncated(0, 100, "0123456789abcdef", "0123456789abcdef", 104);
+    expect_truncated(0, 4, "abc", "abc", 8);
+    expect_truncated(0, 1, "", "", 5);
+    expect_truncated(0, INT_MAX, "ab", "ab", INT_MAX);
+    expect_truncated(4092, 9001, long_run, std::string(4096, 'z'), 4096 + 9001);
+    expect(std::string(4093, '?') + number(9001) + long_run, 4093, ZEL_ERR_MEMORY, 4093, nullptr,
+           join({critical(get, "offset to large, offset=4097, length=9001, max_length=13097"),
+                 critical(get, "fails to get string")}));
+    const allocation_failure failure(1);
+    expect(number(100) + "abc", 0, ZEL_ERR_MEMORY, 0, nullptr,
+           join({critical(get, "offset to large, offset=4, length=100, max_length=7"),
+                 critical(get, "Memory allcation failure")}));
 }
 
 TEST(Wire, EncodingOfAShareByteForByte)
@@ -374,11 +344,9 @@ TEST(Wire, HostileNumbersAnywhereAreSurvived)
 {
     const share_holder one = make_share(2);
     const std::string bytes = bytes_of(one.get());
-    const unsigned int hostile[] = {0,       1,           0xffffffffU,    0x80000000U,
-                                    INT_MAX, INT_MAX - 3, INT_MAX - 200U, static_cast<unsigned int>(bytes.size()),
-                                    5000};
     const allocation_failure watch(0);
-    for (const unsigned int value : hostile) {
+    for (const unsigned int value :
+         {0U, 1U, 300U, 5000U, INT_MAX - 200U, INT_MAX - 3U, 0x7fffffffU, 0x80000000U, ~0U}) {
         for (size_t place = 0; place + 4 <= bytes.size(); ++place) {
             std::string changed = bytes;
             changed.replace(place, 4, number(value));
@@ -414,10 +382,9 @@ TEST(Wire, OffsetsOutsideTheBufferAreRefused)
         EXPECT_EQ(share_out, nullptr);
         take_trace();
     }
-    int offset = 0;
+    int offset = 64 - 44;
     item *item_out = nullptr;
     EXPECT_EQ(__get_content_info(buffer.bytes.get(), -1, &offset, &item_out), ZEL_ERR_MEMORY);
-    offset = 64 - 44;
     EXPECT_EQ(__get_content_info(buffer.bytes.get(), 64, &offset, &item_out), ZEL_ERR_NONE);
     EXPECT_EQ(offset, 64);
     g_free(item_out);
@@ -444,16 +411,5 @@ TEST(Wire, DecodingSurvivesEveryFailedAllocation)
         if (decoded)
             _common_free_share_content_info(decoded);
     }
-    take_trace();
     EXPECT_EQ(nth - 2, 1 + 5 + 2 * (1 + 5)) << "records and present strings, one allocation each";
-
-    const exact_buffer truncated(number(100) + "abc");
-    char *string = nullptr;
-    int offset = 0;
-    const allocation_failure failure(1);
-    EXPECT_EQ(__get_string(truncated.bytes.get(), truncated.size, &offset, &string), ZEL_ERR_MEMORY);
-    EXPECT_TRACE(critical("__get_string", "offset to large, offset=4, length=100, max_length=7"),
-                 critical("__get_string", "Memory allcation failure"));
-    EXPECT_EQ(offset, 0);
-    EXPECT_EQ(string, nullptr);
 }
