@@ -1,0 +1,253 @@
+#include "store_expectations.h"
+#include "zel_common_storage/received_shares.h"
+
+using namespace zel_test;
+
+namespace
+{
+
+struct StorageReceivedShares : store_test {
+    /// The answers of the four lists: every type, every type but read, type a, type a but read.
+    void expect_lists(const std::string (&expected)[4])
+    {
+        for (size_t i = 0; i < 4; ++i) {
+            answers out;
+            lists[i].call(out);
+            EXPECT_EQ(out.take(), expected[i]) << lists[i].statement;
+        }
+    }
+    static const store_calls lists;
+};
+
+const char notis[] = "push_noti_info", items[] = "content_info";
+const question_kind read_kind = {"Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST};
+const question_kind count_kind = {"Failed to get receiver group count!!", ZEL_ERR_RESOURCE_DOESNT_EXIST};
+
+const store_calls StorageReceivedShares::lists = {
+    {ZEL_CALL(get_contents_token_list, nullptr, false, &out.text_list, &out.counts[0]),
+     "SELECT contents_token FROM 'push_noti_info' WHERE read_noti != 2 ORDER BY received_time DESC;"},
+    {ZEL_CALL(get_contents_token_list, nullptr, true, &out.text_list, &out.counts[0]),
+     "SELECT contents_token FROM 'push_noti_info' WHERE read_noti = 0 ORDER BY received_time DESC;"},
+    {ZEL_CALL(get_contents_token_list, "a", false, &out.text_list, &out.counts[0]),
+     "SELECT contents_token FROM 'push_noti_info' WHERE type = 'a' and read_noti != 2 ORDER BY received_time DESC;"},
+    {ZEL_CALL(get_contents_token_list, "a", true, &out.text_list, &out.counts[0]),
+     "SELECT contents_token FROM 'push_noti_info' WHERE type = 'a' and read_noti = 0 ORDER BY received_time DESC;"},
+};
+
+const store_call received_time = {ZEL_CALL(get_received_time_push_noti, "t'", &out.wides[0]),
+                                  "SELECT * FROM 'push_noti_info' WHERE contents_token = 't''';", "wide 5000000000\n",
+                                  debug("_common_storage_get_received_time_push_noti", "*received_time[5000000000]")};
+const store_call not_downloaded = {ZEL_CALL(get_content_info_not_downloaded_count, "t", &out.numbers[0]),
+                                   "SELECT COUNT(*) FROM 'content_info' WHERE contents_token = 't' and downloaded = 0",
+                                   "number 2\n"};
+
+store_calls by_url(const std::string &url, const std::string &name, const std::string &token)
+{
+    static const char *now;
+    now = url.c_str();
+    const std::string where = " FROM 'content_info' WHERE original = '" + url + "' or thumbnail = '" + url +
+                              "' or big_thumbnail = '" + url + "' or mid_thumbnail = '" + url + "';";
+    return {{ZEL_CALL(get_content_name, now, &out.texts[0]), "SELECT *" + where, name},
+            {ZEL_CALL(get_contents_token_content_info, now, &out.texts[0]), "SELECT contents_token" + where, token}};
+}
+
+trace existence(const std::string &function, const std::string &table, bool found)
+{
+    return whole(function, {prepared("SELECT * FROM '" + table + "' WHERE contents_token = 't'''"),
+                            found ? trace() : debug(function, "No records found"), finalized(function)});
+}
+
+/// Reading a share that fails.
+const store_call data = {ZEL_CALL(get_notification_data, "t'", &out.share),
+                         "SELECT * FROM 'content_info' WHERE contents_token = 't''';"};
+const std::string reader = "_common_storage_get_contents";
+trace failing_read(const trace &reading)
+{
+    return join({begin(data.function), begin(reader), debug(reader, "contents_token[t']"), reading, end(reader),
+                 critical(data.function, reader + " Failed")});
+}
+
+} // namespace
+
+TEST_F(StorageReceivedShares, a_notification_is_added_once)
+{
+    const std::string adder = "_common_storage_add_push_noti_info", test = "_common_storage_exist_push_noti";
+    const std::string statement = "INSERT into 'push_noti_info' VALUES (NULL, 't''', NULL, 10000000000000000000, 0, "
+                                  "5000000000)";
+    const store_call add = {ZEL_CALL(add_push_noti_info, "t'", nullptr, 10000000000000000000ULL, 5000000000), ""};
+    expect_outcome(add, ZEL_ERR_NONE, "", whole(adder, {existence(test, notis, false), inserted(statement, 1)}));
+    expect_outcome(add, ZEL_ERR_NONE, "", whole(adder, {existence(test, notis, true)}));
+    EXPECT_EQ(database.rows("SELECT type, expired_time, read_noti, received_time FROM push_noti_info"),
+              "NULL|1.0e+19|0|5000000000\n");
+    expect_answers({received_time});
+    drop_table(notis);
+    const trace lookup =
+        join({begin(test), prepared_in_vain("SELECT * FROM 'push_noti_info' WHERE contents_token = 't'''"),
+              critical(test, "ExecuteSelectQuery Failed ")});
+    expect_outcome(add, ZEL_ERR_STORAGE_FAILURE, "",
+                   whole(adder, {lookup, inserted_in_vain(statement), critical(adder, "Failed to add file")}));
+}
+
+TEST_F(StorageReceivedShares, lists_follow_type_state_and_arrival)
+{
+    expect_nothing_found(lists, read_kind);
+    database.run("INSERT INTO push_noti_info VALUES (NULL, 'one', 'a', 0, 0, 10), (NULL, 'three', 'a', 0, 0, 30), "
+                 "(NULL, 'two', 'a', 0, 0, 20), (NULL, 'b', 'b', 0, 0, 25), (NULL, '', 'a', 0, 0, 40)");
+    const std::string both = "count 4\ntext three\ntext b\ntext two\ntext one\n";
+    const std::string only_a = "count 3\ntext three\ntext two\ntext one\n", only_b = "count 1\ntext b\n";
+    expect_lists({both, both, only_a, only_a});
+    EXPECT_EQ(_common_storage_update_read_push_noti("a"), ZEL_ERR_NONE);
+    expect_lists({both, only_b, only_a, ""});
+    EXPECT_EQ(_common_storage_update_check_delete_push_noti("three"), ZEL_ERR_NONE);
+    EXPECT_EQ(_common_storage_update_read_push_noti("a"), ZEL_ERR_NONE);
+    expect_lists({"count 3\ntext b\ntext two\ntext one\n", only_b, "count 2\ntext two\ntext one\n", ""});
+    EXPECT_TRUE(_common_storage_exist_push_noti("three"));
+    drop_table(notis);
+    expect_failing_questions(lists, read_kind);
+    expect_failing_questions({received_time}, read_kind);
+}
+
+TEST_F(StorageReceivedShares, a_share_is_stored_and_read_back)
+{
+    const auto text = [](const char *constant) { return const_cast<char *>(constant); };
+    const std::string long_text(9000, 'd'), adder = "_common_storage_add_notification";
+    zel_trans_content_info first = {text("o1"), text("t1"), text("m1"), text("b1"), text("n'1"), text("c1"),
+                                    text("x"),  4000000000, 99,         3000000000, 77};
+    zel_trans_content_info second = {text("o2"), nullptr, text(""), nullptr, nullptr, nullptr, nullptr, 2, 99, 3, 77};
+    zel_trans_share_content_info share = {
+        text("t'"), text(long_text.c_str()), text("a"), text("from"), nullptr, 5000000000, 0, nullptr, 2};
+    share.content_info_list = g_list_append(g_list_append(g_list_append(nullptr, &first), nullptr), &second);
+    EXPECT_EQ(_common_storage_add_notification(&share), ZEL_ERR_NONE);
+    const std::string item_adder = "_common_storage_add_content_info", test = "_common_storage_exist_content_info";
+    const auto added = [&](int id, const std::string &numbers, const std::string &rest) {
+        const std::string statement = "INSERT into 'content_info' VALUES (NULL, 5000000000, " + numbers + ", 't''', '" +
+                                      long_text + "', 'a', 'from', NULL, " + rest + ", NULL)";
+        return whole(item_adder,
+                     {inserted(statement, id), info(item_adder, "[ZEL] err_code: [0] Query: " + statement)});
+    };
+    EXPECT_TRACE(
+        whole(adder, {existence(test, items, false),
+                      added(1, "4000000000, 3000000000", "'o1', 't1', 'n''1', 'c1', 0, 'b1', 'm1'"), begin(item_adder),
+                      critical(item_adder, "Invalid parameter"), added(2, "2, 3", "'o2', '', '', '', 0, '', ''")}));
+    EXPECT_EQ(first.content_id, 1u);
+    EXPECT_EQ(second.content_id, 2u);
+    EXPECT_EQ(_common_storage_add_notification(&share), ZEL_ERR_INVALID_ARG);
+    EXPECT_TRACE(begin(adder), existence(test, items, true), critical(adder, "already exist contents token t'"));
+    g_list_free(share.content_info_list);
+
+    EXPECT_EQ(_common_storage_update_status_content_info("t'", QUILLO_PUSH_STATUS_SHARE_FINISHED), ZEL_ERR_NONE);
+    const trace fill = whole("__fill_content_info");
+    expect_outcome(
+        data, ZEL_ERR_NONE,
+        "share t' " + long_text +
+            " NULL from NULL 5000000000 1\n"
+            "item 1 3000000000 4000000000 t' o1 t1 m1 b1 n'1 c1\nitem 2 3 2 t' o2 NULL NULL NULL NULL NULL\n",
+        whole(data.function, {whole(reader, {debug(reader, "contents_token[t']"), prepared(data.statement), fill, fill,
+                                             finalized(reader)})}));
+    drop_table(items);
+    first.content_id = 77;
+    EXPECT_EQ(_common_storage_add_content_info(&first, "t", "", "", "", "", 1), ZEL_ERR_STORAGE_FAILURE);
+    EXPECT_EQ(first.content_id, 77u);
+    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "Failed to add content"), 1);
+}
+
+TEST_F(StorageReceivedShares, any_url_of_an_item_finds_it)
+{
+    expect_nothing_found(by_url("o", "", ""), read_kind);
+    database.run("INSERT INTO content_info(contents_token, from_msisdn, original, thumbnail, big_thumbnail, "
+                 "mid_thumbnail, name, downloaded) VALUES ('t', '', 'o', 's', 'b', 'm', 'n', 0), "
+                 "('', '', 'o2', '', '', '', '', 0), ('t', '', 'o', '', '', '', NULL, 0)");
+    for (const char *url : {"o", "s", "b", "m"})
+        expect_answers(by_url(url, "text n\n", "text t\n"));
+    expect_answers(by_url("o2", "", "")); // an empty text is not handed out
+    expect_answers({not_downloaded});
+    EXPECT_EQ(_common_storage_update_downloaded_content_info("o"), ZEL_ERR_NONE);
+    expect_outcome(
+        not_downloaded, ZEL_ERR_NONE, "number 0\n",
+        whole(not_downloaded.function, {prepared(not_downloaded.statement), finalized(not_downloaded.function)}));
+    database.lock();
+    expect_nothing_found({not_downloaded}, count_kind, SQLITE_BUSY);
+    expect_nothing_found(by_url("o", "", ""), read_kind, SQLITE_BUSY);
+    EXPECT_FALSE(_common_storage_exist_content_info("t"));
+    database.unlock();
+    drop_table(items);
+    expect_failing_questions(by_url("o", "", ""), read_kind);
+    expect_failing_questions({not_downloaded}, count_kind);
+}
+
+TEST_F(StorageReceivedShares, deletions_reach_the_items)
+{
+    const store_call by_token = {ZEL_CALL(delete_push_noti, "t"),
+                                 "DELETE FROM 'push_noti_info' WHERE contents_token = 't'"};
+    const store_call expired = {ZEL_CALL(delete_expired_push_noti, 100),
+                                "DELETE FROM 'push_noti_info' WHERE expired_time < 100"};
+    const std::string item_deleters[] = {"_common_storage_delete_content_info",
+                                         "_common_storage_delete_expired_content_info"};
+    const std::string item_statements[] = {"DELETE FROM 'content_info' WHERE contents_token = 't'",
+                                           "DELETE FROM 'content_info' WHERE expired_time < 100"};
+    for (const size_t i : {0u, 1u}) {
+        database.run(
+            "DELETE FROM push_noti_info; DELETE FROM content_info; INSERT INTO push_noti_info(contents_token, "
+            "expired_time) VALUES ('t', 99), ('u', 100); INSERT INTO content_info(contents_token, expired_time, "
+            "from_msisdn, original, thumbnail, big_thumbnail, mid_thumbnail) VALUES ('t', 99, '', '', '', '', "
+            "''), ('u', 100, '', '', '', '', '')");
+        const store_call &made = i == 0 ? by_token : expired;
+        expect_outcome(made, ZEL_ERR_NONE, "",
+                       whole(made.function, {ran(made.statement), whole(item_deleters[i], {ran(item_statements[i])})}));
+        EXPECT_EQ(database.value("SELECT contents_token FROM push_noti_info"), "u");
+        EXPECT_EQ(database.value("SELECT contents_token FROM content_info"), "u");
+    }
+    drop_table(notis); // without the first deletion there is no second
+    expect_failing_changes({by_token}, "Failed to delete push noti ");
+    expect_failing_changes({expired}, "Failed to delete expired push noti ");
+}
+
+TEST_F(StorageReceivedShares, rejections_and_failures)
+{
+    const refusal bad = {"Invalid parameter"}, bad_params = {"Invalid Params"};
+    EXPECT_NEEDED(bad, add_push_noti_info, "t", nullptr, 0, 0);
+    EXPECT_NEEDED(bad, update_read_push_noti, "a");
+    EXPECT_NEEDED(bad, update_check_delete_push_noti, "t");
+    EXPECT_NEEDED(bad, update_downloaded_content_info, "u");
+    EXPECT_NEEDED(bad, update_status_content_info, "t", QUILLO_PUSH_STATUS_NONE);
+    EXPECT_NEEDED(bad_params, get_received_time_push_noti, "t", &out.wides[0]);
+    EXPECT_NEEDED(bad_params, get_contents_token_list, nullptr, false, &out.text_list, &out.counts[0]);
+    EXPECT_NEEDED(bad_params, get_content_name, "u", &out.texts[0]);
+    EXPECT_NEEDED(bad_params, get_contents, "t", &out.share);
+    EXPECT_NEEDED(bad_params, get_notification_data, "t", &out.share);
+    EXPECT_NEEDED(bad_params, get_contents_token_content_info, "u", &out.texts[0]);
+    EXPECT_NEEDED(bad_params, get_content_info_not_downloaded_count, "t", &out.numbers[0]);
+    const refusal answers_no = {"Invalid Params", false, false, false};
+    EXPECT_NEEDED(answers_no, exist_push_noti, "t");
+    EXPECT_NEEDED(answers_no, exist_content_info, "t");
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, bad.message, _common_storage_add_notification, nullptr);
+
+    const store_calls item_changes = {
+        {ZEL_CALL(delete_content_info, "t'"), "DELETE FROM 'content_info' WHERE contents_token = 't'''"},
+        {ZEL_CALL(delete_content_info, nullptr), "DELETE FROM 'content_info' WHERE contents_token = NULL"},
+        {ZEL_CALL(delete_expired_content_info, 10000000000000000000ULL),
+         "DELETE FROM 'content_info' WHERE expired_time < 10000000000000000000"}};
+    const store_call downloaded = {ZEL_CALL(update_downloaded_content_info, "u'"),
+                                   "UPDATE 'content_info' SET downloaded = 1 WHERE original = 'u'''"};
+    const store_call status = {ZEL_CALL(update_status_content_info, "t'", QUILLO_PUSH_STATUS_SHARE_RECALLED),
+                               "UPDATE 'content_info' SET push_status = 2 WHERE contents_token = 't'''"};
+    const store_calls noti_changes = {{ZEL_CALL(update_read_push_noti, "a"),
+                                       "UPDATE 'push_noti_info' SET read_noti = 1 WHERE type = 'a' and read_noti = 0"},
+                                      {ZEL_CALL(update_check_delete_push_noti, "t"),
+                                       "UPDATE 'push_noti_info' SET read_noti = 2 WHERE contents_token = 't'"}};
+    expect_changes(item_changes);
+    expect_changes(noti_changes);
+    expect_changes({downloaded, status});
+    expect_nothing_found({received_time}, read_kind);
+    expect_outcome(data, ZEL_ERR_RESOURCE_DOESNT_EXIST, "",
+                   failing_read(join({prepared(data.statement), critical(reader, "No records found"), finalized(reader),
+                                      whole("_common_free_share_content_info")})));
+    drop_table(notis);
+    drop_table(items);
+    expect_failing_changes(item_changes, "Failed to delete content info ");
+    expect_failing_changes(noti_changes, "Failed to update read_noti value of push noti ");
+    expect_failing_changes({downloaded}, "Failed to update downloaded content info ");
+    expect_failing_changes({status}, "Failed to update push status");
+    expect_outcome(data, ZEL_ERR_STORAGE_FAILURE, "",
+                   failing_read(join({prepared_in_vain(data.statement), critical(reader, "Failed to get file")})));
+}
