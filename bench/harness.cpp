@@ -34,8 +34,11 @@ double measure_time()
 {
     return chosen.smoke ? 0 : 1.5;
 }
-constexpr size_t FEWEST_BATCHES = 21;
-constexpr size_t FEWEST_SMOKE_BATCHES = 3;
+
+size_t fewest_batches(time_source source)
+{
+    return chosen.smoke ? 3 : source == time_source::clock ? 5 : 21;
+}
 
 std::vector<measure> &measures()
 {
@@ -105,7 +108,7 @@ void run_measure(benchmark::State &state, const measure &measured)
         std::vector<double> own;
         std::vector<double> peer;
         std::vector<double> ratios;
-        const size_t fewest = chosen.smoke ? FEWEST_SMOKE_BATCHES : FEWEST_BATCHES;
+        const size_t fewest = fewest_batches(measured.source);
         const double start = now(time_source::clock);
         while (own.size() < fewest || now(time_source::clock) - start < measure_time()) {
             double own_time;

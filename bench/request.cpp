@@ -6,6 +6,7 @@
 #include "zel_common_request.h"
 
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 
 /* The platform's other services, as cheap as they can be. */
@@ -149,6 +150,16 @@ void add_request_measures()
                 },
         });
     add_growth("copy and release a request's files", 10, copy_and_release);
+    add_growth("numbering of a file whose numbers are taken", 10, [](size_t n) {
+        const std::string name = memory_folder() + "/numbered-" + std::to_string(n);
+        for (size_t i = 1; i <= n; ++i)
+            std::ofstream(name + "_" + std::to_string(i) + ".jpg");
+        return side{.run = [name](size_t count) {
+            char path[ZEL_NEW_PATH_SIZE];
+            for (size_t i = 0; i < count; ++i)
+                _common_util_get_file_valid_path((name + ".jpg").c_str(), path);
+        }};
+    });
     add_growth("dump a request's files", 10, [](size_t n) {
         return side{.run = [request = new_request(n)](size_t count) {
             for (size_t i = 0; i < count; ++i)

@@ -31,11 +31,13 @@ struct statements {
     std::string reset; /**< run before each batch, if any */
 };
 
-/** A measure in the memory file system, and once more on disk. */
+/** A measure in the memory file system, and once more on disk if there is time. */
 template <typename Own, typename Peer>
 void add_beside(const std::string &name, const statements &around, Own own, Peer peer)
 {
     for (const bool on_disk : {false, true}) {
+        if (on_disk && smoke())
+            continue;
         add({
             .name = (on_disk ? "disk: " : "store: ") + name + " / by hand",
             .bound = on_disk ? NOT_JUDGED : BOUND,

@@ -272,6 +272,31 @@ void add_scans()
     });
 }
 
+/* Each row that is changed. */
+
+void add_changes()
+{
+    add_store_growth(
+        "a transfer updated with its kind", 10, [](size_t n) { return transfers(n); },
+        [](size_t, size_t i) {
+            const auto status = i % 2 ? ZEL_SYNC_ONGOING : ZEL_SYNC_TODO;
+            const auto other = i % 2 ? ZEL_SYNC_TODO : ZEL_SYNC_ONGOING;
+            return _common_storage_set_all_status_sync_content_info(ZEL_UPLOAD_FILE, status, other);
+        });
+    add_store_growth(
+        "a transfer added by one statement and deleted with its request", 10, [](size_t) { return std::string(); },
+        [](size_t n, size_t) {
+            execute(_g_sqlite_handle, transfers(n));
+            return _common_storage_delete_sync_content_info_by_req_id(1);
+        });
+    add_store_growth(
+        "a transfer added by one statement and wiped", 10, [](size_t) { return std::string(); },
+        [](size_t n, size_t) {
+            execute(_g_sqlite_handle, transfers(n));
+            return _common_storage_clear();
+        });
+}
+
 /* One row by its row key. */
 
 void add_by_key()
@@ -337,6 +362,7 @@ void add_store_growth_measures()
 {
     add_lists();
     add_scans();
+    add_changes();
     add_by_key();
 }
 
