@@ -44,10 +44,10 @@ class faults : public testing::Test
             EXPECT_EQ(after_ != before_, tried.writes);
             world::end();
             bool happened = true;
-            for (int nth = 1; happened && !HasFailure(); nth += stride_) {
+            for (int nth = first_; happened && !HasFailure(); nth += stride_) {
                 SCOPED_TRACE("fault " + std::to_string(nth));
                 // A store that need not be cold can be asked again and again.
-                const bool afresh = nth == 1 || tried.writes || !warm_;
+                const bool afresh = nth == first_ || tried.writes || !warm_;
                 if (afresh)
                     world_->begin(warm_);
                 take_trace();
@@ -106,6 +106,7 @@ class faults : public testing::Test
         return known && handed_out != given_;
     }
 
+    int first_ = 1;
     int stride_ = 1;                   ///< opportunities from one that is taken to the next
     bool warm_ = false;                ///< the store knows its schema before the fault
     bool changes_anyway_ = false;      ///< a change can be made though it is reported as failed
@@ -122,6 +123,8 @@ auto failing_disk(unsigned which, bool lasting, int code = 0)
 
 using StorageFaults = faults;
 using StorageAllocations = faults;
+struct StorageAllocationsInTurn : faults, testing::WithParamInterface<int> {
+};
 
 } // namespace
 
@@ -183,11 +186,15 @@ TEST_F(StorageAllocations, of_the_library)
     each_operation_meets([](int nth) { return std::make_unique<allocation_failure>(nth); });
 }
 
-TEST_F(StorageAllocations, one_of_sqlite)
+// In three parts, which run side by side.
+TEST_P(StorageAllocationsInTurn, one_of_sqlite)
 {
     warm_ = true;
+    first_ = GetParam();
+    stride_ = 3;
     each_operation_meets(failing_disk(SQLITE_MEMORY, false));
 }
+INSTANTIATE_TEST_SUITE_P(Part, StorageAllocationsInTurn, testing::Values(1, 2, 3));
 
 TEST_F(StorageAllocations, all_of_sqlite_from_one_on)
 {

@@ -107,6 +107,42 @@ TEST(StorageHostile, texts_are_stored_and_returned_unchanged)
     word = "word";
 }
 
+// Values that the library never stores itself, and arguments that other rows of the table leave whole.
+TEST(StorageHostile, rows_of_another_hand_and_half_arguments)
+{
+    const world rows;
+    rows.begin();
+    raw_database raw;
+    raw.run("UPDATE recent_receiver_details SET phone_no = NULL; UPDATE upload_request_data SET total_size = 0");
+    quillo_msisdn_s one = {const_cast<char *>(word), const_cast<char *>(word), 2, 0};
+    quillo_msisdn_s *list[] = {&one};
+    int group = 0;
+    bool exists = true;
+    EXPECT_EQ(_common_storage_is_recent_receiver_list_exist(list, 1, &group, &exists), ZEL_ERR_NONE);
+    EXPECT_EQ(group, 3);
+    EXPECT_FALSE(exists);
+
+    answers out;
+    EXPECT_EQ(_common_storage_get_time_upload_total_file_static_hr(1, &out.wides[0], &out.counts[0]),
+              ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    EXPECT_EQ(__common_storage_get_db_version(nullptr), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(_common_storage_get_upload_list_details(nullptr, &out.counts[0]), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(_common_storage_get_upload_list_details(&out.count_list, nullptr), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(out.take(), "");
+
+    // A share without a token belongs to nobody: its items are skipped.
+    const std::string before = raw.rows("SELECT * FROM content_info");
+    zel_trans_content_info item = {};
+    item.content_id = 77;
+    zel_trans_share_content_info share = {};
+    share.content_info_list = g_list_append(nullptr, &item);
+    EXPECT_EQ(_common_storage_add_notification(&share), ZEL_ERR_NONE);
+    EXPECT_EQ(item.content_id, 77U);
+    EXPECT_EQ(raw.rows("SELECT * FROM content_info"), before);
+    g_list_free(share.content_info_list);
+    world::end();
+}
+
 TEST(StorageFiles, without_a_folder_nothing_is_opened_or_made)
 {
     std::filesystem::remove_all(ZEL_APPS_ROOT);

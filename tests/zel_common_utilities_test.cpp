@@ -122,6 +122,14 @@ TEST(Files, NameExtensionAndFreePath)
         _common_util_get_file_valid_path(path.c_str(), buffer.data());
         EXPECT_EQ(buffer, path.substr(0, 4095) + '\0' + "#");
     }
+
+    // Cut off it is "/", which exists under every number.
+    const std::string slashes(4100, '/');
+    std::string buffer(ZEL_NEW_PATH_SIZE, '#');
+    _common_util_get_file_valid_path((slashes + "a.b").c_str(), buffer.data());
+    EXPECT_EQ(buffer, slashes.substr(0, 4095) + '\0');
+    _common_util_get_file_valid_path(nullptr, buffer.data());
+    EXPECT_STREQ(buffer.c_str(), "");
 }
 
 TEST(Process, RandomNumberIsSeededFromTheClock)
