@@ -373,8 +373,11 @@ zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_
     end = put(end, share_content_info->expired_time);
     end = put(end, share_content_info->content_info_list_length);
     *offset += static_cast<int>(end - begin);
-    for (const GList *node = share_content_info->content_info_list; node; node = node->next)
+    for (const GList *node = share_content_info->content_info_list; node; node = node->next) {
+        if (node->next)
+            __builtin_prefetch(node->next->data); // a long list's items are not in the cache
         __set_content_info(buf, offset, static_cast<const item *>(node->data));
+    }
     ZEL_END();
     return ZEL_ERR_NONE;
 }

@@ -34,23 +34,43 @@ int group_count()
     return count;
 }
 
-/** Whether the member row that a query stands on is among the recipients of a list. */
-bool is_listed(const query &member, quillo_msisdn_s *const *list, unsigned int length)
+/** Recipients, found by their id, number and calling code. */
+using recipient_set = std::unique_ptr<GHashTable, releaser<g_hash_table_unref>>;
+
+unsigned int recipient_hash(const void *recipient)
 {
-    const int number_id = int_column(member, COLUMN_RECENT_RECEIVER_NUM_ID);
-    const char *phone_no = text_column(member, COLUMN_RECENT_RECEIVER_PHONE_NO);
-    const char *ccc = text_column(member, COLUMN_RECENT_RECEIVER_CCC);
-    if (!phone_no || !ccc)
-        return false;
-    for (unsigned int i = 0; i < length; ++i)
-        if (list[i]->number_id == number_id && g_strcmp0(list[i]->phone_number, phone_no) == 0 &&
-            g_strcmp0(list[i]->ccc, ccc) == 0)
-            return true;
-    return false;
+    const auto *hashed = static_cast<const quillo_msisdn_s *>(recipient);
+    return g_str_hash(hashed->phone_number) ^ static_cast<unsigned int>(hashed->number_id);
 }
 
-/** Whether a group has as many members as the list, and each of them is listed. */
-bool group_matches(int group, quillo_msisdn_s *const *list, unsigned int length, log_site site = log_here())
+int recipient_equal(const void *recipient, const void *other)
+{
+    const auto *one = static_cast<const quillo_msisdn_s *>(recipient);
+    const auto *two = static_cast<const quillo_msisdn_s *>(other);
+    return one->number_id == two->number_id && g_str_equal(one->phone_number, two->phone_number) &&
+           g_str_equal(one->ccc, two->ccc);
+}
+
+recipient_set set_of(quillo_msisdn_s *const *list, unsigned int length)
+{
+    recipient_set set(g_hash_table_new(recipient_hash, recipient_equal));
+    for (unsigned int i = 0; i < length; ++i)
+        if (list[i]->phone_number && list[i]->ccc)
+            g_hash_table_add(set.get(), list[i]);
+    return set;
+}
+
+/** Whether the member row that a query stands on is among the recipients. */
+bool is_listed(const query &member, const recipient_set &recipients)
+{
+    const quillo_msisdn_s sought = {const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_CCC)),
+                                    const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_PHONE_NO)),
+                                    int_column(member, COLUMN_RECENT_RECEIVER_NUM_ID), 0};
+    return sought.ccc && sought.phone_number && g_hash_table_contains(recipients.get(), &sought);
+}
+
+/** Whether a group has `length` members, and each of them is among the recipients. */
+bool group_matches(int group, const recipient_set &recipients, unsigned int length, log_site site = log_here())
 {
     static constexpr char FAILURE[] = "ExecuteSelectQuery Failed";
 
@@ -66,7 +86,7 @@ bool group_matches(int group, quillo_msisdn_s *const *list, unsigned int length,
     if (first_row(members, FAILURE, ZEL_ERR_RESOURCE_DOESNT_EXIST, site) != ZEL_ERR_NONE)
         return false;
     do {
-        if (!is_listed(members, list, length))
+        if (!is_listed(members, recipients))
             return false;
     } while (members.next());
     return true;
@@ -117,8 +137,9 @@ zel_err_e _common_storage_is_recent_receiver_list_exist(quillo_msisdn_s **to_msi
     const group_array owner(groups);
     *exist = false;
     *group_id = count < GROUP_LIMIT ? count + 1 : groups[count - 1]; /* for a new list */
+    const recipient_set recipients = set_of(to_msisdn_list, to_msisdn_list_length);
     for (int i = 0; i < count; ++i) {
-        if (group_matches(groups[i], to_msisdn_list, to_msisdn_list_length)) {
+        if (group_matches(groups[i], recipients, to_msisdn_list_length)) {
             *exist = true;
             *group_id = groups[i];
             break;
