@@ -7,6 +7,7 @@
 #include "zel_common_storage/engine.h"
 
 #include <cstdlib>
+#include <map>
 #include <memory>
 
 namespace bench
@@ -71,7 +72,23 @@ std::string items(size_t n)
 std::string one_group_of(size_t n)
 {
     return rows("recent_receiver_group", 1, "NULL, 1, '2026-11-24'") +
-           rows("recent_receiver_details", n, "NULL, x - 1, printf('555%07d', x - 1), '1', 1");
+           rows("recent_receiver_details", n, "NULL, x, '" + std::string(NUMBER) + "', '1', 1");
+}
+
+/** The members of such a group, the last one first. */
+quillo_msisdn_s **members_in_reverse(size_t n)
+{
+    static std::map<size_t, std::vector<quillo_msisdn_s>> members;
+    static std::map<size_t, std::vector<quillo_msisdn_s *>> lists;
+    auto &list = lists[n];
+    if (list.empty()) {
+        members[n].resize(n);
+        for (quillo_msisdn_s &member : members[n]) {
+            member = {const_cast<char *>("1"), const_cast<char *>(NUMBER), static_cast<int>(n - list.size()), 0};
+            list.push_back(&member);
+        }
+    }
+    return list.data();
 }
 
 /* Each row that is handed out. */
@@ -79,7 +96,7 @@ std::string one_group_of(size_t n)
 void add_lists()
 {
     add_store_growth(
-        "a listed transfer", 10, [](size_t n) { return transfers(n); },
+        "a listed transfer", 100, [](size_t n) { return transfers(n); },
         [](size_t, size_t) {
             GList *list = nullptr;
             const zel_err_e result =
@@ -88,7 +105,7 @@ void add_lists()
             return result;
         });
     add_store_growth(
-        "a transfer's URL", 10, [](size_t n) { return transfers(n); },
+        "a transfer's URL", 100, [](size_t n) { return transfers(n); },
         [](size_t, size_t) {
             GList *list = nullptr;
             const zel_err_e result = _common_storage_get_sync_content_info_url_list(1, &list);
@@ -96,7 +113,7 @@ void add_lists()
             return result;
         });
     add_store_growth(
-        "a transfer's local path", 10, [](size_t n) { return transfers(n); },
+        "a transfer's local path", 100, [](size_t n) { return transfers(n); },
         [](size_t, size_t) {
             int sent_time = 0;
             int count = 0;
@@ -107,7 +124,7 @@ void add_lists()
             g_free(paths);
             return result;
         });
-    add_store_growth("a request id by transfers", 10, scattered, [](size_t, size_t) {
+    add_store_growth("a request id by transfers", 100, scattered, [](size_t, size_t) {
         unsigned int *ids = nullptr;
         unsigned int count = 0;
         const zel_err_e result =
@@ -116,7 +133,7 @@ void add_lists()
         return result;
     });
     add_store_growth(
-        "a request id by time", 10, [](size_t n) { return requests(n); },
+        "a request id by time", 100, [](size_t n) { return requests(n); },
         [](size_t, size_t) {
             unsigned int *ids = nullptr;
             unsigned int count = 0;
@@ -125,7 +142,7 @@ void add_lists()
             return result;
         });
     add_store_growth(
-        "a request id by status", 10, [](size_t n) { return requests(n); },
+        "a request id by status", 100, [](size_t n) { return requests(n); },
         [](size_t, size_t) {
             unsigned int *ids = nullptr;
             unsigned int count = 0;
@@ -134,19 +151,19 @@ void add_lists()
             g_free(ids);
             return result;
         });
-    add_store_growth("a file of an upload report", 10, one_request_of, [](size_t, size_t) {
+    add_store_growth("a file of an upload report", 100, one_request_of, [](size_t, size_t) {
         zel_trans_upload_info *report = nullptr;
         const zel_err_e result = _common_storage_get_upload_data(1, &report);
         _common_free_upload_info(report);
         return result;
     });
-    add_store_growth("a recipient of an upload report", 10, one_request_to, [](size_t, size_t) {
+    add_store_growth("a recipient of an upload report", 100, one_request_to, [](size_t, size_t) {
         zel_trans_upload_info *report = nullptr;
         const zel_err_e result = _common_storage_get_upload_data(1, &report);
         _common_free_upload_info(report);
         return result;
     });
-    add_store_growth("a content path", 10, one_request_of, [](size_t n, size_t) {
+    add_store_growth("a content path", 100, one_request_of, [](size_t n, size_t) {
         char **paths = nullptr;
         unsigned int length = 0;
         const zel_err_e result = _common_storage_get_upload_content_path_list(1, &paths, &length);
@@ -155,7 +172,7 @@ void add_lists()
         g_free(paths);
         return result;
     });
-    add_store_growth("a recipient's text", 10, one_request_to, [](size_t n, size_t) {
+    add_store_growth("a recipient's text", 100, one_request_to, [](size_t n, size_t) {
         char **texts = nullptr;
         const zel_err_e result =
             _common_storage_get_upload_receipients_details(1, static_cast<unsigned int>(n), &texts);
@@ -164,7 +181,7 @@ void add_lists()
         g_free(texts);
         return result;
     });
-    add_store_growth("a contents token", 10, tokens, [](size_t, size_t) {
+    add_store_growth("a contents token", 100, tokens, [](size_t, size_t) {
         char **list = nullptr;
         unsigned int length = 0;
         const zel_err_e result = _common_storage_get_contents_token_list(nullptr, false, &list, &length);
@@ -173,7 +190,7 @@ void add_lists()
         free(list);
         return result;
     });
-    add_store_growth("an item of a share, read", 10, items, [](size_t, size_t) {
+    add_store_growth("an item of a share, read", 100, items, [](size_t, size_t) {
         zel_trans_share_content_info *share = nullptr;
         const zel_err_e result = _common_storage_get_notification_data("token", &share);
         _common_free_share_content_info(share);
@@ -188,7 +205,7 @@ void add_lists()
             _common_free_share_content_info(share);
             return result;
         });
-    add_store_growth("a recent receiver", 10, one_group_of, [](size_t, size_t) {
+    add_store_growth("a recent receiver", 100, one_group_of, [](size_t, size_t) {
         quillo_msisdn_s **members = nullptr;
         unsigned int count = 0;
         const zel_err_e result = _common_storage_get_recent_receiver_details(&members, &count);
@@ -200,35 +217,14 @@ void add_lists()
         free(members);
         return result;
     });
-    for (const bool reversed : {false, true})
-        add_store_growth(std::string("a recipient looked for") + (reversed ? ", in reverse order" : ""), 10,
-                         one_group_of, [=](size_t n, size_t) {
-                             static std::vector<quillo_msisdn_s> records;
-                             static std::vector<std::string> numbers;
-                             static std::vector<quillo_msisdn_s *> list;
-                             if (list.size() != n || (list[0]->number_id == 0) == reversed) {
-                                 records.assign(n, {const_cast<char *>("1"), nullptr, 0, 0});
-                                 numbers.clear();
-                                 list.clear();
-                                 for (size_t i = 0; i < n; ++i) {
-                                     const size_t id = reversed ? n - 1 - i : i;
-                                     char number[24];
-                                     g_snprintf(number, sizeof number, "555%07zu", id);
-                                     numbers.emplace_back(number);
-                                     records[i].number_id = static_cast<int>(id);
-                                 }
-                                 for (size_t i = 0; i < n; ++i) {
-                                     records[i].phone_number = numbers[i].data();
-                                     list.push_back(&records[i]);
-                                 }
-                             }
-                             int group = 0;
-                             bool exists = false;
-                             const zel_err_e result = _common_storage_is_recent_receiver_list_exist(
-                                 list.data(), static_cast<unsigned int>(n), &group, &exists);
-                             require(exists, "the list is not found");
-                             return result;
-                         });
+    add_store_growth("a recipient looked for", 100, one_group_of, [](size_t n, size_t) {
+        int group = 0;
+        bool exists = false;
+        const zel_err_e result = _common_storage_is_recent_receiver_list_exist(
+            members_in_reverse(n), static_cast<unsigned int>(n), &group, &exists);
+        require(exists, "the list is not found");
+        return result;
+    });
 }
 
 /* Each row that is passed by: the schema has no index. */
@@ -258,7 +254,7 @@ void add_scans()
             return _common_storage_get_upload_status(static_cast<unsigned int>(n), &status);
         });
     add_store_growth(
-        "a request passed by the statistics", 10, [](size_t n) { return requests(n); },
+        "a request passed by the statistics", 100, [](size_t n) { return requests(n); },
         [](size_t, size_t) {
             unsigned long long size = 0;
             unsigned int files = 0;
@@ -277,20 +273,20 @@ void add_scans()
 void add_changes()
 {
     add_store_growth(
-        "a transfer updated with its kind", 10, [](size_t n) { return transfers(n); },
+        "a transfer updated with its kind", 100, [](size_t n) { return transfers(n); },
         [](size_t, size_t i) {
             const auto status = i % 2 ? ZEL_SYNC_ONGOING : ZEL_SYNC_TODO;
             const auto other = i % 2 ? ZEL_SYNC_TODO : ZEL_SYNC_ONGOING;
             return _common_storage_set_all_status_sync_content_info(ZEL_UPLOAD_FILE, status, other);
         });
     add_store_growth(
-        "a transfer added by one statement and deleted with its request", 10, [](size_t) { return std::string(); },
+        "a transfer added by one statement and deleted with its request", 100, [](size_t) { return std::string(); },
         [](size_t n, size_t) {
             execute(_g_sqlite_handle, transfers(n));
             return _common_storage_delete_sync_content_info_by_req_id(1);
         });
     add_store_growth(
-        "a transfer added by one statement and wiped", 10, [](size_t) { return std::string(); },
+        "a transfer added by one statement and wiped", 100, [](size_t) { return std::string(); },
         [](size_t n, size_t) {
             execute(_g_sqlite_handle, transfers(n));
             return _common_storage_clear();
