@@ -10,7 +10,6 @@
 
 #include <cstddef>
 #include <functional>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -41,7 +40,7 @@ struct measure {
     std::function<sides()> make;
     bool same_lines = true; /**< the peer writes the library's log lines, format for format */
     time_source source = time_source::thread_cpu;
-    size_t largest_batch = std::numeric_limits<size_t>::max();
+    double seconds = 1.5; /**< how long the two sides take turns */
 };
 
 void add(measure added);
