@@ -35,11 +35,7 @@ timespec now()
 {
     timespec result{};
     timespec_get(&result, TIME_UTC);
-    if (clock_is_scripted) {
-        result.tv_sec = static_cast<time_t>(scripted_seconds);
-        result.tv_nsec = scripted_microseconds * 1000;
-    }
-    return result;
+    return clock_is_scripted ? scripted_time : result;
 }
 
 } // namespace
@@ -68,11 +64,8 @@ extern "C" {
 ALLOCATION(malloc, 1, size, (size_t size), (size))
 ALLOCATION(calloc, n, size, (size_t n, size_t size), (n, size))
 ALLOCATION(realloc, 1, size, (void *old, size_t size), (old, size))
-ALLOCATION(g_try_malloc, 1, size, (gsize size), (size))
 ALLOCATION(g_try_malloc0, 1, size, (gsize size), (size))
-ALLOCATION(g_try_malloc_n, n, size, (gsize n, gsize size), (n, size))
 ALLOCATION(g_try_malloc0_n, n, size, (gsize n, gsize size), (n, size))
-ALLOCATION(g_try_realloc, 1, size, (gpointer old, gsize size), (old, size))
 ALLOCATION(g_try_realloc_n, n, size, (gpointer old, gsize n, gsize size), (old, n, size))
 
 SCRIPTED(cond_broadcast, pthread_cond_broadcast, (pthread_cond_t * condition), (condition))
@@ -92,8 +85,7 @@ STAND_IN(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t *m
 
 STAND_IN(int, pthread_cond_timedwait, (pthread_cond_t * condition, pthread_mutex_t *mutex, const timespec *until))
 {
-    last_deadline.seconds = until->tv_sec;
-    last_deadline.nanoseconds = until->tv_nsec;
+    last_deadline = *until;
     waits_entered.release();
     int result = 0;
     return calls::cond_timedwait.take(&result) ? result

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <ctime>
 #include <mutex>
 #include <pthread.h>
 #include <semaphore>
@@ -32,9 +33,6 @@ class allocation_failure
     {
         allocations.failing = 0;
     }
-    allocation_failure(const allocation_failure &) = delete;
-    allocation_failure &operator=(const allocation_failure &) = delete;
-
     bool happened() const
     {
         return allocations.failing != 0 && allocations.count >= allocations.failing;
@@ -51,8 +49,7 @@ class allocation_failure
 };
 
 inline std::atomic<bool> clock_is_scripted = false;
-inline std::atomic<long long> scripted_seconds = 0;
-inline std::atomic<long> scripted_microseconds = 0;
+inline timespec scripted_time{};
 
 /// While it lives, the time of day stands still.
 class scripted_clock
@@ -60,16 +57,13 @@ class scripted_clock
   public:
     scripted_clock(long long seconds, long microseconds)
     {
-        scripted_seconds = seconds;
-        scripted_microseconds = microseconds;
+        scripted_time = {static_cast<time_t>(seconds), microseconds * 1000};
         clock_is_scripted = true;
     }
     ~scripted_clock()
     {
         clock_is_scripted = false;
     }
-    scripted_clock(const scripted_clock &) = delete;
-    scripted_clock &operator=(const scripted_clock &) = delete;
 };
 
 /// Counts the calls of one function and answers some of them in its place.
@@ -111,12 +105,7 @@ class call_script
 
 namespace calls
 {
-inline call_script cond_broadcast;
-inline call_script cond_destroy;
-inline call_script cond_signal;
-inline call_script cond_timedwait;
-inline call_script mutex_destroy;
-inline call_script thread_create;
+inline call_script cond_broadcast, cond_destroy, cond_signal, cond_timedwait, mutex_destroy, thread_create;
 inline call_script file_status;   ///< stat; an answer is an errno, with the result -1
 inline call_script sleep;         ///< g_usleep; an answer only skips the sleep
 inline call_script sqlite_step;   ///< sqlite3_step; tests' own raw queries do not come here
@@ -142,14 +131,8 @@ inline bool is_locked(pthread_mutex_t &mutex)
     return !is_free;
 }
 
-/// Deadline of the last pthread_cond_timedwait.
-struct deadline {
-    std::atomic<long long> seconds;
-    std::atomic<long> nanoseconds;
-};
-inline deadline last_deadline;
-
-/// Argument of the last g_usleep and of the last srand.
+/// Argument of the last pthread_cond_timedwait, g_usleep and srand.
+inline timespec last_deadline{};
 inline std::atomic<unsigned long> last_sleep = 0;
 inline std::atomic<unsigned int> last_seed = 0;
 

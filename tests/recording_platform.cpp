@@ -2,12 +2,8 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <mutex>
 #include <string_view>
-#include <thread>
 #include <utility>
-#include <vector>
 
 struct app_control_s {
     int unused;
@@ -16,51 +12,24 @@ struct app_control_s {
 namespace
 {
 
-struct recorded_line {
-    std::thread::id thread;
-    std::string text;
+thread_local std::string written;
+
+// The layout, read back to the letter.
+struct layout {
+    int priority;
+    const char *kind;
+    std::string_view head;
+    std::string_view tail;
 };
-std::mutex guard;
-std::vector<recorded_line> lines;
-
-std::string escaped(std::string_view text)
-{
-    std::string result;
-    for (const char byte : text)
-        result += byte == '\n' ? std::string("\\n") : byte == '\033' ? std::string("\\e") : std::string(1, byte);
-    return result;
-}
-
-bool strip(std::string_view &text, std::string_view head, std::string_view tail)
-{
-    if (text.size() < head.size() + tail.size() || !text.starts_with(head) || !text.ends_with(tail))
-        return false;
-    text = text.substr(head.size(), text.size() - head.size() - tail.size());
-    return true;
-}
-
-// The layout, read back to the letter; what does not fit it has no kind.
-const char *kind_of(int priority, std::string_view &body)
-{
-    switch (priority) {
-    case DLOG_DEBUG:
-        return "DEBUG";
-    case DLOG_ERROR:
-        return strip(body, " \033[0;31m* Critical * ", "\033[0;m") ? "CRITICAL" : nullptr;
-    case DLOG_WARN:
-        return strip(body, " \033[0;34m* Warning * ", "\033[0;m") ? "WARNING" : nullptr;
-    case DLOG_INFO:
-        if (strip(body, " \033[0;36mBEGIN >>>>\033[0;m", ""))
-            return body.empty() ? "BEGIN" : nullptr;
-        if (strip(body, " \033[0;36mEND <<<<\033[0;m", ""))
-            return body.empty() ? "END" : nullptr;
-        if (strip(body, " * Info * ", ""))
-            return "INFO";
-        return !body.starts_with(" \033") && strip(body, " ", "") ? "PLAIN" : nullptr;
-    default:
-        return nullptr;
-    }
-}
+constexpr layout layouts[] = {
+    {DLOG_ERROR, "CRITICAL", " \033[0;31m* Critical * ", "\033[0;m\n"},
+    {DLOG_WARN, "WARNING", " \033[0;34m* Warning * ", "\033[0;m\n"},
+    {DLOG_INFO, "BEGIN", " \033[0;36mBEGIN >>>>\033[0;m", "\n"},
+    {DLOG_INFO, "END", " \033[0;36mEND <<<<\033[0;m", "\n"},
+    {DLOG_INFO, "INFO", " * Info * ", "\n"},
+    {DLOG_INFO, "PLAIN", " ", "\n"},
+    {DLOG_DEBUG, "DEBUG", "", "\n"},
+};
 
 std::string formatted(const char *format, va_list arguments)
 {
@@ -81,7 +50,7 @@ platform_state platform;
 
 trace line(const char *kind, const std::string &function, const std::string &body)
 {
-    return {std::string(kind) + " " + function + ": " + escaped(body) + "\n"};
+    return {std::string(kind) + " " + function + ": " + body + "\n"};
 }
 
 trace join(std::initializer_list<trace> parts)
@@ -94,29 +63,13 @@ trace join(std::initializer_list<trace> parts)
 
 trace take_trace()
 {
-    const std::lock_guard lock(guard);
-    trace mine;
-    std::erase_if(lines, [&mine](const recorded_line &line) {
-        const bool is_mine = line.thread == std::this_thread::get_id();
-        mine.text += is_mine ? line.text : "";
-        return is_mine;
-    });
-    return mine;
-}
-
-trace take_trace_of_all()
-{
-    const std::lock_guard lock(guard);
-    trace all;
-    for (const recorded_line &line : std::exchange(lines, {}))
-        all.text += line.text;
-    return all;
+    return {std::exchange(written, {})};
 }
 
 int count_lines(const trace &lines, const std::string &kind, const std::string &body)
 {
     int count = 0;
-    const std::string tail = ": " + escaped(body);
+    const std::string tail = ": " + body;
     for (size_t start = 0; start < lines.text.size();) {
         const size_t stop = lines.text.find('\n', start);
         const std::string_view line(lines.text.data() + start, stop - start);
@@ -149,16 +102,17 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
     const int number = has_prefix ? va_arg(arguments, int) : 0;
     va_end(arguments);
 
-    std::string_view body = text;
-    const char *kind = nullptr;
-    if (std::strcmp(tag, "QUILLO_COMMON") == 0 && std::string_view(fmt).ends_with("\n") && number > 0 &&
-        strip(body, function + "(" + std::to_string(number) + "): ", "\n"))
-        kind = kind_of(prio, body);
-    const std::string whole_line = std::to_string(prio) + " " + tag + " " + text;
-    const std::lock_guard lock(guard);
-    lines.push_back({std::this_thread::get_id(),
-                     zel_test::line(kind ? kind : "MALFORMED", function, kind ? std::string(body) : whole_line).text});
-    platform.last_line = whole_line;
+    const std::string prefix = function + "(" + std::to_string(number) + "): ";
+    for (const layout &one : layouts) {
+        const std::string head = prefix + std::string(one.head);
+        if (prio == one.priority && number > 0 && std::string_view(tag) == "QUILLO_COMMON" && text.starts_with(head) &&
+            text.ends_with(one.tail) && text.size() >= head.size() + one.tail.size()) {
+            const size_t length = text.size() - head.size() - one.tail.size();
+            written += zel_test::line(one.kind, function, text.substr(head.size(), length)).text;
+            return -1;
+        }
+    }
+    written += zel_test::line("MALFORMED", function, text).text;
     return -1;
 }
 

@@ -48,10 +48,8 @@ inline trace whole(const std::string &function, std::initializer_list<trace> ins
     return join({begin(function), join(inside), end(function)});
 }
 
-/// Takes out what the calling thread has written since the last take; the lines of other threads stay.
+/// Takes out what the calling thread has written since the last take.
 trace take_trace();
-/// Takes out what all threads have written.
-trace take_trace_of_all();
 /// How many of the lines of a trace are of this kind and body, whatever the function.
 int count_lines(const trace &lines, const std::string &kind, const std::string &body);
 
@@ -98,8 +96,6 @@ void expect_nulls_refused(size_t count, const Expected &result, const trace &lin
 
 /// What the rest of the platform answers, and what became of it. Not for several threads at once.
 struct platform_state {
-    std::string last_line; ///< the last log call as it was put out: priority, tag, text
-
     int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     bool feature_value = false;
     int feature_queries = 0;

@@ -2,7 +2,6 @@
 #include "zel_common_request.h"
 #include "zel_common_request_internal.h"
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -46,28 +45,22 @@ zel_request *make_request()
     request->thumbnail_type = QUILLO_EVENT_THUMBNAIL_480;
     request->content_token_expired_time = 1ULL << 40;
     request->folder_token_expired_time = ~0ULL;
-    request->send_push = 9;
-    size_t n = 0;
-    for (const auto string : owned_strings)
-        request->*string = g_strdup_printf("text %zu", n++);
+    for (size_t i = 0; i < std::size(owned_strings); ++i)
+        request->*owned_strings[i] = g_strdup_printf("text %zu", i);
     for (const auto list : owned_lists)
         request->*list = list_of({"first", "second"});
     request->caller = new_handle();
     return request;
 }
 
-const trace glist_dup = whole("_common_glist_dup");
+const std::string copy_name = "_common_copy_zel_request_members";
+const std::string release_name = "_common_free_zel_request_members";
+const std::string dup_name = "_common_glist_dup";
 
-trace members_released(std::initializer_list<trace> at_the_handle = {})
+trace members_released(const char *at_the_handle = nullptr)
 {
-    const std::string function = "_common_free_zel_request_members";
-    return whole(function,
-                 {debug(function, "g_list_free_full"), debug(function, "destroy app control"), join(at_the_handle)});
-}
-
-trace clone_result(int result)
-{
-    return debug("_common_copy_zel_request_members", "app_control_clone result : [" + std::to_string(result) + "]");
+    return whole(release_name, {debug(release_name, "g_list_free_full"), debug(release_name, "destroy app control"),
+                                at_the_handle ? debug(release_name, at_the_handle) : trace()});
 }
 
 } // namespace
@@ -75,16 +68,13 @@ trace clone_result(int result)
 TEST(Request, CopyIsIndependentButForThreeMembers)
 {
     zel_request *source = make_request();
-    auto *copy = static_cast<zel_request *>(g_malloc(sizeof(zel_request)));
-    *copy = {};
+    auto *copy = g_new0(zel_request, 1);
     copy->description = reinterpret_cast<char *>(1); // overwritten, not released
     EXPECT_EQ(_common_copy_zel_request_members(source, copy), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole("_common_copy_zel_request_members", {glist_dup, glist_dup, glist_dup, clone_result(0)}));
-
-    EXPECT_EQ(copy->cmd, source->cmd);
+    EXPECT_TRACE(whole(copy_name, {whole(dup_name), whole(dup_name), whole(dup_name),
+                                   debug(copy_name, "app_control_clone result : [0]")}));
     EXPECT_EQ(copy->req_id, 4000000001U);
     EXPECT_EQ(copy->folder_token_expired_time, ~0ULL);
-    EXPECT_EQ(copy->send_push, 9u);
     for (size_t i = 0; i < std::size(owned_strings); ++i) {
         const auto string = owned_strings[i];
         EXPECT_STREQ(copy->*string, source->*string);
@@ -97,108 +87,62 @@ TEST(Request, CopyIsIndependentButForThreeMembers)
         EXPECT_EQ((copy->*list)->data == (source->*list)->data, i >= copied_lists) << i;
     }
     EXPECT_NE(copy->caller, source->caller);
-    EXPECT_EQ(platform.handles.size(), 2u);
 
-    // One of the two gives up what both refer to.
+    // One of the two gives up what both refer to. A release resets the strings only.
     copy->server_file_list = nullptr;
     copy->list_next = copy->list_more = nullptr;
-    _common_free_zel_request(copy);
-    EXPECT_TRACE(whole("_common_free_zel_request",
-                       {members_released({debug("_common_free_zel_request_members", "app_control_destroy ret[0]")})}));
-    EXPECT_EQ(texts_of(source->file_list), (std::vector<std::string>{"first", "second"}));
-    EXPECT_STREQ(source->url, "text 2");
+    platform.destroy_result = -7;
+    _common_free_zel_request_members(copy);
+    EXPECT_TRACE(members_released("app_control_destroy ret[-7]"));
+    for (const auto string : owned_strings)
+        EXPECT_EQ(copy->*string, nullptr);
+    EXPECT_NE(copy->file_list, nullptr);
+    EXPECT_NE(copy->caller, nullptr);
+    g_free(copy);
     _common_free_zel_request(source);
+    EXPECT_TRACE(whole("_common_free_zel_request", {members_released("app_control_destroy ret[-7]")}));
     EXPECT_TRUE(platform.handles.empty());
 }
 
-TEST(Request, CopyOfAnEmptyRequestAsksNobody)
+TEST(Request, CopyHasNoHandleThatCannotBeClonedAndListsUpToANull)
 {
     zel_request source{};
-    zel_request copy;
-    memset(&copy, 0xff, sizeof copy);
-    EXPECT_EQ(_common_copy_zel_request_members(&source, &copy), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole("_common_copy_zel_request_members"));
-    EXPECT_EQ(platform.clones, 0);
-    for (const auto string : owned_strings)
-        EXPECT_EQ(copy.*string, nullptr);
-    for (const auto list : owned_lists)
-        EXPECT_EQ(copy.*list, nullptr);
-    EXPECT_EQ(copy.caller, nullptr);
-    EXPECT_EQ(copy.req_id, 0u);
-}
-
-TEST(Request, CopyWhoseHandleCannotBeClonedHasNone)
-{
-    zel_request source{};
+    source.receiver_list = list_of({"first", nullptr, "third"});
     source.caller = new_handle();
     for (app_control_h left_behind : {app_control_h(), source.caller}) {
         zel_request copy{};
         platform.clone_result = -12;
         platform.clone_left_behind = left_behind;
         EXPECT_EQ(_common_copy_zel_request_members(&source, &copy), ZEL_ERR_NONE);
-        EXPECT_TRACE(whole("_common_copy_zel_request_members", {clone_result(-12)}));
+        EXPECT_TRACE(whole(copy_name, {whole(dup_name, {critical(dup_name, "NULL string")}),
+                                       debug(copy_name, "app_control_clone result : [-12]")}));
+        EXPECT_EQ(texts_of(copy.receiver_list), std::vector<std::string>{"first"});
+        EXPECT_EQ(copy.url, nullptr);
         EXPECT_EQ(copy.caller, nullptr);
+        _common_free_zel_request_members(&copy);
+        EXPECT_TRACE(members_released());
     }
-    app_control_destroy(source.caller);
-}
-
-TEST(Request, CopyOfAListEndsAtItsFirstNull)
-{
-    zel_request source{};
-    zel_request copy{};
-    source.receiver_list = list_of({"first", nullptr, "third"});
-    source.url_list = list_of({nullptr});
-    source.file_list = list_of({"file"});
-    EXPECT_EQ(_common_copy_zel_request_members(&source, &copy), ZEL_ERR_NONE);
-    const trace stopped = whole("_common_glist_dup", {critical("_common_glist_dup", "NULL string")});
-    EXPECT_TRACE(whole("_common_copy_zel_request_members", {stopped, stopped, glist_dup}));
-    EXPECT_EQ(texts_of(copy.receiver_list), std::vector<std::string>{"first"});
-    EXPECT_EQ(copy.url_list, nullptr);
-    EXPECT_EQ(texts_of(copy.file_list), std::vector<std::string>{"file"});
     EXPECT_EQ(g_list_length(source.receiver_list), 3u);
-    _common_free_zel_request_members(&copy);
-    EXPECT_TRACE(members_released());
     _common_free_zel_request_members(&source);
-
-    take_trace();
-    EXPECT_EQ(_common_glist_dup(nullptr), nullptr);
-    EXPECT_TRACE(whole("_common_glist_dup", {critical("_common_glist_dup", "[src] is NULL_PARAM")}));
 }
 
 TEST(Request, NullIsRejected)
 {
     zel_request request{};
-    request.req_id = 3;
     EXPECT_NULLS_REJECTED(2, ZEL_ERR_INVALID_ARG, "Invalid parameters", _common_copy_zel_request_members, &request,
                           &request);
-    EXPECT_EQ(request.req_id, 3u);
     _common_free_zel_request(nullptr);
-    EXPECT_TRACE(whole("_common_free_zel_request", {critical("_common_free_zel_request", "[request] is NULL_PARAM")}));
     _common_free_zel_request_members(nullptr);
-    EXPECT_TRACE(whole("_common_free_zel_request_members",
-                       {critical("_common_free_zel_request_members", "[request] is NULL_PARAM")}));
+    _common_glist_dup(nullptr);
+    EXPECT_TRACE(whole("_common_free_zel_request", {critical("_common_free_zel_request", "[request] is NULL_PARAM")}),
+                 whole(release_name, {critical(release_name, "[request] is NULL_PARAM")}),
+                 whole(dup_name, {critical(dup_name, "[src] is NULL_PARAM")}));
     _common_free_zel_param_members(nullptr);
-    EXPECT_TRACE(whole("_common_free_zel_param_members"));
-}
-
-TEST(Request, ReleaseResetsTheStringsOnly)
-{
-    zel_request *request = make_request();
-    platform.destroy_result = -7;
-    _common_free_zel_request_members(request);
-    EXPECT_TRACE(members_released({debug("_common_free_zel_request_members", "app_control_destroy ret[-7]")}));
-    EXPECT_TRUE(platform.handles.empty());
-    for (const auto string : owned_strings)
-        EXPECT_EQ(request->*string, nullptr);
-    for (const auto list : owned_lists)
-        EXPECT_NE(request->*list, nullptr);
-    EXPECT_NE(request->caller, nullptr);
-    g_free(request);
-
     auto *param = g_new0(comm_param_s, 1);
     param->handle = &request; // not its own
     _common_free_zel_param_members(param);
-    EXPECT_TRACE(whole("_common_free_zel_param_members", {members_released()}));
+    EXPECT_TRACE(whole("_common_free_zel_param_members"),
+                 whole("_common_free_zel_param_members", {members_released()}));
 }
 
 TEST(Request, DumpNamesItsCaller)

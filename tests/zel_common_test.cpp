@@ -33,23 +33,19 @@ TEST(Errors, ConversionToClientCodes)
 TEST(Errors, CodesArePrintedWithTheirNames)
 {
     std::istringstream names(
-        "ZEL_ERR_NONE ZEL_ERR_INVALID_ARG ZEL_ERR_MEMORY ZEL_ERR_SOCKET_FAILURE ZEL_ERR_SERVER_NOT_RUNNING "
-        "ZEL_ERR_THREAD ZEL_ERR_REQUEST_FAILED ZEL_ERR_CANCELLED ZEL_ERR_NETWORK_FAILURE ZEL_ERR_TIMEOUT_ERR "
-        "ZEL_ERR_RESOURCE_DOESNT_EXIST ZEL_ERR_MAX_FILE_SIZE_EXCEEDED ZEL_ERR_NOT_AUTHENTICATED "
-        "ZEL_ERR_BROKEN_PIPE ZEL_ERR_TELEPHONY ZEL_ERR_STORAGE_FAILURE ZEL_ERR_INVALID_REQ_ID "
-        "ZEL_ERR_SHARE_FILE_DOESNT_EXITS ZEL_ERR_AUTHENTICATION_FAILED ZEL_ERR_BAD_JSON_FORMAT "
-        "ZEL_ERR_BAD_ACCESS_TOKEN ZEL_ERR_BAD_DEVICE_ID ZEL_ERR_BAD_CLIENT_ID ZEL_ERR_INVALID_UID "
-        "ZEL_ERR_JSON_FAILURE ZEL_ERR_LIMIT_EXCEED ZEL_ERR_STORAGE_NO_RECORDS ZEL_ERR_STORAGE_INIT_FAILURE "
-        "ZEL_ERR_INVALID_FILE ZEL_ERR_FILE_DOESNT_EXIST ZEL_ERR_NOT_A_FILE ZEL_ERR_TRANSPORT_FAILURE "
-        "ZEL_ERR_SHARE_THUMBNAIL_ERR ZEL_ERR_REQ_PAUSED ZEL_ERR_UNKNOWN ZEL_ERR_RESOURCE_ALREADY_EXIST "
-        "ZEL_ERR_MAX_REQ_REACHED");
+        "NONE INVALID_ARG MEMORY SOCKET_FAILURE SERVER_NOT_RUNNING THREAD REQUEST_FAILED CANCELLED NETWORK_FAILURE "
+        "TIMEOUT_ERR RESOURCE_DOESNT_EXIST MAX_FILE_SIZE_EXCEEDED NOT_AUTHENTICATED BROKEN_PIPE TELEPHONY "
+        "STORAGE_FAILURE INVALID_REQ_ID SHARE_FILE_DOESNT_EXITS AUTHENTICATION_FAILED BAD_JSON_FORMAT "
+        "BAD_ACCESS_TOKEN BAD_DEVICE_ID BAD_CLIENT_ID INVALID_UID JSON_FAILURE LIMIT_EXCEED STORAGE_NO_RECORDS "
+        "STORAGE_INIT_FAILURE INVALID_FILE FILE_DOESNT_EXIST NOT_A_FILE TRANSPORT_FAILURE SHARE_THUMBNAIL_ERR "
+        "REQ_PAUSED UNKNOWN RESOURCE_ALREADY_EXIST MAX_REQ_REACHED");
     int code = 0;
     for (std::string name; names >> name; ++code) {
         _common_print_error_info(code);
-        EXPECT_TRACE(
-            critical("_common_print_error_info", "Error code [" + std::to_string(code) + "]: Error Msg[" + name + "]"));
+        EXPECT_TRACE(critical("_common_print_error_info",
+                              "Error code [" + std::to_string(code) + "]: Error Msg[ZEL_ERR_" + name + "]"));
     }
-    for (const int silent : {37, 48, 49, 99, 100, -1, INT_MIN, INT_MAX})
+    for (const int silent : {code, -1, INT_MIN, INT_MAX})
         _common_print_error_info(silent);
     EXPECT_TRACE();
 }
@@ -58,70 +54,54 @@ TEST(Errors, CodesArePrintedWithTheirNames)
 namespace
 {
 
-template <typename Record> Record *make()
-{
-    return static_cast<Record *>(g_malloc0(sizeof(Record)));
-}
-
 template <typename Record> Record *make_with(std::initializer_list<char * Record::*> strings)
 {
-    auto *record = make<Record>();
+    auto *record = static_cast<Record *>(g_malloc0(sizeof(Record)));
     for (const auto string : strings)
         record->*string = g_strdup("x");
     return record;
 }
 
-zel_trans_content_info *make_item()
-{
-    using item = zel_trans_content_info;
-    return make_with({&item::original, &item::thumbnail, &item::mid_thumbnail, &item::big_thumbnail, &item::name,
-                      &item::content_type, &item::contents_token});
-}
-
 } // namespace
 
-TEST(Records, ReleasesTakeNullAndEmptyRecords)
+TEST(Records, ReleasesTakeNullEmptyRecordsAndAllThatARecordOwns)
 {
-    const std::tuple<const char *, void (*)(void *), size_t> releases[] = {
-        {"_common_free_url_info", _common_free_url_info, sizeof(zel_trans_url_info)},
-        {"_common_free_url_ids_info", _common_free_url_ids_info, sizeof(zel_trans_url_ids_info)},
-        {"_common_free_share_content_info", _common_free_share_content_info, sizeof(zel_trans_share_content_info)},
-        {"_common_free_upload_info", _common_free_upload_info, sizeof(zel_trans_upload_info)},
-        {"__free_file_path_list", __free_file_path_list, 8},
-    };
-    for (const auto &[name, release, size] : releases) {
-        release(nullptr);
-        release(g_malloc0(size));
-        EXPECT_TRACE(whole(name), whole(name));
-    }
-}
-
-TEST(Records, ReleasesTakeAllThatARecordOwns)
-{
-    _common_free_url_info(make_with({&zel_trans_url_info::url, &zel_trans_url_info::content_type}));
-    _common_free_url_ids_info(make_with({&zel_trans_url_ids_info::id, &zel_trans_url_ids_info::url}));
-    take_trace();
-
+    using item = zel_trans_content_info;
     using share_info = zel_trans_share_content_info;
     auto *share = make_with({&share_info::contents_token, &share_info::description, &share_info::type,
                              &share_info::from_msisdn, &share_info::to_list});
     share->content_info_list_length = 99; // the list itself counts
-    for (zel_trans_content_info *item :
-         {make_item(), static_cast<zel_trans_content_info *>(nullptr), make<zel_trans_content_info>(), make_item()})
-        share->content_info_list = g_list_append(share->content_info_list, item);
-    _common_free_share_content_info(share);
-    EXPECT_TRACE(whole("_common_free_share_content_info"));
+    for (item *one : {static_cast<item *>(nullptr), make_with<item>({}),
+                      make_with({&item::original, &item::thumbnail, &item::mid_thumbnail, &item::big_thumbnail,
+                                 &item::name, &item::content_type, &item::contents_token})})
+        share->content_info_list = g_list_append(share->content_info_list, one);
 
-    auto *report = make<zel_trans_upload_info>();
+    auto *report = make_with<zel_trans_upload_info>({});
     report->contents_token = g_strdup("token");
-    report->msisdn_count = 4;
-    report->msisdn_list = g_new0(quillo_msisdn_s *, 4);
-    report->msisdn_list[0] = make_with({&quillo_msisdn_s::ccc, &quillo_msisdn_s::phone_number});
-    report->msisdn_list[2] = make<quillo_msisdn_s>();
-    report->msisdn_list[3] = make_with({&quillo_msisdn_s::ccc, &quillo_msisdn_s::phone_number});
-    for (const char *path : {"/a", "/b", "/c"})
-        report->file_path_list = g_list_append(report->file_path_list, g_strdup(path));
-    _common_free_upload_info(report);
+    report->msisdn_count = 3;
+    report->msisdn_list = g_new0(quillo_msisdn_s *, 3);
+    report->msisdn_list[0] = make_with<quillo_msisdn_s>({});
+    report->msisdn_list[2] = make_with({&quillo_msisdn_s::ccc, &quillo_msisdn_s::phone_number});
+    report->file_path_list = g_list_append(g_list_append(nullptr, g_strdup("/a")), g_strdup("/b"));
+
+    using url = zel_trans_url_info;
+    using url_ids = zel_trans_url_ids_info;
     const trace path = whole("__free_file_path_list");
-    EXPECT_TRACE(whole("_common_free_upload_info", {path, path, path}));
+    const std::tuple<const char *, void (*)(void *), size_t, void *, trace> releases[] = {
+        {"_common_free_url_info", _common_free_url_info, sizeof(url), make_with({&url::url, &url::content_type}), {}},
+        {"_common_free_url_ids_info",
+         _common_free_url_ids_info,
+         sizeof(url_ids),
+         make_with({&url_ids::id, &url_ids::url}),
+         {}},
+        {"_common_free_share_content_info", _common_free_share_content_info, sizeof(share_info), share, {}},
+        {"_common_free_upload_info", _common_free_upload_info, sizeof(*report), report, join({path, path})},
+        {"__free_file_path_list", __free_file_path_list, 8, g_strdup("/c"), {}},
+    };
+    for (const auto &[name, release, size, record, inside] : releases) {
+        release(nullptr);
+        release(g_malloc0(size));
+        release(record);
+        EXPECT_TRACE(whole(name), whole(name), whole(name, {inside}));
+    }
 }
