@@ -12,26 +12,44 @@
 namespace zel_test
 {
 
+enum needs { POINTERS = 1, FIRST = 2, EVERYTHING = 4 };
+
+/// How an operation refuses an argument.
+struct refusal {
+    std::string message;
+    int needed = EVERYTHING;   ///< which arguments; those that a call gives as NULL or zero are never looked at
+    bool negative_too = false; ///< an int must be above 0
+    bool with_end = false;
+    int code = ZEL_ERR_INVALID_ARG;
+};
+
 struct store_call {
     const char *function;
     int (*call)(answers &out);
+    void (*refuse)(answers &out, const refusal &how); ///< makes the call without each needed argument in turn
     std::string statement;
     std::string answer = {}; ///< of a question, over the rows that the test has stored
     trace inside = {};       ///< what it writes once its row is found
 };
 using store_calls = std::vector<store_call>;
 
-/// The first two members of a store_call, for _common_storage_<name>; the arguments may name the members of `out`.
+/// The first members of a store_call, for _common_storage_<name>; the arguments may name the members of `out`.
 #define ZEL_CALL(name, ...)                                                                                            \
-    "_common_storage_" #name, [](answers &out) -> int {                                                                \
-        static_cast<void>(out);                                                                                        \
-        return _common_storage_##name(__VA_ARGS__);                                                                    \
-    }
+    "_common_storage_" #name,                                                                                          \
+        [](answers &out) -> int {                                                                                      \
+            static_cast<void>(out);                                                                                    \
+            return _common_storage_##name(__VA_ARGS__);                                                                \
+        },                                                                                                             \
+        [](answers &out, const refusal &how) {                                                                         \
+            static_cast<void>(out);                                                                                    \
+            expect_refusals("_common_storage_" #name, how, _common_storage_##name __VA_OPT__(, ) __VA_ARGS__);         \
+        }
 
 /// How a family of questions fails.
 struct question_kind {
     const char *failure;
     int nothing_found; ///< the code
+    refusal refused;
     bool with_end = true;
     trace (*line)(const std::string &, const std::string &) = critical; ///< of "No records found"; may be null
     const char *finalizer = nullptr;                                    ///< when it is not the operation itself
@@ -54,19 +72,67 @@ inline void expect_outcome(const store_call &made, int code, const std::string &
     take_trace();
 }
 
-inline void expect_changes(const store_calls &calls)
+/// The call gives this code, hands out just this and says why.
+inline void expect_failure(const store_call &made, int code, const std::string &message, const std::string &answer = "")
 {
-    for (const store_call &made : calls)
-        expect_outcome(made, ZEL_ERR_NONE, "", whole(made.function, {ran(made.statement)}));
+    answers out;
+    take_trace();
+    EXPECT_EQ(made.call(out), code) << message;
+    const std::string lines = take_trace().text;
+    EXPECT_NE(lines.find(critical(made.function, message).text), std::string::npos) << message << " in\n" << lines;
+    EXPECT_EQ(out.take(), answer) << message;
 }
 
-/// The database refuses the statement of each call.
-inline void expect_failing_changes(const store_calls &calls, const char *failure, bool with_end = true)
+template <typename Result, typename... Parameters>
+void expect_refusals(const std::string &name, const refusal &how, Result (*function)(Parameters...),
+                     std::type_identity_t<Parameters>... good)
 {
-    for (const store_call &made : calls)
+    const std::tuple<Parameters...> all(good...);
+    const auto spoil = [&]<size_t I, typename Value>(std::integral_constant<size_t, I>, Value value) {
+        const int kind = (std::is_pointer_v<Value> ? POINTERS : 0) | (I == 0 ? FIRST : 0) | EVERYTHING;
+        if (value == Value() || !(how.needed & kind))
+            return;
+        for (const int zero : {0, -1}) {
+            std::tuple<Parameters...> bad = all;
+            if constexpr (std::is_same_v<Value, int>)
+                std::get<I>(bad) = zero;
+            else
+                std::get<I>(bad) = Value();
+            if (zero && !(std::is_same_v<Value, int> && how.negative_too))
+                break;
+            EXPECT_EQ(static_cast<int>(std::apply(function, bad)), how.code) << name;
+            EXPECT_TRACE(begin(name), critical(name, how.message), end_if(how.with_end, name));
+        }
+    };
+    [&]<size_t... I>(std::index_sequence<I...>)
+    {
+        (spoil(std::integral_constant<size_t, I>(), good), ...);
+    }
+    (std::index_sequence_for<Parameters...>());
+}
+
+inline void expect_refused(const store_calls &calls, const refusal &how)
+{
+    for (const store_call &made : calls) {
+        answers out;
+        take_trace();
+        made.refuse(out, how);
+        EXPECT_EQ(out.take(), "") << made.function;
+    }
+}
+
+/// Each call carries its statement out; without the table it fails; and it refuses bad arguments.
+inline void expect_changes(const char *table, const store_calls &calls, const char *failure, const refusal &how,
+                           bool with_end = true)
+{
+    for (const store_call &made : calls) {
+        expect_outcome(made, ZEL_ERR_NONE, "", whole(made.function, {ran(made.statement)}));
+        const missing_table gone(table);
         expect_outcome(made, ZEL_ERR_STORAGE_FAILURE, "",
                        join({begin(made.function), ran_in_vain(made.statement), critical(made.function, failure),
                              end_if(with_end, made.function)}));
+    }
+    expect_refused(calls, how);
 }
 
 inline void expect_answers(const store_calls &calls)
@@ -87,62 +153,30 @@ inline void expect_nothing_found(const store_calls &calls, const question_kind &
                              end_if(kind.with_end, made.function)}));
 }
 
-/// No question can be asked, since its table is gone.
-inline void expect_failing_questions(const store_calls &calls, const question_kind &kind)
+/// How the questions go wrong: without the table, with nothing in it (unless they count), with a database that is
+/// busy, and with bad arguments.
+inline void expect_failures(const char *table, const store_calls &calls, const question_kind &kind)
 {
-    for (const store_call &made : calls)
-        expect_outcome(made, ZEL_ERR_STORAGE_FAILURE, "",
-                       join({begin(made.function), prepared_in_vain(made.statement),
-                             critical(made.function, kind.failure), end_if(kind.with_end, made.function)}));
-}
-
-/// How an operation refuses an argument.
-struct refusal {
-    std::string message;
-    bool negative_too = false; ///< an int must be above 0
-    bool with_end = false;
-    int code = ZEL_ERR_INVALID_ARG;
-};
-
-template <typename Result, typename... Parameters>
-void expect_refusals(const std::string &name, Result (*function)(Parameters...), const refusal &how,
-                     std::type_identity_t<Parameters>... good)
-{
-    const std::tuple<Parameters...> all(good...);
-    const auto expect = [&](const std::tuple<Parameters...> &bad) {
-        EXPECT_EQ(static_cast<int>(std::apply(function, bad)), how.code) << name;
-        EXPECT_TRACE(begin(name), critical(name, how.message), end_if(how.with_end, name));
-    };
-    const auto spoil = [&]<size_t I>() {
-        std::tuple<Parameters...> bad = all;
-        auto &argument = std::get<I>(bad);
-        using type = std::remove_reference_t<decltype(argument)>;
-        if (argument == type())
-            return;
-        argument = type();
-        expect(bad);
-        if constexpr (std::is_same_v<type, int>) {
-            argument = -1;
-            if (how.negative_too)
-                expect(bad);
-        }
-    };
-    [&]<size_t... I>(std::index_sequence<I...>)
     {
-        (spoil.template operator()<I>(), ...);
+        const missing_table gone(table);
+        for (const store_call &made : calls)
+            expect_outcome(made, ZEL_ERR_STORAGE_FAILURE, "",
+                           join({begin(made.function), prepared_in_vain(made.statement),
+                                 critical(made.function, kind.failure), end_if(kind.with_end, made.function)}));
     }
-    (std::index_sequence_for<Parameters...>());
+    raw_database database;
+    database.lock();
+    expect_nothing_found(calls, kind, kind.finalizer ? SQLITE_OK : SQLITE_BUSY);
+    database.unlock();
+    expect_refused(calls, kind.refused);
 }
 
-/// _common_storage_<name> needs each argument that is given here and is neither NULL nor zero: without any of them it
-/// says so and does nothing else.
-#define EXPECT_NEEDED(how, name, ...)                                                                                  \
-    do {                                                                                                               \
-        answers out;                                                                                                   \
-        expect_refusals("_common_storage_" #name, _common_storage_##name, how, __VA_ARGS__);                           \
-        EXPECT_EQ(out.take(), "") << #name;                                                                            \
-        take_trace();                                                                                                  \
-    } while (false)
+/// The questions are answered, and see above.
+inline void expect_questions(const char *table, const store_calls &calls, const question_kind &kind)
+{
+    expect_answers(calls);
+    expect_failures(table, calls, kind);
+}
 
 } // namespace zel_test
 

@@ -146,6 +146,25 @@ template <typename T> T untouched()
     return reinterpret_cast<T>(nowhere);
 }
 
+/// While it lives, a table goes by another name. Through the store's own connection, which notices another one's
+/// changes of the schema only when a statement is stepped.
+struct missing_table {
+    explicit missing_table(const std::string &table) : name(table)
+    {
+        rename(name, "hidden");
+    }
+    ~missing_table()
+    {
+        rename("hidden", name);
+    }
+    static void rename(const std::string &from, const std::string &to)
+    {
+        const std::string text = "ALTER TABLE " + from + " RENAME TO " + to;
+        EXPECT_EQ(sqlite3_exec(_g_sqlite_handle, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << text;
+    }
+    const std::string name;
+};
+
 /// The folder exists and the store is open, with an empty trace.
 class store_test : public testing::Test
 {
@@ -154,12 +173,6 @@ class store_test : public testing::Test
     {
         EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
         take_trace();
-    }
-
-    /// Through the store's own connection: another one's would only be noticed when a statement is stepped.
-    void drop_table(const std::string &name)
-    {
-        EXPECT_EQ(sqlite3_exec(_g_sqlite_handle, ("DROP TABLE " + name).c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
     }
 
     raw_database database;

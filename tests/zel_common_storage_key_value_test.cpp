@@ -1,5 +1,7 @@
 #include "store_expectations.h"
 
+#include <optional>
+
 using namespace zel_test;
 
 namespace
@@ -9,7 +11,11 @@ struct StorageKeyValue : store_test {
 };
 
 const char key[] = "k", value[] = "v", group[] = "g";
-const question_kind kind = {"__execute_query error", ZEL_ERR_RESOURCE_DOESNT_EXIST, true, critical, "__db_finalize"};
+const refusal no_key = {"[key] is NULL_PARAM", FIRST, false, true},
+              no_group = {"[group_id] is NULL_PARAM", FIRST, false, true};
+const char no_val[] = "[val] is NULL_PARAM";
+const question_kind kind = {"__execute_query error", ZEL_ERR_RESOURCE_DOESNT_EXIST, no_key, true, critical,
+                            "__db_finalize"};
 
 const store_call put_key = {ZEL_CALL(upsert_unique_data, "k", "it's", nullptr, "1", nullptr),
                             "INSERT OR REPLACE INTO 'unique_data' VALUES ('k', 'it''s', '', '1', '')"};
@@ -55,16 +61,22 @@ trace merging(const char *content, const char *folder, long long sync_time, cons
 
 TEST_F(StorageKeyValue, a_write_replaces_all_that_the_key_held)
 {
-    expect_changes({put_key});
+    expect_changes("unique_data", {drop_key, put_key}, kind.failure, no_key);
     expect_found(get_key, "text it's\ntext \ntext 1\ntext \n");
     EXPECT_EQ(_common_storage_upsert_unique_data("k", "", "0", nullptr, "2"), ZEL_ERR_NONE);
     EXPECT_EQ(database.rows("SELECT * FROM unique_data"), "k||0||2\n");
     answers out;
     EXPECT_EQ(_common_storage_get_unique_data("k", &out.texts[0], nullptr, nullptr, nullptr), ZEL_ERR_NONE);
     EXPECT_EQ(out.take(), "text \n");
-    expect_changes({drop_key, drop_key});
-    database.run("INSERT INTO unique_data(key) VALUES ('k')");
+    database.run("UPDATE unique_data SET value = NULL, reserv_0 = NULL, reserv_1 = NULL, reserv_2 = NULL");
     expect_found(get_key, "text NULL\ntext NULL\ntext NULL\ntext NULL\n");
+    expect_failures("unique_data", {get_key}, kind);
+    EXPECT_EQ(_common_storage_delete_unique_data("k"), ZEL_ERR_NONE);
+    expect_nothing_found({get_key}, kind);
+    expect_outcome({ZEL_CALL(upsert_unique_data, "k", nullptr, "", "", ""), ""}, ZEL_ERR_INVALID_ARG, "",
+                   whole(put_key.function, {critical(put_key.function, no_val)}));
+    expect_outcome({ZEL_CALL(get_unique_data, "k", nullptr, &out.texts[1], nullptr, nullptr), ""}, ZEL_ERR_INVALID_ARG,
+                   "", whole(get_key.function, {critical(get_key.function, no_val)}));
 }
 
 TEST_F(StorageKeyValue, the_callback_follows_the_write_even_if_that_failed)
@@ -72,8 +84,9 @@ TEST_F(StorageKeyValue, the_callback_follows_the_write_even_if_that_failed)
     const std::string function = "_common_storage_upsert_and_involk_unique_data";
     const std::string statement = "INSERT OR REPLACE INTO 'unique_data' VALUES ('k', 'v', '', '', '2')";
     for (const bool fails : {false, true}) {
+        std::optional<missing_table> gone;
         if (fails)
-            drop_table("unique_data");
+            gone.emplace("unique_data");
         called_with[0] = called_with[1] = nullptr;
         EXPECT_EQ(_common_storage_upsert_and_involk_unique_data(key, value, nullptr, nullptr, "2", on_involk),
                   fails ? ZEL_ERR_STORAGE_FAILURE : ZEL_ERR_NONE);
@@ -112,62 +125,36 @@ TEST_F(StorageKeyValue, a_folder_write_merges)
     EXPECT_EQ(_common_storage_upsert_folder_info(group, "", 0, nullptr, 1, 0), ZEL_ERR_NONE);
     EXPECT_EQ(database.rows("SELECT * FROM folder_info"), "g||5000000000|f'|1|9\n");
     EXPECT_EQ(_common_storage_get_folder_info(group, nullptr, nullptr, nullptr, nullptr, nullptr), ZEL_ERR_NONE);
+    expect_failures("folder_info", {get_group},
+                    {kind.failure, kind.nothing_found, no_group, true, critical, "__db_finalize"});
+    expect_changes("folder_info", {drop_group}, kind.failure, no_group);
+    expect_refused({{ZEL_CALL(upsert_folder_info, "g", nullptr, 0, nullptr, 0, 0), ""}}, no_group);
+    const missing_table gone("folder_info");
     take_trace();
-    expect_changes({drop_group, drop_group});
+    EXPECT_EQ(_common_storage_upsert_folder_info(group, value, 0, nullptr, 0, 0), ZEL_ERR_STORAGE_FAILURE);
+    EXPECT_TRACE(merging(value, nullptr, 0,
+                         join({prepared_in_vain(get_group.statement), critical(get_group.function, kind.failure)})),
+                 ran_in_vain("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', 'v', 0, NULL, 0, 0)"),
+                 critical(merger, kind.failure), end(merger));
 }
 
 TEST_F(StorageKeyValue, a_folder_token_exists_when_it_is_not_empty)
 {
     const std::string function = "_common_storage_exist_folder_token";
     database.run("INSERT INTO folder_info(group_id, folder_token) VALUES ('null', NULL), ('empty', ''), ('some', 'f')");
-    const auto ask = [&function](const std::string &of, int code, bool expected, const trace &asking,
-                                 const trace &rest) {
-        bool exists = !expected;
-        EXPECT_EQ(_common_storage_exist_folder_token(of.c_str(), &exists), code);
-        EXPECT_EQ(exists, expected) << of;
-        EXPECT_TRACE(whole(function, {asking, rest}));
-    };
     const std::string where = "SELECT folder_token FROM 'folder_info' WHERE group_id = ";
-    const trace closed = finalized(function);
-    ask("null", ZEL_ERR_NONE, false, prepared(where + "'null';"), closed);
-    ask("empty", ZEL_ERR_NONE, false, prepared(where + "'empty';"), closed);
-    ask("some", ZEL_ERR_NONE, true, prepared(where + "'some';"),
-        join({debug(function, "get folder token [f]"), closed}));
-    ask("x", ZEL_ERR_RESOURCE_DOESNT_EXIST, false, prepared(where + "'x';"),
-        join({critical(function, "No records found"), closed}));
-    drop_table("folder_info");
-    ask("x", ZEL_ERR_STORAGE_FAILURE, false, prepared_in_vain(where + "'x';"),
-        critical(function, "Failed to get file"));
-    EXPECT_NEEDED(refusal{"Invalid Params"}, exist_folder_token, "g", &out.flag);
-}
-
-TEST_F(StorageKeyValue, rejections_and_failures)
-{
-    const refusal no_key = {"[key] is NULL_PARAM", false, true}, no_val = {"[val] is NULL_PARAM", false, true};
-    const refusal no_group = {"[group_id] is NULL_PARAM", false, true};
-    EXPECT_NEEDED(no_key, upsert_unique_data, "k", nullptr, nullptr, nullptr, nullptr);
-    EXPECT_NEEDED(no_key, get_unique_data, "k", nullptr, nullptr, nullptr, nullptr);
-    EXPECT_NEEDED(no_key, delete_unique_data, "k");
-    EXPECT_NEEDED(no_group, upsert_folder_info, "g", nullptr, 0, nullptr, 0, 0);
-    EXPECT_NEEDED(no_group, get_folder_info, "g", nullptr, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_NEEDED(no_group, delete_folder_info, "g");
-    expect_outcome({ZEL_CALL(upsert_unique_data, "k", nullptr, "", "", ""), ""}, ZEL_ERR_INVALID_ARG, "",
-                   whole(put_key.function, {critical(put_key.function, no_val.message)}));
-    expect_outcome({ZEL_CALL(get_unique_data, "k", nullptr, &out.texts[1], nullptr, nullptr), ""}, ZEL_ERR_INVALID_ARG,
-                   "", whole(get_key.function, {critical(get_key.function, no_val.message)}));
-
-    expect_nothing_found({get_key, get_group}, kind);
-    expect_changes({put_key});
-    database.lock(); // a row that cannot be read is not found
-    expect_nothing_found({get_key}, kind);
-    database.unlock();
-    drop_table("unique_data");
-    drop_table("folder_info");
-    expect_failing_changes({put_key, drop_key, drop_group}, kind.failure);
-    expect_failing_questions({get_key, get_group}, kind);
-    EXPECT_EQ(_common_storage_upsert_folder_info(group, value, 0, nullptr, 0, 0), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(merging(value, nullptr, 0,
-                         join({prepared_in_vain(get_group.statement), critical(get_group.function, kind.failure)})),
-                 ran_in_vain("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', 'v', 0, NULL, 0, 0)"),
-                 critical(merger, kind.failure), end(merger));
+    expect_outcome({ZEL_CALL(exist_folder_token, "null", &out.flag), ""}, ZEL_ERR_NONE, "flag 0\n",
+                   whole(function, {prepared(where + "'null';"), finalized(function)}));
+    expect_outcome({ZEL_CALL(exist_folder_token, "empty", &out.flag), ""}, ZEL_ERR_NONE, "flag 0\n",
+                   whole(function, {prepared(where + "'empty';"), finalized(function)}));
+    bool exists = false;
+    EXPECT_EQ(_common_storage_exist_folder_token("some", &exists), ZEL_ERR_NONE);
+    EXPECT_TRACE(
+        whole(function, {prepared(where + "'some';"), debug(function, "get folder token [f]"), finalized(function)}));
+    EXPECT_TRUE(exists);
+    const store_call missing = {ZEL_CALL(exist_folder_token, "x", &out.flag), ""};
+    expect_failure(missing, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", "flag 0\n");
+    expect_refused({missing}, {"Invalid Params", FIRST | POINTERS});
+    const missing_table gone("folder_info");
+    expect_failure(missing, ZEL_ERR_STORAGE_FAILURE, "Failed to get file", "flag 0\n");
 }

@@ -21,7 +21,9 @@ const store_call member_count = {ZEL_CALL(get_recent_receiver_count, &out.number
 const store_call group_list = {ZEL_CALL(get_recent_receiver_group_list, &out.number_list, &out.numbers[0]),
                                "SELECT index_value FROM 'recent_receiver_group' ORDER BY time_stamp DESC, id DESC;"};
 const store_call details = {ZEL_CALL(get_recent_receiver_details, &out.people, &out.counts[0]), ""};
-const question_kind count_kind = {"Failed to get receiver group count!!", ZEL_ERR_RESOURCE_DOESNT_EXIST, false};
+const refusal bad = {"Invalid Parameter"}, bad_params = {"Invalid Params", POINTERS};
+const question_kind count_kind = {"Failed to get receiver group count!!", ZEL_ERR_RESOURCE_DOESNT_EXIST, bad_params,
+                                  false};
 
 trace counted(const store_call &count)
 {
@@ -91,11 +93,12 @@ TEST_F(StorageRecentReceivers, an_empty_store)
 {
     const trace none =
         join({begin(group_list.function), counted(group_count), debug(group_list.function, "group count is 0")});
-    expect_outcome(group_list, ZEL_ERR_RESOURCE_DOESNT_EXIST, "", none);
     expect_outcome(details, ZEL_ERR_RESOURCE_DOESNT_EXIST, "", join({begin(details.function), none}));
     EXPECT_EQ(find({{1, "44", "1"}}), "1 no");
     EXPECT_TRACE(whole(lookup, {none}));
-    expect_answers({group_count, member_count});
+    expect_questions(groups, {group_count}, count_kind);
+    expect_questions(members, {member_count}, count_kind);
+    expect_refused({group_list, details}, bad_params);
 }
 
 TEST_F(StorageRecentReceivers, groups_are_created_refreshed_and_listed_by_recency)
@@ -124,7 +127,6 @@ TEST_F(StorageRecentReceivers, a_list_is_found_by_its_members)
     use({a, b});
     use({c});
     EXPECT_EQ(find({b, a}), "1 yes");
-    const std::string count_text = "count(*)";
     EXPECT_TRACE(whole(lookup, {listed(), prepared(of_group(2, "count(*)")), finalized(lookup),
                                 prepared(of_group(1, "count(*)")), finalized(lookup), prepared(of_group(1)),
                                 finalized(lookup)}));
@@ -147,8 +149,8 @@ TEST_F(StorageRecentReceivers, a_list_is_found_by_its_members)
     take_trace();
     EXPECT_EQ(find({}), "3 no") << "nobody is not group 1";
     EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "No records found"), 1);
-    EXPECT_EQ(_common_storage_clear_recent_receiver(), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole("_common_storage_clear_recent_receiver", {ran("DELETE FROM 'recent_receiver_details'")}));
+    expect_changes(members, {{ZEL_CALL(clear_recent_receiver), "DELETE FROM 'recent_receiver_details'"}},
+                   "Failed to delete all content", bad, false);
     expect_answers({member_count});
     EXPECT_EQ(find({a}), "3 no") << "the groups stay";
     answers out;
@@ -170,55 +172,35 @@ TEST_F(StorageRecentReceivers, at_nine_groups_the_least_recently_used_is_given_a
     EXPECT_EQ(recency(), "number 9\nentry 2\nentry 1\nentry 9\nentry 8\nentry 7\nentry 6\nentry 5\nentry 4\nentry 3\n");
 }
 
-TEST_F(StorageRecentReceivers, rejections_and_failures)
+TEST_F(StorageRecentReceivers, members_come_and_go)
 {
-    const refusal bad = {"Invalid Parameter"}, bad_params = {"Invalid Params"};
-    EXPECT_NEEDED(bad, add_recent_receiver, "1", "2", 0, 0);
-    EXPECT_NEEDED((refusal{"Invalid Parameter", true}), delete_recent_receiver_by_group, 1);
-    expect_outcome({ZEL_CALL(delete_recent_receiver_by_group, 10), ""}, ZEL_ERR_INVALID_ARG, "",
-                   join({begin("_common_storage_delete_recent_receiver_by_group"),
-                         critical("_common_storage_delete_recent_receiver_by_group", bad.message)}));
-    EXPECT_NEEDED(bad_params, get_recent_receiver_details, &out.people, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_recent_receiver_group_list, &out.number_list, &out.numbers[0]);
-    EXPECT_NEEDED(bad_params, get_recent_receiver_group_count, &out.numbers[0]);
-    EXPECT_NEEDED(bad_params, get_recent_receiver_count, &out.numbers[0]);
-
     use({{1, "44", "7"}});
     const store_call add = {ZEL_CALL(add_recent_receiver, "7'", "44", -1, 2),
                             "INSERT into 'recent_receiver_details' VALUES (NULL, -1, '7''', '44', 2)"};
-    const trace adding =
-        debug(add.function, "Recipient's phone no [7'] and ccc [44] and number_id [-1] and group_id[2]");
     const store_call remove = {ZEL_CALL(delete_recent_receiver_by_group, 9),
                                "DELETE FROM 'recent_receiver_details' WHERE group_id = 9"};
-    const trace removing = info(remove.function, "delete group_id [9]");
-    expect_outcome(add, ZEL_ERR_NONE, "", whole(add.function, {adding, inserted(add.statement, 2)}));
-    expect_outcome(remove, ZEL_ERR_NONE, "", whole(remove.function, {removing, ran(remove.statement)}));
-    database.lock(); // a count that cannot be read
-    expect_nothing_found({group_count, member_count}, count_kind, SQLITE_BUSY);
-    database.unlock();
-
-    drop_table(members); // groups whose members cannot be read are passed over
-    expect_outcome(add, ZEL_ERR_STORAGE_FAILURE, "",
-                   join({begin(add.function), adding, inserted_in_vain(add.statement),
-                         critical(add.function, "Failed to add recipient")}));
-    expect_outcome(remove, ZEL_ERR_STORAGE_FAILURE, "",
-                   join({begin(remove.function), removing, ran_in_vain(remove.statement),
-                         critical(remove.function, "Failed to delete recipient")}));
-    expect_failing_changes({{ZEL_CALL(clear_recent_receiver), "DELETE FROM 'recent_receiver_details'"}},
-                           "Failed to delete all content", false);
-    EXPECT_EQ(find({{1, "44", "7"}}), "2 no");
-    EXPECT_TRACE(whole(
-        lookup, {listed(), prepared_in_vain(of_group(1, "count(*)")), critical(lookup, "ExecuteSelectQuery Failed")}));
-    answers out;
-    EXPECT_EQ(details.call(out), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(details.function, {listed(), prepared_in_vain(of_group(1, "*", "")),
-                                          critical(details.function, "Failed to get file")}));
-    drop_table(groups);
-    expect_failing_questions({group_count, member_count}, count_kind);
-    for (const int group : {0, 1}) { // a count that fails is 0
-        EXPECT_EQ(_common_storage_update_timestamp_recent_receiver_group(group), ZEL_ERR_STORAGE_FAILURE);
-        EXPECT_EQ(count_lines(take_trace(), "CRITICAL", group ? "Failed to add group" : "Failed to update timestamp"),
-                  1);
+    expect_outcome(
+        add, ZEL_ERR_NONE, "",
+        whole(add.function,
+              {debug(add.function, "Recipient's phone no [7'] and ccc [44] and number_id [-1] and group_id[2]"),
+               inserted(add.statement, 2)}));
+    expect_outcome(remove, ZEL_ERR_NONE, "",
+                   whole(remove.function, {info(remove.function, "delete group_id [9]"), ran(remove.statement)}));
+    expect_refused({add}, {bad.message, POINTERS});
+    expect_refused({remove}, {bad.message, FIRST, true});
+    expect_failure({ZEL_CALL(delete_recent_receiver_by_group, 10), ""}, ZEL_ERR_INVALID_ARG, bad.message);
+    {
+        const missing_table gone(members); // groups whose members cannot be read are passed over
+        expect_failure(add, ZEL_ERR_STORAGE_FAILURE, "Failed to add recipient");
+        expect_failure(remove, ZEL_ERR_STORAGE_FAILURE, "Failed to delete recipient");
+        expect_failure(details, ZEL_ERR_NONE, "Failed to get file", "count 0\n");
+        EXPECT_EQ(find({{1, "44", "7"}}), "2 no");
+        EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "ExecuteSelectQuery Failed"), 1);
     }
+    const missing_table gone(groups); // a count that fails is 0
+    expect_failure({ZEL_CALL(update_timestamp_recent_receiver_group, 0), ""}, ZEL_ERR_STORAGE_FAILURE,
+                   "Failed to update timestamp");
+    expect_failure({ZEL_CALL(update_timestamp_recent_receiver_group, 1), ""}, ZEL_ERR_STORAGE_FAILURE,
+                   "Failed to add group");
     EXPECT_EQ(find({{1, "44", "7"}}), "1 no");
 }

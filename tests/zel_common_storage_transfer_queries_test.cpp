@@ -20,10 +20,13 @@ struct StorageTransferQueries : store_test {
 
 const char table[] = "content_info_status";
 #define FROM "FROM 'content_info_status' WHERE "
-const question_kind count_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, true, debug};
-const question_kind list_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, true, nullptr};
-const question_kind field_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS};
-const question_kind id_kind = {"Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST};
+const refusal bad = {"Invalid parameters", POINTERS}, bad_params = {"Invalid Params", POINTERS},
+              bad_request = {"Invalid Params", FIRST | POINTERS};
+const question_kind count_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, bad, true, debug};
+const question_kind list_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, bad_params, true, nullptr};
+const question_kind field_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, bad_params};
+const question_kind id_kind = {"Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, bad};
+const question_kind kind_count_kind = {"Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, bad_params};
 constexpr auto UP = ZEL_UPLOAD_FILE, DOWN = ZEL_DOWNLOAD_FILE;
 constexpr auto TODO = ZEL_SYNC_TODO, FAILED = ZEL_SYNC_FAILED;
 constexpr unsigned int R8 = 3000000008, R9 = 3000000009;
@@ -97,7 +100,6 @@ const store_calls request_ids = {
      "count 5\nentry 5\nentry 3000000006\nentry 5\nentry 7\nentry 8\n"},
 };
 
-const std::string sent_time_reader = "_common_storage_get_sent_time_by_req_id";
 const store_calls fields = {
     {ZEL_CALL(get_original_by_sync_id, 1, &out.texts[0]), "SELECT * " FROM "sync_id = 1;", "text original1\n"},
     {ZEL_CALL(get_mupload_key_by_sync_id, 1, &out.texts[0]), "SELECT * " FROM "sync_id = 1;", "text key1\n"},
@@ -106,9 +108,10 @@ const store_calls fields = {
     {ZEL_CALL(get_upload_info, 1, &out.counts[0], &out.numbers[0]), "SELECT * " FROM "sync_id = 1;",
      "number -11\ncount 3100000001\n"},
     {ZEL_CALL(get_sync_type_by_req_id, 5, &out.numbers[0]), "SELECT sync_type " FROM "req_id = 5;", "number 3\n"},
-    {ZEL_CALL(get_sent_time_by_req_id, 5, &out.numbers[0]), "SELECT sent_time " FROM "req_id = 5;",
-     "number 1700000001\n", info(sent_time_reader, "sent_time[1700000001] reqid[5]")},
 };
+const store_call sent_time = {ZEL_CALL(get_sent_time_by_req_id, 5, &out.numbers[0]),
+                              "SELECT sent_time " FROM "req_id = 5;", "number 1700000001\n",
+                              info("_common_storage_get_sent_time_by_req_id", "sent_time[1700000001] reqid[5]")};
 const store_calls wifi_only = {
     {ZEL_CALL(get_wifi_only_by_sync_id, 1, &out.flag), "SELECT wifi_only " FROM "sync_id = 1;", "flag 0\n"},
     {ZEL_CALL(get_wifi_only_by_req_id, 5, &out.flag), "SELECT wifi_only " FROM "req_id = 5;", "flag 0\n"},
@@ -119,8 +122,6 @@ const store_call last_of_item = {ZEL_CALL(get_sync_content_info, 61, DOWN, &out.
 const store_call paths = {
     ZEL_CALL(get_sent_time_local_path_by_req_id, 5, &out.numbers[1], &out.text_list, &out.numbers[0]), ""};
 
-const std::string completed = "_common_storage_check_all_file_completed_by_req_id";
-const std::string failed = "_common_storage_check_all_file_failed_by_req_id";
 const store_calls totals = {
     {ZEL_CALL(check_all_file_completed_by_req_id, 5, &out.flag), "SELECT COUNT(*) " FROM "req_id = 5"},
     {ZEL_CALL(check_all_file_failed_by_req_id, 5, &out.flag), "SELECT COUNT(*) " FROM "req_id = 5"},
@@ -130,53 +131,37 @@ const store_calls totals = {
 
 TEST_F(StorageTransferQueries, counts_and_their_conditions)
 {
-    expect_nothing_found(counts, count_kind);
-    expect_nothing_found(counts_by_kind, id_kind);
     add("(1,1,2,3000000009,0), (2,1,2,3000000009,1), (3,1,2,3000000009,5), (4,1,2,3000000009,6), (5,1,2,8,3), "
         "(6,2,2,3000000009,1), (7,1,0,3000000009,1), (10,3,0,3000000008,0), (11,3,1,3000000008,0), "
         "(12,3,2,3000000008,0), (13,3,3,3000000008,9), (14,3,4,3000000008,0), (15,3,5,3000000008,0)");
-    expect_answers(counts);
-    expect_answers(counts_by_kind);
-    answers out;
-    for (const int consider_fail : {2, -2}) {
-        EXPECT_EQ(_common_storage_get_sync_content_info_count(UP, FAILED, consider_fail, &out.numbers[0]),
-                  ZEL_ERR_STORAGE_FAILURE);
-        EXPECT_EQ(
-            _common_storage_get_sync_content_info_count_for_req_id(UP, FAILED, consider_fail, &out.numbers[0], R9),
-            ZEL_ERR_STORAGE_FAILURE);
-    }
-    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", count_kind.failure), 4);
-    EXPECT_EQ(out.take(), "");
-    database.lock();
-    expect_nothing_found(counts, count_kind, SQLITE_BUSY);
-    expect_nothing_found(counts_by_kind, id_kind, SQLITE_BUSY);
-    database.unlock();
-    drop_table(table);
-    expect_failing_questions(counts, count_kind);
-    expect_failing_questions(counts_by_kind, id_kind);
+    expect_questions(table, counts, count_kind);
+    expect_questions(table, counts_by_kind, kind_count_kind);
+    for (const store_call &unknown :
+         store_calls{{ZEL_CALL(get_sync_content_info_count, UP, FAILED, 2, &out.numbers[0]), ""},
+                     {ZEL_CALL(get_sync_content_info_count_for_req_id, UP, FAILED, -2, &out.numbers[0], R9), ""}})
+        expect_failure(unknown, ZEL_ERR_STORAGE_FAILURE, count_kind.failure);
+    database.run("DELETE FROM content_info_status");
+    expect_nothing_found(counts, count_kind);
+    expect_nothing_found(counts_by_kind, kind_count_kind);
+    const missing_table gone(table);
     EXPECT_EQ(_common_storage_get_batch_count(UP, FAILED, false), 10);
 }
 
 TEST_F(StorageTransferQueries, free_places_of_a_batch)
 {
-    const auto expect_free = [](bool retried, int expected, bool says) {
-        const std::string function = "_common_storage_get_batch_count";
-        const store_call &count = counts[retried ? 0 : 1];
-        EXPECT_EQ(_common_storage_get_batch_count(UP, FAILED, retried), expected);
-        const trace none = expected == 10 ? debug(count.function, "No records found") : trace();
-        EXPECT_TRACE(
-            whole(function, {whole(count.function, {prepared(count.statement), none, finalized(count.function)}),
-                             says ? info(function, "left_req_count [" + std::to_string(expected) + "]") : trace()}));
-    };
-    expect_free(false, 10, false);
     add("(1,1,2,9,0), (2,1,2,9,0), (3,1,2,9,0), (4,1,2,9,1)");
-    expect_free(false, 7, true);
-    expect_free(true, 9, true);
+    EXPECT_EQ(_common_storage_get_batch_count(UP, FAILED, false), 7);
+    const std::string function = "_common_storage_get_batch_count", counter = counts[1].function;
+    EXPECT_TRACE(whole(function, {whole(counter, {prepared(counts[1].statement), finalized(counter)}),
+                                  info(function, "left_req_count [7]")}));
+    EXPECT_EQ(_common_storage_get_batch_count(UP, FAILED, true), 9);
     add("(5,1,2,9,0), (6,1,2,9,0), (7,1,2,9,0), (8,1,2,9,0), (9,1,2,9,0), (10,1,2,9,0)");
-    expect_free(false, 1, true);
+    EXPECT_EQ(_common_storage_get_batch_count(UP, FAILED, false), 1);
     for (const char *one_more : {"(11,1,2,9,0)", "(12,1,2,9,0)"}) {
         add(one_more);
-        expect_free(false, 0, false);
+        take_trace();
+        EXPECT_EQ(_common_storage_get_batch_count(UP, FAILED, false), 0);
+        EXPECT_EQ(take_trace().text.find("left_req_count"), std::string::npos);
     }
 }
 
@@ -200,13 +185,13 @@ TEST_F(StorageTransferQueries, lists_and_records)
         out.take();
         take_trace();
     }
+    expect_failures(table, lists, list_kind);
+    expect_failures(table, {last_of_item}, field_kind);
     database.run("UPDATE content_info_status SET content_id = 61, sync_type = 3 WHERE sync_id IN (1, 2, 4)");
     answers out;
     EXPECT_EQ(last_of_item.call(out), ZEL_ERR_NONE);
     EXPECT_TRUE(out.take().starts_with("record 4 "));
-    drop_table(table);
-    expect_failing_questions(lists, list_kind);
-    expect_failing_questions({last_of_item}, field_kind);
+    expect_refused({{ZEL_CALL(get_sync_content_info_by_sync_id, 1, &out.record), ""}}, bad_params);
 }
 
 TEST_F(StorageTransferQueries, request_ids_of_neighbouring_rows)
@@ -214,58 +199,47 @@ TEST_F(StorageTransferQueries, request_ids_of_neighbouring_rows)
     expect_nothing_found(request_ids, id_kind);
     add("(1,3,0,0,0), (2,3,0,5,0), (3,3,1,5,0), (4,3,1,3000000006,0), (5,3,0,5,0), (6,3,3,7,0), (7,3,4,8,0), "
         "(8,3,0,9,1), (9,3,5,10,0), (10,1,0,11,0)");
-    expect_answers(request_ids);
-    drop_table(table);
-    expect_failing_questions(request_ids, id_kind);
+    expect_questions(table, request_ids, id_kind);
 }
 
 TEST_F(StorageTransferQueries, a_request_is_finished_when_all_its_rows_are)
 {
-    const std::string part = totals[0].statement;
-    const auto expect_finished = [&part](bool all_completed, bool all_failed) {
-        bool answer = !all_completed;
-        EXPECT_EQ(_common_storage_check_all_file_completed_by_req_id(5, &answer), ZEL_ERR_NONE);
-        EXPECT_EQ(answer, all_completed);
-        EXPECT_TRACE(whole(completed, {prepared(part), finalized(completed),
-                                       prepared(part + " and (status = 5 or status = 2)"), finalized(completed)}));
-        answer = !all_failed;
-        EXPECT_EQ(_common_storage_check_all_file_failed_by_req_id(5, &answer), ZEL_ERR_NONE);
-        EXPECT_EQ(answer, all_failed);
-        EXPECT_TRACE(
-            whole(failed, {prepared(part), finalized(failed), prepared(part + " and status = 2"), finalized(failed)}));
+    const auto expect_finished = [](const std::string &completed, const std::string &failed) {
+        for (store_call total : totals) {
+            const bool asks_completed = total.function == totals[0].function;
+            total.answer = asks_completed ? completed : failed;
+            total.inside = join(
+                {finalized(total.function),
+                 prepared(total.statement + (asks_completed ? " and (status = 5 or status = 2)" : " and status = 2"))});
+            expect_answers({total});
+        }
     };
+    const std::string yes, no = "flag 0\n";
     add("(9,1,0,6,0)"); // of another request
-    expect_finished(true, true);
+    expect_finished(yes, yes);
     add("(1,1,2,5,0)");
-    expect_finished(true, true);
+    expect_finished(yes, yes);
     add("(2,1,5,5,0), (3,1,5,5,0)");
-    expect_finished(true, false);
+    expect_finished(yes, no);
     add("(4,1,3,5,0)");
-    expect_finished(false, false);
-
-    const question_kind kind = {"Failed to get file count!!", ZEL_ERR_RESOURCE_DOESNT_EXIST, false};
-    database.lock();
-    expect_nothing_found(totals, kind, SQLITE_BUSY);
-    database.unlock();
+    expect_finished(no, no);
+    expect_failures(table, totals, {"Failed to get file count!!", ZEL_ERR_RESOURCE_DOESNT_EXIST, bad_request, false});
     for (const store_call &total : totals) {
-        answers out;
         calls::sqlite_format.answer(0); // the text of the second count, which is put together first
-        EXPECT_EQ(total.call(out), ZEL_ERR_STORAGE_FAILURE);
-        EXPECT_EQ(out.take(), "");
+        expect_failure(total, ZEL_ERR_STORAGE_FAILURE,
+                       total.function == totals[0].function ? "Failed to get completed file count!!"
+                                                            : "Failed to get file count!!");
     }
-    const trace lines = take_trace();
-    EXPECT_EQ(count_lines(lines, "CRITICAL", "Failed to get completed file count!!"), 1);
-    EXPECT_EQ(count_lines(lines, "CRITICAL", "Failed to get file count!!"), 1);
-    drop_table(table);
-    expect_failing_questions(totals, kind);
 }
 
 TEST_F(StorageTransferQueries, single_fields)
 {
     expect_nothing_found(fields, field_kind);
-    expect_nothing_found(wifi_only, field_kind);
     add("(1,3,0,5,0), (2,2,0,5,0)");
-    expect_answers(fields);
+    expect_questions(table, fields, field_kind);
+    question_kind kind = field_kind;
+    kind.refused = bad_request;
+    expect_questions(table, {sent_time}, kind);
     for (const int stored : {0, 1, 2}) {
         database.run("UPDATE content_info_status SET wifi_only = " + std::to_string(stored));
         for (const store_call &question : wifi_only) {
@@ -275,22 +249,21 @@ TEST_F(StorageTransferQueries, single_fields)
             EXPECT_EQ(out.flag, stored == 1) << stored;
         }
     }
-    expect_answers(wifi_only);
-    database.lock();
-    expect_nothing_found(fields, field_kind, SQLITE_BUSY);
-    database.unlock();
+    expect_questions(table, wifi_only, field_kind);
     database.run("UPDATE content_info_status SET sent_time = 4294967296 + 5, original = '', mupload_key = NULL, "
                  "thumbnail = ''");
     answers out;
-    EXPECT_EQ(fields[6].call(out), ZEL_ERR_NONE);
+    EXPECT_EQ(sent_time.call(out), ZEL_ERR_NONE);
     EXPECT_EQ(out.take(), "number 5\n") << "the low 32 bits";
     for (const size_t text : {0u, 1u, 2u})
         EXPECT_EQ(fields[text].call(out), ZEL_ERR_NONE);
     EXPECT_EQ(out.take(), "") << "an empty text was handed out";
-    drop_table(table);
-    take_trace();
-    expect_failing_questions(fields, field_kind);
-    expect_failing_questions(wifi_only, field_kind);
+    // The output is looked at before the id.
+    for (const store_call &made : store_calls{{ZEL_CALL(get_mupload_key_by_sync_id, 0, &out.texts[0]), ""},
+                                              {ZEL_CALL(get_local_path_by_sync_id, 0, &out.texts[0]), ""},
+                                              {ZEL_CALL(get_percentage_by_sync_id, 0, &out.counts[0]), ""},
+                                              {ZEL_CALL(get_upload_info, 0, &out.counts[0], &out.numbers[0]), ""}})
+        expect_failure(made, ZEL_ERR_INVALID_ARG, "Invalid parameter");
 }
 
 TEST_F(StorageTransferQueries, urls_and_paths_of_a_request)
@@ -298,17 +271,16 @@ TEST_F(StorageTransferQueries, urls_and_paths_of_a_request)
     const std::string reader = paths.function;
     const std::string statement = "SELECT sent_time, local_path " FROM "req_id = 5;";
     const trace head = join({begin(reader), info(reader, "[Reshare] req_id [5]")});
-    expect_nothing_found({urls}, field_kind);
-    expect_outcome(
-        paths, ZEL_ERR_STORAGE_NO_RECORDS, "",
-        join({head, prepared(statement), critical(reader, "No records found"), finalized(reader), end(reader)}));
+    expect_failure(paths, ZEL_ERR_STORAGE_NO_RECORDS, "No records found");
     add("(1,1,0,5,0), (2,1,0,5,0), (3,1,0,5,0), (4,1,0,6,0)");
     database.run("UPDATE content_info_status SET content_type = NULL, local_path = '' WHERE sync_id = 2; "
                  "UPDATE content_info_status SET content_type = '' WHERE sync_id = 3");
     const auto restored = [](const std::string &what) { return info(urls.function, "restore url_info " + what); };
-    expect_answers({{urls.function, urls.call, urls.statement, "url original1 type1\nurl original3 \n",
-                     join({restored("url = original1"), restored("content_type = type1"), restored("url = original3"),
-                           restored("content_type = ")})}});
+    store_call found = urls;
+    found.answer = "url original1 type1\nurl original3 \n";
+    found.inside = join({restored("url = original1"), restored("content_type = type1"), restored("url = original3"),
+                         restored("content_type = ")});
+    expect_answers({found});
     expect_outcome(paths, ZEL_ERR_NONE, "number 2\nnumber 1700000001\ntext path1\ntext path3\n",
                    join({head, prepared(statement), info(reader, "[Reshare] sent_time [1700000001]"),
                          plain(reader, "local_path[path1]"), plain(reader, "local_path[path1]"),
@@ -321,55 +293,15 @@ TEST_F(StorageTransferQueries, urls_and_paths_of_a_request)
     EXPECT_EQ(paths.call(out), ZEL_ERR_NONE);
     EXPECT_EQ(out.text_list, nullptr);
     EXPECT_EQ(out.numbers[0], 0);
-    drop_table(table);
-    expect_failing_questions({urls}, field_kind);
-    expect_outcome(paths, ZEL_ERR_STORAGE_FAILURE, "",
-                   join({head, prepared_in_vain(statement), critical(reader, "Failed to get file"), end(reader)}));
-    const auto refuses = [&reader](int id, int *time, char ***texts, int *count) {
-        EXPECT_EQ(_common_storage_get_sent_time_local_path_by_req_id(id, time, texts, count), ZEL_ERR_INVALID_ARG);
-        EXPECT_TRACE(begin(reader), info(reader, "[Reshare] req_id [" + std::to_string(id) + "]"),
-                     critical(reader, "Invalid Params"));
-    };
-    refuses(0, &out.numbers[1], &out.text_list, &out.numbers[0]);
-    refuses(5, nullptr, &out.text_list, &out.numbers[0]);
-    refuses(5, &out.numbers[1], nullptr, &out.numbers[0]);
-    refuses(5, &out.numbers[1], &out.text_list, nullptr);
-}
-
-TEST_F(StorageTransferQueries, rejected_arguments)
-{
-    const refusal bad = {"Invalid parameters"}, bad_params = {"Invalid Params"},
-                  not_positive = {"Invalid parameter", true};
-    EXPECT_NEEDED(bad, get_sync_content_info_count, ZEL_UNKNOWN, TODO, 0, &out.numbers[0]);
-    EXPECT_NEEDED(bad, get_sync_content_info_count_for_req_id, ZEL_UNKNOWN, TODO, 0, &out.numbers[0], 5);
-    EXPECT_NEEDED(bad, get_sync_content_info_remaining_syncable_count_for_req_id, ZEL_UNKNOWN, &out.numbers[0], 5);
-    EXPECT_NEEDED(bad, get_sync_content_info_remaining_thumbnail_count_for_req_id, ZEL_UNKNOWN, &out.numbers[0], 5);
-    EXPECT_NEEDED(bad_params, get_pausable_cnt_by_sync_type, ZEL_UNKNOWN, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_resumable_and_cancellable_cnt_by_sync_type, ZEL_UNKNOWN, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_sync_content_info_list, ZEL_UNKNOWN, TODO, &out.records, 0);
-    EXPECT_NEEDED(bad_params, get_sync_content_info_list_by_req_id, ZEL_UNKNOWN, TODO, &out.records, 0);
-    EXPECT_NEEDED(bad_params, get_sync_content_info_list_only_by_req_id, ZEL_UNKNOWN, &out.records, 0);
-    EXPECT_NEEDED(bad_params, get_sync_content_info, 0, ZEL_UNKNOWN, &out.record);
-    EXPECT_NEEDED(bad_params, get_sync_content_info_by_sync_id, 0, &out.record);
-    EXPECT_NEEDED(bad, get_req_id_by_sync_type_and_status, ZEL_UNKNOWN, &out.count_list, &out.counts[0], false);
-    EXPECT_NEEDED(bad, get_resumable_and_cancellable_req_id_by_sync_type, ZEL_UNKNOWN, &out.count_list, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, check_all_file_completed_by_req_id, 5, &out.flag);
-    EXPECT_NEEDED(bad_params, check_all_file_failed_by_req_id, 5, &out.flag);
-    EXPECT_NEEDED(not_positive, get_sync_content_info_url_list, 5, &out.urls);
-    EXPECT_NEEDED(bad_params, get_original_by_sync_id, 0, &out.texts[0]);
-    EXPECT_NEEDED(bad_params, get_wifi_only_by_sync_id, 0, &out.flag);
-    EXPECT_NEEDED(bad_params, get_wifi_only_by_req_id, 0, &out.flag);
-    EXPECT_NEEDED(bad_params, get_sync_type_by_req_id, 0, &out.numbers[0]);
-    EXPECT_NEEDED(bad_params, get_sent_time_by_req_id, 5, &out.numbers[0]);
-    // The output is looked at before the id.
-    EXPECT_NEEDED(bad_params, get_mupload_key_by_sync_id, 0, &out.texts[0]);
-    EXPECT_NEEDED(bad_params, get_local_path_by_sync_id, 0, &out.texts[0]);
-    EXPECT_NEEDED(bad_params, get_percentage_by_sync_id, 0, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_upload_info, 0, &out.counts[0], &out.numbers[0]);
-    for (const store_call &made : store_calls{{ZEL_CALL(get_mupload_key_by_sync_id, 0, &out.texts[0]), ""},
-                                              {ZEL_CALL(get_local_path_by_sync_id, 0, &out.texts[0]), ""},
-                                              {ZEL_CALL(get_percentage_by_sync_id, 0, &out.counts[0]), ""},
-                                              {ZEL_CALL(get_upload_info, 0, &out.counts[0], &out.numbers[0]), ""}})
-        expect_outcome(made, ZEL_ERR_INVALID_ARG, "",
-                       join({begin(made.function), critical(made.function, "Invalid parameter")}));
+    question_kind kind = field_kind;
+    kind.refused = {"Invalid parameter", EVERYTHING, true};
+    expect_failures(table, {urls}, kind);
+    const missing_table gone(table);
+    expect_failure(paths, ZEL_ERR_STORAGE_FAILURE, "Failed to get file");
+    for (const store_call &bad : store_calls{
+             {ZEL_CALL(get_sent_time_local_path_by_req_id, 0, &out.numbers[0], &out.text_list, &out.numbers[0]), ""},
+             {ZEL_CALL(get_sent_time_local_path_by_req_id, 5, nullptr, &out.text_list, &out.numbers[0]), ""},
+             {ZEL_CALL(get_sent_time_local_path_by_req_id, 5, &out.numbers[0], nullptr, &out.numbers[0]), ""},
+             {ZEL_CALL(get_sent_time_local_path_by_req_id, 5, &out.numbers[0], &out.text_list, nullptr), ""}})
+        expect_failure(bad, ZEL_ERR_INVALID_ARG, "Invalid Params");
 }

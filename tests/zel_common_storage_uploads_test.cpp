@@ -5,11 +5,15 @@ using namespace zel_test;
 namespace
 {
 
-const question_kind field_kind = {"Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS};
-const question_kind list_kind = {"Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, false};
+const std::string no_file = "Failed to get file";
+const refusal bad = {"Invalid parameter", FIRST | POINTERS}, bad_params = {"Invalid Params", FIRST | POINTERS};
+const refusal bad_outputs = {"Invalid Params", POINTERS};
+const question_kind field_kind = {no_file.c_str(), ZEL_ERR_STORAGE_NO_RECORDS, bad};
+const question_kind list_kind = {no_file.c_str(), ZEL_ERR_RESOURCE_DOESNT_EXIST, bad_outputs, false};
 const std::string clock_name = "_common_util_get_current_timestamp";
 const trace now = whole(clock_name, {debug(clock_name, " timestamp:1700000000")});
 constexpr unsigned int R = 3000000005;
+constexpr auto STARTED = QUILLO_UPLOAD_STATUS_STARTED;
 const char requests[] = "upload_request_data", transfers[] = "content_info_status", contacts[] = "contact_details";
 #define OF_REQUEST " FROM 'upload_request_data' WHERE req_id = 3000000005;"
 
@@ -35,24 +39,12 @@ struct StorageUploads : store_test {
     }
 };
 
-const store_calls request_changes = {
-    {ZEL_CALL(update_upload_status, 5, QUILLO_UPLOAD_STATUS_SHARE_RECALLED),
-     "UPDATE 'upload_request_data' SET status = 8 WHERE req_id = 5"},
-    {ZEL_CALL(update_expiry_time, 5, 5000000000), "UPDATE 'upload_request_data' SET expired_time = 5000000000 WHERE "
-                                                  "req_id = 5"},
-};
-const store_call token_change = {
-    ZEL_CALL(update_contents_token_info, 5, "t'", 5000000000),
-    "UPDATE 'upload_request_data' SET contents_token = 't''',expired_time = 5000000000 WHERE req_id = 5"};
-const store_call new_recipient = {ZEL_CALL(add_upload_receiver_details, R, "77'", "44", -3),
-                                  "INSERT into 'contact_details' VALUES (NULL, 3000000005, -3, '77''', '44')"};
-
 const store_calls fields = {
     {ZEL_CALL(get_upload_total_size, R, &out.wides[0]), "SELECT total_size" OF_REQUEST, "wide 6000000000\n"},
     {ZEL_CALL(get_upload_expire_time, R, &out.wides[0]), "SELECT expired_time" OF_REQUEST, "wide 5000000000\n"},
     {ZEL_CALL(get_upload_contents_token, R, &out.texts[0]), "SELECT contents_token" OF_REQUEST, "text t'\n"},
     {ZEL_CALL(get_upload_status, R, &out.numbers[0]), "SELECT status" OF_REQUEST, "number 2\n"},
-    {ZEL_CALL(get_upload_app_info, R, &out.counts[0], &out.texts[0]), "SELECT *" OF_REQUEST, "count 2\ntext d\n"},
+    {ZEL_CALL(get_upload_app_info, R, &out.counts[0], nullptr), "SELECT *" OF_REQUEST, "count 2\n"},
 };
 const store_call file_count = {ZEL_CALL(get_upload_content_count, R, &out.numbers[0]), "SELECT file_count" OF_REQUEST,
                                "number 3\n"};
@@ -66,8 +58,6 @@ const store_calls counted_lists = {
      " WHERE status != 4 and status != 5 and status != 7", "012368"},
     {ZEL_CALL(get_resumable_and_cancellable_upload_req_id_and_cnt, 2, &out.count_list, &out.counts[0]),
      " WHERE status != 4 and status != 5 and status != 7 and app_type = 2", "28"},
-    {ZEL_CALL(get_resumable_and_cancellable_upload_req_id_and_cnt, 0, &out.count_list, &out.counts[0]),
-     " WHERE status != 4 and status != 5 and status != 7 and app_type = 0", "036"},
     {ZEL_CALL(get_failed_and_cancelled_upload_req_id_and_cnt, 7, &out.count_list, &out.counts[0]),
      " WHERE status = 4 or status = 5", "45"},
     {ZEL_CALL(get_failed_and_cancelled_upload_req_id_and_cnt, 1, &out.count_list, &out.counts[0]),
@@ -92,18 +82,21 @@ std::string ids_of(const std::string &digits)
     return all;
 }
 
-/// Lists of the size that a request says.
+/// Lists of the size that a request says, or the caller.
 const store_call people = {ZEL_CALL(get_upload_recievers_details, R, &out.people, &out.counts[0]),
                            "SELECT receiver_count" OF_REQUEST};
 const store_call paths = {ZEL_CALL(get_upload_content_path_list, R, &out.text_list, &out.counts[0]),
                           "SELECT file_count" OF_REQUEST};
-const store_call texts = {"_common_storage_get_upload_receipients_details",
-                          [](answers &out) -> int {
-                              const int code = _common_storage_get_upload_receipients_details(R, 2, &out.text_list);
-                              out.counts[0] = code == ZEL_ERR_NONE ? 2 : 77;
-                              return code;
-                          },
+const store_call texts = {ZEL_CALL(get_upload_receipients_details, R, out.counts[0], &out.text_list),
                           "SELECT * FROM 'contact_details' WHERE req_id = 3000000005;"};
+const std::string path_lister = "_common_storage_get_sync_content_info_file_path_list";
+trace reading(const std::string &token)
+{
+    return info("_common_storage_get_upload_data",
+                "Reqid [3000000005]: total_size: [6000000000] file_count: [3] exp.time: [5000000000] receipient_count: "
+                "[3] upload_status: [2] sent_time: [7000000000] contents_token: [" +
+                    token + "]\n");
+}
 const trace filled = whole("__fill_upload_receiver_info");
 
 } // namespace
@@ -111,225 +104,219 @@ const trace filled = whole("__fill_upload_receiver_info");
 TEST_F(StorageUploads, a_request_is_added_with_each_field_in_its_column)
 {
     const scripted_clock clock(1700000000, 0);
-    const auto text = [](const char *constant) { return const_cast<char *>(constant); };
-    zel_upload_request_info info = {77,
-                                    R,
-                                    3000000001,
-                                    QUILLO_UPLOAD_STATUS_STARTED,
-                                    3000000002,
-                                    6000000000,
-                                    5000000000,
-                                    nullptr,
-                                    PIKO_APP_TYPE,
-                                    text("not"),
-                                    text("stored"),
-                                    nullptr,
-                                    1};
+    char text[] = "t'";
+    zel_upload_request_info info = {
+        77, R, 3000000001, STARTED, 3000000002, 6000000000, 5000000000, nullptr, PIKO_APP_TYPE, text, text, nullptr, 1};
     const std::string adder = "_common_storage_add_upload_request_info";
     const std::string head = "INSERT into 'upload_request_data' VALUES (NULL,3000000005,3000000001,1,3000000002,"
                              "6000000000,5000000000, ";
     EXPECT_EQ(_common_storage_add_upload_request_info(&info), ZEL_ERR_NONE);
     EXPECT_TRACE(whole(adder, {now, inserted(head + "'',2,NULL,1700000000)", 1)}));
     EXPECT_EQ(info.unique_id, 1u);
-    info.contents_token = text("t'");
-    info.description = text("d'");
-    drop_table(requests);
+    info.contents_token = info.description = text;
+    const missing_table gone(requests);
     EXPECT_EQ(_common_storage_add_upload_request_info(&info), ZEL_ERR_STORAGE_FAILURE);
     EXPECT_TRACE(whole(
-        adder, {now, inserted_in_vain(head + "'t''',2,'d''',1700000000)"), critical(adder, "Failed to add file")}));
+        adder, {now, inserted_in_vain(head + "'t''',2,'t''',1700000000)"), critical(adder, "Failed to add file")}));
     EXPECT_EQ(info.unique_id, 1u);
     EXPECT_EQ(info.sent_time, 1700000000u);
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, bad.message, _common_storage_add_upload_request_info, nullptr);
+}
+
+TEST_F(StorageUploads, changes)
+{
+    expect_changes(requests,
+                   {{ZEL_CALL(update_upload_status, 5, QUILLO_UPLOAD_STATUS_SHARE_RECALLED),
+                     "UPDATE 'upload_request_data' SET status = 8 WHERE req_id = 5"},
+                    {ZEL_CALL(update_expiry_time, 5, 5000000000),
+                     "UPDATE 'upload_request_data' SET expired_time = 5000000000 WHERE req_id = 5"}},
+                   "Failed to update status", {bad.message, FIRST, true});
+    expect_changes(
+        requests,
+        {{ZEL_CALL(update_contents_token_info, 5, "t'", 5000000000),
+          "UPDATE 'upload_request_data' SET contents_token = 't''',expired_time = 5000000000 WHERE req_id = 5"}},
+        "Failed to update contetns token ", {bad.message, FIRST | POINTERS, true});
+    expect_changes(contacts,
+                   {{ZEL_CALL(add_upload_receiver_details, R, "77'", "44", -3),
+                     "INSERT into 'contact_details' VALUES (NULL, 3000000005, -3, '77''', '44')"}},
+                   "Failed to add file", bad);
 }
 
 TEST_F(StorageUploads, deletions)
 {
     const store_call remove = {ZEL_CALL(delete_upload_info, R), ""},
                      recall = {ZEL_CALL(delete_recalled_contents, "t'"), ""};
+    expect_refused({remove, recall}, bad);
     const std::string finder = by_token.function, remover = "_common_storage_delete_sync_content_info_by_req_id";
     const std::string of_transfers = "DELETE FROM 'content_info_status' WHERE req_id = 3000000005";
     const std::string of_request = "DELETE FROM 'upload_request_data' WHERE req_id = 3000000005";
-    const trace failed = critical(remove.function, "Failed to delete upload info ");
-    const trace found = whole(finder, {prepared(by_token.statement), finalized(finder)});
-    const trace not_found = critical(recall.function, "Error: " + finder + "() failed!");
-    expect_outcome(recall, ZEL_ERR_STORAGE_NO_RECORDS, "",
-                   join({begin(recall.function), begin(finder), prepared(by_token.statement),
-                         critical(finder, "No records found for contents_token [t']"), finalized(finder), not_found}));
+    expect_failure(by_token, ZEL_ERR_STORAGE_NO_RECORDS, "No records found for contents_token [t']", "count 0\n");
+    expect_failure(recall, ZEL_ERR_STORAGE_NO_RECORDS, "Error: " + finder + "() failed!");
     add_request();
     add_recipients("(3000000005, 1, '2', '3')");
     add_transfers("(3000000005, 1, ''), (6, 1, '')");
-    expect_outcome(recall, ZEL_ERR_NONE, "", whole(recall.function, {found, whole(remover, {ran(of_transfers)})}));
+    {
+        const missing_table gone(transfers);
+        expect_failure(recall, ZEL_ERR_STORAGE_FAILURE, "Error: " + remover + "() failed!");
+        expect_failure(remove, ZEL_ERR_STORAGE_FAILURE, "Failed to delete upload info ");
+        EXPECT_EQ(database.value("SELECT count(*) FROM upload_request_data"), "0") << "deleted all the same";
+    }
+    add_request();
+    expect_outcome(recall, ZEL_ERR_NONE, "",
+                   whole(recall.function, {whole(finder, {prepared(by_token.statement), finalized(finder)}),
+                                           whole(remover, {ran(of_transfers)})}));
     EXPECT_EQ(database.value("SELECT req_id FROM content_info_status"), "6");
     expect_outcome(remove, ZEL_ERR_NONE, "", whole(remove.function, {ran(of_transfers), ran(of_request)}));
     EXPECT_EQ(database.value("SELECT count(*) FROM contact_details"), "1");
-
-    add_request();
-    drop_table(transfers);
-    expect_outcome(
-        recall, ZEL_ERR_STORAGE_FAILURE, "",
-        join({begin(recall.function), found,
-              whole(remover, {ran_in_vain(of_transfers), critical(remover, "Failed to delete sync file info ")}),
-              critical(recall.function, "Error: " + remover + "() failed!")}));
-    expect_outcome(remove, ZEL_ERR_STORAGE_FAILURE, "",
-                   join({begin(remove.function), ran_in_vain(of_transfers), failed, ran(of_request)}));
-    drop_table(requests);
-    expect_outcome(recall, ZEL_ERR_STORAGE_FAILURE, "",
-                   join({begin(recall.function), begin(finder), prepared_in_vain(by_token.statement),
-                         critical(finder, "Failed to get req_id for contents_token [t']"), not_found}));
+    const missing_table gone(requests);
+    expect_failure(by_token, ZEL_ERR_STORAGE_FAILURE, "Failed to get req_id for contents_token [t']", "count 0\n");
 }
 
 TEST_F(StorageUploads, single_fields)
 {
     expect_nothing_found(fields, field_kind);
-    answers out;
-    EXPECT_EQ(file_count.call(out), ZEL_ERR_STORAGE_NO_RECORDS);
-    EXPECT_EQ(by_token.call(out), ZEL_ERR_STORAGE_NO_RECORDS);
-    EXPECT_EQ(out.take(), "number 0\ncount 0\n");
+    expect_failure(file_count, ZEL_ERR_STORAGE_NO_RECORDS, "No records found", "number 0\n");
     add_request();
-    expect_answers(fields);
+    expect_questions(requests, fields, field_kind);
     expect_answers({file_count, by_token});
-    EXPECT_EQ(_common_storage_get_upload_app_info(R, &out.counts[0], nullptr), ZEL_ERR_NONE);
-    update("contents_token = '', description = NULL");
+    expect_refused({file_count}, bad);
+    answers out;
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, bad.message, _common_storage_get_reqid_from_contents_token, "t", nullptr);
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, bad.message, _common_storage_get_reqid_from_contents_token, nullptr,
+                    &out.counts[0]);
+    EXPECT_EQ(out.take(), "count 0\n");
+    for (const char *text : {"text d\n", ""}) { // nothing is handed out for an empty text
+        EXPECT_EQ(_common_storage_get_upload_app_info(R, &out.counts[0], &out.texts[0]), ZEL_ERR_NONE);
+        EXPECT_EQ(out.take(), std::string("count 2\n") + text);
+        update("contents_token = '', description = NULL");
+    }
     EXPECT_EQ(fields[2].call(out), ZEL_ERR_NONE);
-    EXPECT_EQ(fields[4].call(out), ZEL_ERR_NONE);
-    EXPECT_EQ(out.take(), "count 2\n") << "an empty text was handed out";
-    drop_table(requests);
-    expect_failing_questions(fields, field_kind);
+    EXPECT_EQ(out.take(), "");
 }
 
 TEST_F(StorageUploads, lists_of_request_ids)
 {
     expect_nothing_found(lists, list_kind);
-    expect_nothing_found({resumable_count}, list_kind);
-    const auto expect_lists = [](int code) {
-        for (const store_call &list : counted_lists) {
-            const bool begins = !list.statement.empty(), found = code == ZEL_ERR_NONE;
-            const std::string from = " FROM 'upload_request_data'" + list.statement + ";", name = list.function;
-            const trace listing = join({finalized(name), prepared("SELECT req_id" + from), finalized(name), end(name)});
-            expect_outcome(list, code, found ? ids_of(list.answer) : "",
-                           join({begins ? begin(name) : trace(), prepared("SELECT count(*)" + from),
-                                 found ? listing : join({critical(name, "No records found"), finalized(name)})}));
-        }
-    };
-    expect_lists(ZEL_ERR_RESOURCE_DOESNT_EXIST);
+    for (const store_call &list : counted_lists)
+        expect_failure(list, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     for (int status = 0; status <= 8; ++status) // the sixth is the latest
         add_request("1" + std::to_string(status) + ", 1, " + std::to_string(status) + ", 1, 1, 1, '', " +
                     std::to_string(status == 5 ? 2 : status % 3) + ", '', " +
                     std::to_string(status == 5 ? 9 : -status));
-    expect_lists(ZEL_ERR_NONE);
+    for (const store_call &list : counted_lists) {
+        const std::string from = " FROM 'upload_request_data'" + list.statement + ";", name = list.function;
+        expect_outcome(list, ZEL_ERR_NONE, ids_of(list.answer),
+                       join({list.statement.empty() ? trace() : begin(name), prepared("SELECT count(*)" + from),
+                             finalized(name), prepared("SELECT req_id" + from), finalized(name), end(name)}));
+        if (!list.statement.empty())
+            expect_refused({list}, bad_outputs);
+    }
+    question_kind kind = list_kind;
+    kind.refused = {"Invalid param", POINTERS, false, false, -1};
     for (store_call list : lists) {
         list.answer = ids_of(list.answer);
-        expect_answers({list});
+        expect_questions(requests, {list}, kind);
     }
-    expect_answers({resumable_count});
-    drop_table(requests);
-    expect_failing_questions(lists, list_kind);
-    expect_failing_questions({resumable_count, people, paths}, list_kind);
-    answers out;
+    expect_questions(requests, {resumable_count}, list_kind);
+    const missing_table gone(requests);
     for (const store_call &list : counted_lists)
-        EXPECT_EQ(list.call(out), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", list_kind.failure), 6);
+        expect_failure(list, ZEL_ERR_STORAGE_FAILURE, no_file);
+    unsigned int count = 0;
+    EXPECT_EQ(_common_storage_get_upload_list_details(nullptr, &count), ZEL_ERR_INVALID_ARG);
+    EXPECT_TRACE(critical("_common_storage_get_upload_list_details", bad_outputs.message));
 }
 
 TEST_F(StorageUploads, recipients_and_paths_have_as_many_places_as_asked)
 {
-    const std::string filler = "__fill_upload_receipient_info", lister = texts.function;
-    const auto answer = [](const store_call &call, const std::string &expected, const trace &inside) {
-        expect_answers({{call.function, call.call, call.statement, expected, inside}});
-    };
-    const auto second = [](const store_call &call, const std::string &statement) {
-        return join({finalized(call.function), prepared(statement)});
-    };
-    expect_nothing_found({people, paths, texts}, list_kind);
+    question_kind kind = list_kind;
+    kind.refused = bad_params;
+    expect_failures(requests, {people, paths}, kind);
+    kind.refused.needed = EVERYTHING;
+    expect_failures(contacts, {{ZEL_CALL(get_upload_receipients_details, R, 2, &out.text_list), texts.statement}},
+                    kind);
     add_request();
     for (const store_call &call : {people, paths}) // the request is there, what it owns is not
-        expect_outcome(
-            call, ZEL_ERR_RESOURCE_DOESNT_EXIST, "",
-            join({begin(call.function), prepared(call.statement),
-                  second(call, call.function == people.function
-                                   ? texts.statement
-                                   : "SELECT local_path FROM 'content_info_status' WHERE req_id = 3000000005;"),
-                  critical(call.function, "No records found"), finalized(call.function)}));
+        expect_failure(call, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
+    const auto expect = [](store_call call, const std::string &second, const trace &rows, const std::string &answer) {
+        call.answer = answer;
+        call.inside = join({finalized(call.function), prepared(second), rows});
+        expect_answers({call});
+    };
+    const auto expect_texts = [](unsigned int places, const std::string &answer) {
+        answers out;
+        out.counts[0] = places;
+        take_trace();
+        EXPECT_EQ(texts.call(out), ZEL_ERR_NONE);
+        EXPECT_EQ(out.take(), "count " + std::to_string(places) + "\n" + answer);
+    };
     add_recipients("(3000000005, -1, '7700900123', '44'), (3000000005, 2, '5', ''), (6, 0, '', '')");
-    answer(people, "count 3\nperson 44 7700900123 -1 0\nperson NULL 5 2 0\nperson NULL\n",
-           join({second(people, texts.statement), filled, filled}));
-    answer(texts, "count 2\ntext +447700900123\ntext 5\n",
-           join({info(lister, "rcp count [2]"), whole(filler, {info(filler, "*receipient: [+447700900123]")}),
-                 info(lister, "===== rcp[0]: +447700900123"), whole(filler, {info(filler, "*receipient: [5]")}),
-                 info(lister, "===== rcp[1]: 5")}));
+    expect(people, texts.statement, join({filled, filled}),
+           "count 3\nperson 44 7700900123 -1 0\nperson NULL 5 2 0\nperson NULL\n");
+    expect_texts(1, "text +447700900123\n");
+    const std::string filler = "__fill_upload_receipient_info", lister = texts.function;
+    EXPECT_TRACE(whole(lister, {prepared(texts.statement), info(lister, "rcp count [1]"),
+                                whole(filler, {info(filler, "*receipient: [+447700900123]")}),
+                                info(lister, "===== rcp[0]: +447700900123"), finalized(lister)}));
     add_recipients("(3000000005, 3, '', '44'), (3000000005, 4, NULL, '1'), (3000000005, 5, '6', NULL)");
-    answer(people, "count 3\nperson 44 7700900123 -1 0\nperson NULL 5 2 0\nperson 44 NULL 3 0\n",
-           join({second(people, texts.statement), filled, filled, filled}));
-    answers out;
-    EXPECT_EQ(_common_storage_get_upload_receipients_details(R, 6, &out.text_list), ZEL_ERR_NONE);
-    out.counts[0] = 6;
-    EXPECT_EQ(out.take(), "count 6\ntext +447700900123\ntext 5\ntext NULL\ntext NULL\ntext 6\ntext NULL\n");
+    expect(people, texts.statement, join({filled, filled, filled}),
+           "count 3\nperson 44 7700900123 -1 0\nperson NULL 5 2 0\nperson 44 NULL 3 0\n");
+    expect_texts(6, "text +447700900123\ntext 5\ntext NULL\ntext NULL\ntext 6\ntext NULL\n");
 
-    add_transfers("(3000000005, 1, 'p1'), (3000000005, 1, ''), (3000000005, 1, NULL), (3000000005, 1, 'p2'), "
-                  "(5, 1, 'q1'), (5, 1, NULL), (5, 1, '')");
-    const trace listing = second(paths, "SELECT local_path FROM 'content_info_status' WHERE req_id = 3000000005;");
-    answer(paths, "count 3\ntext p1\ntext p2\ntext NULL\n", listing);
+    add_transfers("(3000000005, 1, 'p1'), (3000000005, 1, ''), (3000000005, 1, NULL), (3000000005, 1, 'p2')");
+    const std::string listing = "SELECT local_path FROM 'content_info_status' WHERE req_id = 3000000005;";
+    expect(paths, listing, {}, "count 3\ntext p1\ntext p2\ntext NULL\n");
     update("file_count = 1");
-    answer(paths, "count 1\ntext p1\n", listing);
+    expect(paths, listing, {}, "count 1\ntext p1\n");
     update("file_count = 0, receiver_count = 0");
     expect_nothing_found({people, paths}, list_kind);
-    const std::string path_lister = "_common_storage_get_sync_content_info_file_path_list";
-    zel_trans_upload_info report = {};
-    EXPECT_EQ(_common_storage_get_sync_content_info_file_path_list(5, &report), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(path_lister, {prepared("SELECT * FROM 'content_info_status' WHERE req_id = 5;"),
-                                     plain(path_lister, "[Filepath] q1"), plain(path_lister, "[Filepath] "),
-                                     finalized(path_lister)}));
-    EXPECT_EQ(g_list_length(report.file_path_list), 2u);
-    g_list_free_full(report.file_path_list, g_free);
 }
 
 TEST_F(StorageUploads, the_report_of_a_request)
 {
     const store_call report = {ZEL_CALL(get_upload_data, R, &out.report), ""},
                      other = {ZEL_CALL(get_upload_data, 5, &out.report), ""};
-    const std::string name = report.function, lister = "_common_storage_get_sync_content_info_file_path_list";
-    const trace asked = join({begin(name), prepared("SELECT *" OF_REQUEST)}),
-                given_up = whole("_common_free_upload_info");
-    const auto read = [&](const std::string &token) {
-        return join({asked, info(name, "Reqid [3000000005]: total_size: [6000000000] file_count: [3] exp.time: "
-                                       "[5000000000] receipient_count: [3] upload_status: [2] sent_time: [7000000000] "
-                                       "contents_token: [" +
-                                           token + "]\n")});
-    };
-    expect_outcome(report, ZEL_ERR_RESOURCE_DOESNT_EXIST, "",
-                   join({asked, critical(name, "No records found"), finalized(name), given_up}));
+    const std::string name = report.function, lister = people.function;
+    expect_refused({report}, {"Invalid params", FIRST | POINTERS});
+    expect_failure(report, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     add_request();
-    const trace of_people = join(
-        {begin(people.function), prepared(people.statement), finalized(people.function), prepared(texts.statement)});
-    expect_outcome(
-        report, ZEL_ERR_RESOURCE_DOESNT_EXIST, "",
-        join({read("t'"), of_people, critical(people.function, "No records found"), finalized(people.function),
-              critical(name, "_common_storage_get_upload_recievers_details() failed [10]"), finalized(name),
-              given_up}));
+    expect_failure(report, ZEL_ERR_RESOURCE_DOESNT_EXIST, lister + "() failed [10]");
     update("contents_token = NULL");
     expect_outcome(report, ZEL_ERR_STORAGE_NO_RECORDS, "",
-                   join({read("(null)"), critical(name, "Contents token is NULL for req_id 3000000005"),
-                         finalized(name), given_up}));
+                   join({begin(name), prepared("SELECT *" OF_REQUEST), reading("(null)"),
+                         critical(name, "Contents token is NULL for req_id 3000000005"), finalized(name),
+                         whole("_common_free_upload_info")}));
     // Without its files the report is handed out all the same; an id above INT_MAX never has any.
     update("contents_token = ''");
     add_recipients("(3000000005, 1, '2', '3')");
     expect_outcome(
         report, ZEL_ERR_INVALID_ARG,
         "report 3000000005 6000000000 3 5000000000 7000000000  2\nperson 3 2 1 0\nperson NULL\nperson NULL\n",
-        join({read(""), of_people, filled, finalized(people.function), end(people.function), begin(lister),
-              critical(lister, "Invalid parameter"), critical(name, lister + "() failed [1]"), finalized(name),
-              end(name)}));
+        whole(name, {prepared("SELECT *" OF_REQUEST), reading(""),
+                     whole(lister, {prepared(people.statement), finalized(lister), prepared(texts.statement), filled,
+                                    finalized(lister)}),
+                     begin(path_lister), critical(path_lister, bad.message),
+                     critical(name, path_lister + "() failed [1]"), finalized(name)}));
     update("req_id = 5, receiver_count = 1");
     database.run("UPDATE contact_details SET req_id = 5");
-    const auto expect_report = [&other](int code, const std::string &rest) {
-        answers out;
-        EXPECT_EQ(other.call(out), code);
-        EXPECT_EQ(out.take(), "report 5 6000000000 3 5000000000 7000000000  " + rest + "person 3 2 1 0\n");
-    };
-    expect_report(ZEL_ERR_STORAGE_NO_RECORDS, "2\n");
-    add_transfers("(5, 1, 'p1'), (5, 1, 'p2')");
-    expect_report(ZEL_ERR_NONE, "2\npath p1\npath p2\n");
+    const std::string head = "report 5 6000000000 3 5000000000 7000000000  ", tail = "person 3 2 1 0\n";
+    expect_failure(other, ZEL_ERR_STORAGE_NO_RECORDS, path_lister + "() failed [26]", head + "2\n" + tail);
+    add_transfers("(5, 1, 'p1'), (5, 1, NULL), (5, 1, '')");
+    answers out;
+    EXPECT_EQ(other.call(out), ZEL_ERR_NONE);
+    EXPECT_EQ(out.take(), head + "2\npath p1\npath \n" + tail);
     update("status = 8"); // a recalled share has no files
-    expect_report(ZEL_ERR_NONE, "8\n");
+    EXPECT_EQ(other.call(out), ZEL_ERR_NONE);
+    EXPECT_EQ(out.take(), head + "8\n" + tail);
+
+    take_trace();
+    zel_trans_upload_info files = {};
+    EXPECT_EQ(_common_storage_get_sync_content_info_file_path_list(5, &files), ZEL_ERR_NONE);
+    EXPECT_TRACE(whole(path_lister, {prepared("SELECT * FROM 'content_info_status' WHERE req_id = 5;"),
+                                     plain(path_lister, "[Filepath] p1"), plain(path_lister, "[Filepath] "),
+                                     finalized(path_lister)}));
+    g_list_free_full(files.file_path_list, g_free);
+    expect_refusals(path_lister, {bad.message, EVERYTHING, true}, _common_storage_get_sync_content_info_file_path_list,
+                    5, &files);
 }
 
 TEST_F(StorageUploads, statistics_count_what_expires_late_enough)
@@ -337,30 +324,27 @@ TEST_F(StorageUploads, statistics_count_what_expires_late_enough)
     const scripted_clock clock(1700000000, 0);
     const store_call ask = {ZEL_CALL(get_time_upload_total_file_static_hr, 24, &out.wides[0], &out.counts[0]), ""};
     const std::string name = ask.function;
-    const auto asked = [&name](const std::string &check) {
-        return join({begin(name), now, info(name, "now_time is 1700000000, chk_time is " + check),
-                     info(name, "chk_time is " + check + "000"),
-                     prepared("SELECT file_count, total_size FROM 'upload_request_data' WHERE expired_time >= " +
-                              check + "000;")});
-    };
-    const trace none = join({critical(name, "No records found"), finalized(name), end(name)});
-    expect_outcome(ask, ZEL_ERR_RESOURCE_DOESNT_EXIST, "", join({asked("1700086400"), none}));
+    expect_refused({ask}, bad_outputs);
+    expect_failure(ask, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     add_request("1, 2, 0, 1, 1700086400000, 5000000000, '', 0, '', 0");
     add_request("2, 3, 0, 1, 1700086399999, 1, '', 0, '', 0");
     add_request("3, 4, 0, 1, 1700086400001, 6000000000, '', 0, '', 0");
-    const auto walked = [&name](const std::string &first, const std::string &second, const std::string &total) {
-        return join({info(name, "checked file num is 2"), info(name, "checked size is " + first),
-                     info(name, "checked file num is 4"), info(name, "checked size is " + second),
-                     debug(name, "total file num is : 6"), debug(name, "total file size is : " + total)});
-    };
     expect_outcome(
         ask, ZEL_ERR_NONE, "count 6\nwide 11000000000\n",
-        join({asked("1700086400"), walked("5000000000", "6000000000", "11000000000"), finalized(name), end(name)}));
-    update("total_size = 0");
-    expect_outcome(ask, ZEL_ERR_RESOURCE_DOESNT_EXIST, "", join({asked("1700086400"), walked("0", "0", "0"), none}));
-    expect_outcome({ZEL_CALL(get_time_upload_total_file_static_hr, 1193047, &out.wides[0], &out.counts[0]),
-                    "the seconds wrap at 32 bits"},
-                   ZEL_ERR_RESOURCE_DOESNT_EXIST, "", join({asked("1700170896"), none}));
+        whole(name, {now, info(name, "now_time is 1700000000, chk_time is 1700086400"),
+                     info(name, "chk_time is 1700086400000"),
+                     prepared("SELECT file_count, total_size FROM 'upload_request_data' WHERE expired_time >= "
+                              "1700086400000;"),
+                     info(name, "checked file num is 2"), info(name, "checked size is 5000000000"),
+                     info(name, "checked file num is 4"), info(name, "checked size is 6000000000"),
+                     debug(name, "total file num is : 6"), debug(name, "total file size is : 11000000000"),
+                     finalized(name)}));
+    unsigned long long size = 0;
+    unsigned int number = 0;
+    _common_storage_get_time_upload_total_file_static_hr(1193047, &size, &number);
+    EXPECT_EQ(count_lines(take_trace(), "INFO", "chk_time is 1700170896000"), 1) << "the seconds wrap at 32 bits";
+    const missing_table gone(requests);
+    expect_failure(ask, ZEL_ERR_STORAGE_FAILURE, no_file);
 }
 
 TEST_F(StorageUploads, a_share_sent_again_has_more_transfers_than_files)
@@ -369,84 +353,31 @@ TEST_F(StorageUploads, a_share_sent_again_has_more_transfers_than_files)
     const std::string name = ask.function, counter = file_count.function, head = "Error: [ZEL] Req_id[3000000005]: ";
     const std::string matcher = "_common_storage_get_matched_count_by_sent_time";
     const std::string matching = "SELECT COUNT(sent_time) FROM 'content_info_status' WHERE sent_time = 1700000000;";
-    expect_outcome(ask, ZEL_ERR_STORAGE_NO_RECORDS, "flag 0\n",
-                   join({begin(name),
-                         whole(counter, {prepared(file_count.statement), critical(counter, "No records found"),
-                                         finalized(counter)}),
-                         critical(name, head + "Failed to get upload info()!! err_code[26]")}));
+    expect_failure(ask, ZEL_ERR_STORAGE_NO_RECORDS, head + "Failed to get upload info()!! err_code[26]", "flag 0\n");
     add_request();
-    const trace counted = join({begin(name), whole(counter, {prepared(file_count.statement), finalized(counter)})});
     add_transfers("(1, 1700000000, ''), (2, 1700000000, ''), (3, 1, '')");
-    for (const std::string matched : {"2", "3", "4"}) {
-        const bool too_few = matched == "2";
-        expect_outcome(
-            ask, too_few ? ZEL_ERR_STORAGE_NO_RECORDS : ZEL_ERR_NONE, matched == "4" ? "" : "flag 0\n",
-            join({counted, whole(matcher, {prepared(matching), finalized(matcher)}),
-                  info(name, "[ZEL] Req_id [3000000005]: matched_count [" + matched + "] file_count [3]"),
-                  too_few ? critical(name, head + "Fatal error in DB!! There are fewer entries than expected")
-                          : end(name)}));
+    expect_failure(ask, ZEL_ERR_STORAGE_NO_RECORDS, head + "Fatal error in DB!! There are fewer entries than expected",
+                   "flag 0\n");
+    for (const std::string matched : {"3", "4"}) {
         add_transfers("(4, 1700000000, '')");
+        expect_outcome(
+            ask, ZEL_ERR_NONE, matched == "4" ? "" : "flag 0\n",
+            whole(name, {whole(counter, {prepared(file_count.statement), finalized(counter)}),
+                         whole(matcher, {prepared(matching), finalized(matcher)}),
+                         info(name, "[ZEL] Req_id [3000000005]: matched_count [" + matched + "] file_count [3]")}));
     }
-    drop_table(transfers);
-    expect_outcome(
-        ask, ZEL_ERR_STORAGE_FAILURE, "flag 0\n",
-        join({counted, begin(matcher), prepared_in_vain(matching), critical(matcher, "Failed to get matched count!"),
-              critical(name, head + "Not entries matching sent_time(1700000000)!! err_code[15]")}));
-    expect_outcome(
-        {ZEL_CALL(does_reshare_exist, 5, 6, nullptr), ""}, ZEL_ERR_INVALID_ARG, "",
-        join({begin(name), critical(name, "Invalid Params: req_id[5] sent_time[6] does_reshare_exist[(nil)]")}));
-    expect_outcome({ZEL_CALL(get_matched_count_by_sent_time, 6, nullptr), ""}, ZEL_ERR_INVALID_ARG, "",
-                   join({begin(matcher), critical(matcher, "Invalid params: sent_time[6] matched_count[(nil)]")}));
-    EXPECT_NEEDED(refusal{"Invalid Params"}, get_matched_count_by_sent_time, 6, nullptr);
-    answers out;
-    EXPECT_EQ(_common_storage_does_reshare_exist(0, 6, &out.flag), ZEL_ERR_INVALID_ARG);
-    EXPECT_EQ(_common_storage_does_reshare_exist(5, 0, &out.flag), ZEL_ERR_INVALID_ARG);
-    EXPECT_EQ(out.take(), "");
-}
-
-TEST_F(StorageUploads, changes_rejections_and_failures)
-{
-    const refusal bad = {"Invalid parameter"}, not_positive = {"Invalid parameter", true},
-                  bad_params = {"Invalid Params"};
-    EXPECT_NEEDED(not_positive, update_contents_token_info, 5, "t", 0);
-    EXPECT_NEEDED(not_positive, update_upload_status, 5, QUILLO_UPLOAD_STATUS_NONE);
-    EXPECT_NEEDED(not_positive, update_expiry_time, 5, 0);
-    EXPECT_NEEDED(bad, add_upload_receiver_details, 5, "", "", 0);
-    EXPECT_NEEDED(bad, delete_upload_info, 5);
-    EXPECT_NEEDED(bad, delete_recalled_contents, "t");
-    EXPECT_NEEDED(bad, get_upload_content_count, 5, &out.numbers[0]);
-    EXPECT_NEEDED(bad, get_upload_total_size, 5, &out.wides[0]);
-    EXPECT_NEEDED(bad, get_upload_expire_time, 5, &out.wides[0]);
-    EXPECT_NEEDED(bad, get_upload_contents_token, 5, &out.texts[0]);
-    EXPECT_NEEDED(bad, get_upload_status, 5, &out.numbers[0]);
-    EXPECT_NEEDED(bad, get_upload_app_info, 5, &out.counts[0], nullptr);
-    EXPECT_NEEDED(bad_params, get_resumable_and_cancellable_upload_req_id_and_cnt, 0, &out.count_list, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_failed_and_cancelled_upload_req_id_and_cnt, 0, &out.count_list, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_resumable_and_cancellable_upload_cnt, &out.counts[0]);
-    EXPECT_NEEDED(refusal{"Invalid params"}, get_upload_data, 5, &out.report);
-    EXPECT_NEEDED(bad_params, get_upload_recievers_details, 5, &out.people, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_upload_receipients_details, 5, 1, &out.text_list);
-    EXPECT_NEEDED(bad_params, get_upload_content_path_list, 5, &out.text_list, &out.counts[0]);
-    EXPECT_NEEDED(bad_params, get_time_upload_total_file_static_hr, 0, &out.wides[0], &out.counts[0]);
-    const refusal minus_one = {"Invalid param", false, false, -1};
-    EXPECT_NEEDED(minus_one, get_request_id_list, APP_TYPE_NONE, &out.count_list, &out.counts[0]);
-    zel_trans_upload_info report = {};
-    EXPECT_NEEDED(not_positive, get_sync_content_info_file_path_list, 5, &report);
-    answers out;
-    EXPECT_EQ(_common_storage_add_upload_request_info(nullptr), ZEL_ERR_INVALID_ARG);
-    EXPECT_EQ(_common_storage_get_reqid_from_contents_token("t", nullptr), ZEL_ERR_INVALID_ARG);
-    EXPECT_EQ(_common_storage_get_reqid_from_contents_token(nullptr, &out.counts[0]), ZEL_ERR_INVALID_ARG);
-    EXPECT_EQ(out.take(), "count 0\n");
-    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "Invalid parameter"), 3);
-    EXPECT_EQ(_common_storage_get_upload_list_details(nullptr, &out.counts[0]), ZEL_ERR_INVALID_ARG);
-    EXPECT_TRACE(critical("_common_storage_get_upload_list_details", "Invalid Params"));
-
-    expect_changes(request_changes);
-    expect_changes({token_change, new_recipient});
-    drop_table(requests);
-    drop_table(contacts);
-    expect_failing_changes(request_changes, "Failed to update status");
-    expect_failing_changes({token_change}, "Failed to update contetns token ");
-    expect_failing_changes({new_recipient}, "Failed to add file");
-    expect_failing_questions({texts}, list_kind);
+    const missing_table gone(transfers);
+    expect_failure(ask, ZEL_ERR_STORAGE_FAILURE, head + "Not entries matching sent_time(1700000000)!! err_code[15]",
+                   "flag 0\n");
+    expect_failure({ZEL_CALL(get_matched_count_by_sent_time, 6, &out.numbers[0]), ""}, ZEL_ERR_STORAGE_FAILURE,
+                   "Failed to get matched count!");
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, "Invalid Params: req_id[5] sent_time[6] does_reshare_exist[(nil)]",
+                    _common_storage_does_reshare_exist, 5, 6, nullptr);
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, "Invalid params: sent_time[6] matched_count[(nil)]",
+                    _common_storage_get_matched_count_by_sent_time, 6, nullptr);
+    expect_refused({{ZEL_CALL(get_matched_count_by_sent_time, 6, &out.numbers[0]), ""}}, {bad_outputs.message, FIRST});
+    bool exists = true;
+    EXPECT_EQ(_common_storage_does_reshare_exist(0, 6, &exists), ZEL_ERR_INVALID_ARG);
+    EXPECT_EQ(_common_storage_does_reshare_exist(5, 0, &exists), ZEL_ERR_INVALID_ARG);
+    EXPECT_TRUE(exists);
 }
