@@ -74,9 +74,7 @@ class call_script
     void answer(int result, int skip = 0, int times = 1)
     {
         const std::lock_guard lock(guard_);
-        result_ = result;
-        skip_ = skip;
-        times_ = times;
+        result_ = result, skip_ = skip, times_ = times;
     }
     int calls() const
     {
@@ -97,10 +95,7 @@ class call_script
 
   private:
     mutable std::mutex guard_;
-    int result_ = 0;
-    int skip_ = 0;
-    int times_ = 0;
-    int calls_ = 0;
+    int result_ = 0, skip_ = 0, times_ = 0, calls_ = 0;
 };
 
 namespace calls

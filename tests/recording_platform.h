@@ -20,28 +20,19 @@ struct trace {
     std::string text;
 };
 
-trace line(const char *kind, const std::string &function, const std::string &body);
 trace join(std::initializer_list<trace> parts);
 
-#define ZEL_LINE_KIND(name, kind)                                                                                      \
-    inline trace name(const std::string &function, const std::string &body)                                            \
-    {                                                                                                                  \
-        return line(kind, function, body);                                                                             \
-    }
-ZEL_LINE_KIND(critical, "CRITICAL")
-ZEL_LINE_KIND(warning, "WARNING")
-ZEL_LINE_KIND(info, "INFO")
-ZEL_LINE_KIND(plain, "PLAIN")
-ZEL_LINE_KIND(debug, "DEBUG")
-#undef ZEL_LINE_KIND
-inline trace begin(const std::string &function)
-{
-    return line("BEGIN", function, "");
-}
-inline trace end(const std::string &function)
-{
-    return line("END", function, "");
-}
+trace line(const char *kind, const std::string &function, const std::string &body = "");
+
+inline constexpr auto begin = [](const std::string &function) { return line("BEGIN", function); };
+inline constexpr auto end = [](const std::string &function) { return line("END", function); };
+inline constexpr auto critical = [](const std::string &f, const std::string &body) {
+    return line("CRITICAL", f, body);
+};
+inline constexpr auto warning = [](const std::string &f, const std::string &body) { return line("WARNING", f, body); };
+inline constexpr auto info = [](const std::string &f, const std::string &body) { return line("INFO", f, body); };
+inline constexpr auto plain = [](const std::string &f, const std::string &body) { return line("PLAIN", f, body); };
+inline constexpr auto debug = [](const std::string &f, const std::string &body) { return line("DEBUG", f, body); };
 /// The lines of an operation between its Begin and its End line.
 inline trace whole(const std::string &function, std::initializer_list<trace> inside = {})
 {
@@ -102,8 +93,7 @@ struct platform_state {
     std::string feature_key;
 
     std::set<app_control_h> handles; ///< those that exist
-    int clones = 0;
-    int clone_result = 0; ///< other than 0: the next clone fails with it, leaving this in its output
+    int clone_result = 0;            ///< other than 0: the next clone fails with it, leaving this in its output
     app_control_h clone_left_behind = nullptr;
     int destroy_result = 0;
 };
