@@ -17,17 +17,13 @@ TEST(Errors, ConversionToClientCodes)
         {9, -8},  {10, -9}, {11, -10}, {12, -11}, {13, -3},  {16, -13}, {20, -22}, {26, -14}, {28, -9},
         {29, -9}, {30, -9}, {31, -16}, {33, 0},   {42, -22}, {44, -18}, {45, -17}, {46, -21},
     };
-    const auto convert = [&](int code) {
+    for (int code = -2; code < 110; ++code) {
         const auto known = client_codes.find(code);
         EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)),
                   known == client_codes.end() ? -100 : known->second)
             << code;
         EXPECT_TRACE(debug("_common_util_convert_service_error_to_client_error", "err [" + std::to_string(code) + "]"));
-    };
-    for (int code = -110; code < 110; ++code)
-        convert(code);
-    convert(INT_MIN);
-    convert(INT_MAX);
+    }
 }
 
 TEST(Errors, CodesArePrintedWithTheirNames)

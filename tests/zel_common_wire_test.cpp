@@ -16,6 +16,7 @@ using item = zel_trans_content_info;
 using share = zel_trans_share_content_info;
 using share_holder = std::unique_ptr<share, void (*)(void *)>;
 
+// The fields in the order in which they travel.
 constexpr char *item::*item_strings[] = {&item::original,      &item::thumbnail, &item::mid_thumbnail,
                                          &item::big_thumbnail, &item::name,      &item::content_type,
                                          &item::contents_token};
@@ -42,29 +43,25 @@ std::unique_ptr<char[]> exact(const std::string &content)
     return bytes;
 }
 
-item *make_item(unsigned int seed)
-{
-    auto *one = g_new0(item, 1);
-    for (const auto string : item_strings)
-        one->*string = g_strdup_printf("item text %u", seed++);
-    one->thumbnail[0] = '\0';                    // empty reads back as absent
-    g_clear_pointer(&one->content_type, g_free); // so does absent
-    for (const auto value : item_numbers)
-        one->*value = 4000000000U + seed++;
-    return one;
-}
-
-share_holder make_share(int items)
+share_holder make_share(unsigned int items)
 {
     share_holder one(g_new0(share, 1), _common_free_share_content_info);
-    one->content_info_list_length = static_cast<unsigned int>(items);
-    int n = 0;
+    one->content_info_list_length = items;
+    unsigned int n = 0;
     for (const auto string : share_strings)
-        one.get()->*string = g_strdup_printf("share text %d", n++);
+        one.get()->*string = g_strdup_printf("text %u", n++);
     one->expired_time = 0x8877665544332211ULL;
-    one->push_status = QUILLO_PUSH_STATUS_SHARE_RECALLED;
-    for (unsigned int i = 0; i < static_cast<unsigned int>(items); ++i)
-        one->content_info_list = g_list_append(one->content_info_list, make_item(100 * i));
+    one->push_status = QUILLO_PUSH_STATUS_SHARE_RECALLED; // does not travel
+    while (items-- > 0) {
+        auto *an_item = g_new0(item, 1);
+        for (const auto string : item_strings)
+            an_item->*string = g_strdup_printf("text %u", n++);
+        an_item->thumbnail[0] = '\0';                    // empty reads back as absent
+        g_clear_pointer(&an_item->content_type, g_free); // so does absent
+        for (const auto value : item_numbers)
+            an_item->*value = 4000000000U + n++;
+        one->content_info_list = g_list_append(one->content_info_list, an_item);
+    }
     return one;
 }
 
@@ -249,31 +246,30 @@ TEST(Wire, EncodingAndSizesByteForByte)
 
 TEST(Wire, DecodingGivesBackWhatWasEncodedAndDumpsIt)
 {
-    const share_holder many = make_share(3);
+    const std::string bytes = bytes_of(make_share(3).get());
     int offset = 0;
-    const share_holder decoded = decode(bytes_of(many.get()) + "more", &offset);
+    const share_holder decoded = decode(bytes + "more", &offset);
     ASSERT_NE(decoded, nullptr);
-    EXPECT_EQ(static_cast<size_t>(offset), bytes_of(many.get()).size());
-    EXPECT_EQ(bytes_of(decoded.get()), bytes_of(many.get()));
+    EXPECT_EQ(static_cast<size_t>(offset), bytes.size());
+    EXPECT_EQ(bytes_of(decoded.get()), bytes);
     const auto *first = static_cast<const item *>(decoded->content_info_list->data);
     EXPECT_EQ(first->thumbnail, nullptr) << "empty reads back as absent";
 
     take_trace();
     const share_holder one = decode(bytes_of(make_share(1).get()), &(offset = 0));
     const std::string dump = "__print_share_content_info_list";
-    EXPECT_TRACE(
-        whole("__get_share_content_info_list",
-              {whole(dump, {info(dump, "contents_token [share text 0]"), info(dump, "description [share text 1]"),
-                            plain(dump, "type [share text 2]"), plain(dump, "from_msisdn [share text 3]"),
-                            plain(dump, "to_list [share text 4]"), plain(dump, "expired_time [9833440827789222417]"),
-                            info(dump, "push_status [0]"), info(dump, "content_info_list_length [1]"),
-                            info(dump, "original [item text 0]"), info(dump, "thumbnail [(null)]"),
-                            info(dump, "mid_thumbnail [item text 2]"), info(dump, "big_thumbnail [item text 3]"),
-                            info(dump, "name [item text 4]"), info(dump, "content_type [(null)]"),
-                            info(dump, "contents_token [item text 6]"), info(dump, "download_count [4000000007]"),
-                            info(dump, "max_download_count [4000000008]"), info(dump, "size [4000000009]"),
-                            info(dump, "content_id [4000000010]")})}),
-        whole("_common_free_share_content_info"));
+    EXPECT_TRACE(whole("__get_share_content_info_list",
+                       {whole(dump, {info(dump, "contents_token [text 0]"), info(dump, "description [text 1]"),
+                                     plain(dump, "type [text 2]"), plain(dump, "from_msisdn [text 3]"),
+                                     plain(dump, "to_list [text 4]"), plain(dump, "expired_time [9833440827789222417]"),
+                                     info(dump, "push_status [0]"), info(dump, "content_info_list_length [1]"),
+                                     info(dump, "original [text 5]"), info(dump, "thumbnail [(null)]"),
+                                     info(dump, "mid_thumbnail [text 7]"), info(dump, "big_thumbnail [text 8]"),
+                                     info(dump, "name [text 9]"), info(dump, "content_type [(null)]"),
+                                     info(dump, "contents_token [text 11]"), info(dump, "download_count [4000000012]"),
+                                     info(dump, "max_download_count [4000000013]"), info(dump, "size [4000000014]"),
+                                     info(dump, "content_id [4000000015]")})}),
+                 whole("_common_free_share_content_info"));
 }
 
 // Whatever the length, and whatever stands at whatever place: nothing beyond the buffer is read, nothing larger than it
@@ -315,22 +311,17 @@ TEST(Wire, DecodingSurvivesEveryFailedAllocation)
 {
     const std::string bytes = bytes_of(make_share(2).get());
     int nth = 0;
+    int offset = 0;
     for (bool failed = true; failed;) {
         take_trace();
-        const std::unique_ptr<char[]> buffer = exact(bytes);
-        share *decoded = nullptr;
-        int offset = 0;
         const allocation_failure failure(++nth);
-        const zel_err_e result =
-            __get_share_content_info_list(buffer.get(), static_cast<int>(bytes.size()), &offset, &decoded);
+        const share_holder decoded = decode(bytes, &offset);
         failed = failure.happened();
-        EXPECT_EQ(result, failed ? ZEL_ERR_MEMORY : ZEL_ERR_NONE);
         EXPECT_EQ(decoded == nullptr, failed);
         const trace lines = take_trace();
         EXPECT_EQ(count_lines(lines, "CRITICAL", "Memory allcation failure") +
                       count_lines(lines, "CRITICAL", "Fail: Memory Allocation Failure"),
                   failed);
-        _common_free_share_content_info(decoded);
     }
     EXPECT_EQ(nth - 1, 1 + 5 + 2 * (1 + 5)) << "records and present strings, one allocation each";
 }
