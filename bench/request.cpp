@@ -61,9 +61,9 @@ request_holder new_request(size_t files)
     return request_holder(request, _common_free_zel_request);
 }
 
-side copy_and_release(size_t files)
+side copy_and_release(const request_holder &request)
 {
-    return {.run = [request = new_request(files)](size_t count) {
+    return {.run = [request](size_t count) {
         for (size_t i = 0; i < count; ++i) {
             zel_request copy;
             _common_copy_zel_request_members(request.get(), &copy);
@@ -125,9 +125,9 @@ GList *copy_texts_by_hand(const GList *source)
     ZEL_END();
 }
 
-side copy_and_release_by_hand(size_t files)
+side copy_and_release_by_hand(const request_holder &request)
 {
-    return {.run = [request = new_request(files)](size_t count) {
+    return {.run = [request](size_t count) {
         for (size_t i = 0; i < count; ++i) {
             zel_request copy;
             copy_by_hand(request.get(), &copy);
@@ -146,10 +146,11 @@ void add_request_measures()
             .bound = 1.1,
             .make =
                 [=] {
-                    return sides{copy_and_release(files), copy_and_release_by_hand(files)};
+                    const request_holder request = new_request(files);
+                    return sides{copy_and_release(request), copy_and_release_by_hand(request)};
                 },
         });
-    add_growth("copy and release a request's files", 10, copy_and_release);
+    add_growth("copy and release a request's files", 10, [](size_t n) { return copy_and_release(new_request(n)); });
     add_growth("numbering of a file whose numbers are taken", 10, [](size_t n) {
         const std::string name = memory_folder() + "/numbered-" + std::to_string(n);
         for (size_t i = 1; i <= n; ++i)
