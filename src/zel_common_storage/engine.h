@@ -3,12 +3,12 @@
  * variation of. A typical operation reads:
  *
  *     ZEL_BEGIN();
- *     if (!req_id || !size)
+ *     if (!req_id || !contents_token)
  *         return reject("Invalid parameter");
- *     query row(sql("SELECT total_size FROM %Q WHERE req_id = %u;", TABLE_UPLOAD_REQUEST_DATA, req_id));
+ *     query row(sql("SELECT contents_token FROM %Q WHERE req_id = %u;", TABLE_UPLOAD_REQUEST_DATA, req_id));
  *     const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
  *     if (result == ZEL_ERR_NONE)
- *         *size = ullong_column(row, 0);
+ *         hand_out_column(row, 0, contents_token);
  *     return finish(row, result);
  *
  * The functions that write a line for an operation take its name and line through their last parameter.
@@ -161,6 +161,21 @@ zel_err_e finish(query &rows, zel_err_e result, log_site site = log_here());
 /** For the operations that write an End line only when they succeeded. */
 zel_err_e finish_on_success(zel_err_e result, log_site site = log_here());
 zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site = log_here());
+
+/**
+ * Hands out one column of a query's first row, for the operations that say "Failed to get file" and
+ * ZEL_ERR_STORAGE_NO_RECORDS when there is none. Writes their End line.
+ */
+template <typename Value>
+zel_err_e read_value(const sql_text &statement, int column, Value (*read)(const query &, int), Value *value,
+                     log_site site)
+{
+    query row(statement, site);
+    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, site);
+    if (result == ZEL_ERR_NONE)
+        *value = read(row, column);
+    return finish(row, result, site);
+}
 
 /* Arrays of an unknown length. */
 

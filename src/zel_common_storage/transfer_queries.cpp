@@ -478,11 +478,7 @@ zel_err_e _common_storage_get_percentage_by_sync_id(unsigned int sync_id, unsign
         return reject("Invalid Params");
     if (!sync_id)
         return reject("Invalid parameter");
-    query row(row_by_sync_id(sync_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        *percentage = uint_column(row, COLUMN_CONTENT_SYNC_INFO_PERCENTAGE);
-    return finish(row, result);
+    return read_value(row_by_sync_id(sync_id), COLUMN_CONTENT_SYNC_INFO_PERCENTAGE, uint_column, percentage);
 }
 
 zel_err_e _common_storage_get_upload_info(int sync_id, unsigned int *offset, int *chunk_no)
@@ -522,11 +518,7 @@ zel_err_e _common_storage_get_sync_type_by_req_id(int req_id, int *sync_type)
     ZEL_BEGIN();
     if (!sync_type)
         return reject("Invalid Params");
-    query row(sql("SELECT sync_type FROM %Q WHERE req_id = %d;", TABLE, req_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        *sync_type = int_column(row, 0);
-    return finish(row, result);
+    return read_value(sql("SELECT sync_type FROM %Q WHERE req_id = %d;", TABLE, req_id), 0, int_column, sync_type);
 }
 
 zel_err_e _common_storage_get_sent_time_by_req_id(int req_id, int *sent_time)

@@ -155,11 +155,7 @@ zel_err_e _common_storage_get_upload_content_count(unsigned int req_id, int *cou
     if (!req_id || !count)
         return reject("Invalid parameter");
     *count = 0;
-    query row(sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        *count = int_column(row, 0);
-    return finish(row, result);
+    return read_value(sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id), 0, int_column, count);
 }
 
 zel_err_e _common_storage_get_upload_total_size(unsigned int req_id, unsigned long long *size)
@@ -167,11 +163,7 @@ zel_err_e _common_storage_get_upload_total_size(unsigned int req_id, unsigned lo
     ZEL_BEGIN();
     if (!req_id || !size)
         return reject("Invalid parameter");
-    query row(sql("SELECT total_size FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        *size = ullong_column(row, 0);
-    return finish(row, result);
+    return read_value(sql("SELECT total_size FROM %Q WHERE req_id = %u;", TABLE, req_id), 0, ullong_column, size);
 }
 
 zel_err_e _common_storage_get_upload_expire_time(unsigned int req_id, unsigned long long *expire_time)
@@ -179,11 +171,8 @@ zel_err_e _common_storage_get_upload_expire_time(unsigned int req_id, unsigned l
     ZEL_BEGIN();
     if (!req_id || !expire_time)
         return reject("Invalid parameter");
-    query row(sql("SELECT expired_time FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        *expire_time = ullong_column(row, 0);
-    return finish(row, result);
+    return read_value(sql("SELECT expired_time FROM %Q WHERE req_id = %u;", TABLE, req_id), 0, ullong_column,
+                      expire_time);
 }
 
 zel_err_e _common_storage_get_upload_contents_token(unsigned int req_id, char **contents_token)
@@ -203,11 +192,7 @@ zel_err_e _common_storage_get_upload_status(unsigned int req_id, int *status)
     ZEL_BEGIN();
     if (!req_id || !status)
         return reject("Invalid parameter");
-    query row(sql("SELECT status FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        *status = int_column(row, 0);
-    return finish(row, result);
+    return read_value(sql("SELECT status FROM %Q WHERE req_id = %u;", TABLE, req_id), 0, int_column, status);
 }
 
 zel_err_e _common_storage_get_upload_app_info(unsigned int req_id, unsigned int *app_type, char **description)
