@@ -168,7 +168,7 @@ zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site = log_h
  */
 template <typename Value>
 zel_err_e read_value(const sql_text &statement, int column, Value (*read)(const query &, int), Value *value,
-                     log_site site)
+                     log_site site = log_here())
 {
     query row(statement, site);
     const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, site);
