@@ -513,8 +513,9 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
     ZEL_BEGIN();
     if (!get_total_file_size || !get_total_file_num)
         return reject("Invalid Params");
+    const unsigned int duration = time_duration_hr * SECONDS_PER_HOUR; // wraps in 32 bits
     const unsigned long long now_time = _common_util_get_current_timestamp();
-    unsigned long long chk_time = now_time + HORIZON - time_duration_hr * SECONDS_PER_HOUR;
+    unsigned long long chk_time = now_time + HORIZON - duration;
     ZEL_INFO("now_time is %llu, chk_time is %llu", now_time, chk_time);
     chk_time *= 1000; // expiry is stored in milliseconds
     ZEL_INFO("chk_time is %llu", chk_time);
