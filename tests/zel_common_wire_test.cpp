@@ -226,6 +226,9 @@ TEST(Wire, EncodingAndSizesByteForByte)
     EXPECT_EQ(__set_share_content_info_list(bytes.data(), &(offset = 0), one.get()), ZEL_ERR_NONE);
     EXPECT_EQ(static_cast<unsigned int>(offset), size);
     EXPECT_EQ(one->content_info_list_length, 3u);
+    take_trace();
+    __print_share_content_info_list(one.get());
+    EXPECT_EQ(count_lines(take_trace(), "INFO", "thumbnail []"), 2);
 
     const item empty_item{};
     share empty_share{};
