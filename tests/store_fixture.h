@@ -139,6 +139,13 @@ inline trace finalized(const std::string &function, int code = SQLITE_OK)
     return debug(function, "sqlite3_finalize = [" + std::to_string(code) + "]");
 }
 
+/// The call gives this result and writes these lines.
+#define EXPECT_LOGGED(call, result, ...)                                                                               \
+    do {                                                                                                               \
+        EXPECT_EQ(call, result);                                                                                       \
+        EXPECT_TRACE(__VA_ARGS__);                                                                                     \
+    } while (false)
+
 inline char nowhere[16];
 /// What an output holds before a call: nothing that any operation would put there.
 template <typename T> T untouched()

@@ -111,11 +111,11 @@ TEST(StorageOpening, creates_tables_and_version_once)
 {
     raw_database database;
     for (const std::string missing : {"all", "folder_info", "none"}) {
-        EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
-        EXPECT_TRACE(missing == "none" ? whole(init, {debug(init, "DB Already Opened")})
-                                       : whole(init, {debug(init, "Opening DB.....\n"), debug(init, "DB open Success"),
-                                                      creation(missing), upgrade_from(missing == "all" ? 0 : 103),
-                                                      ran("PRAGMA user_version = 104"), end(upgrader)}));
+        EXPECT_LOGGED(_common_storage_init(), ZEL_ERR_NONE,
+                      missing == "none" ? whole(init, {debug(init, "DB Already Opened")})
+                                        : whole(init, {debug(init, "Opening DB.....\n"), debug(init, "DB open Success"),
+                                                       creation(missing), upgrade_from(missing == "all" ? 0 : 103),
+                                                       ran("PRAGMA user_version = 104"), end(upgrader)}));
         std::string names;
         for (const auto &[name, statement] : tables) {
             names += name + "\n";
@@ -131,29 +131,25 @@ TEST(StorageOpening, creates_tables_and_version_once)
                      "PRAGMA user_version = 103");
     }
     EXPECT_EQ(database.rows("SELECT * FROM unique_data"), "k|v|||\n");
-    EXPECT_EQ(_common_storage_db_create(), ZEL_ERR_NONE);
-    EXPECT_TRACE(creation("none"));
-    EXPECT_EQ(_common_storage_db_upgrade(), ZEL_ERR_NONE);
-    EXPECT_TRACE(upgrade_from(104));
+    EXPECT_LOGGED(_common_storage_db_create(), ZEL_ERR_NONE, creation("none"));
+    EXPECT_LOGGED(_common_storage_db_upgrade(), ZEL_ERR_NONE, upgrade_from(104));
 }
 
 TEST(StorageOpening, fails_and_is_tried_again)
 {
-    EXPECT_EQ(_common_storage_init(), ZEL_ERR_STORAGE_INIT_FAILURE);
-    EXPECT_TRACE(begin(init), debug(init, "Opening DB.....\n"), critical(init, "sqlite3_open error - 14"));
+    EXPECT_LOGGED(_common_storage_init(), ZEL_ERR_STORAGE_INIT_FAILURE, begin(init), debug(init, "Opening DB.....\n"),
+                  critical(init, "sqlite3_open error - 14"));
     unsigned int row_id = 77;
-    EXPECT_EQ(__execute_insert_query(insert.c_str(), &row_id), 0);
-    EXPECT_TRACE(critical("__execute_insert_query", "Invalid Param or sqlite handle is NULL"));
+    EXPECT_LOGGED(__execute_insert_query(insert.c_str(), &row_id), 0,
+                  critical("__execute_insert_query", "Invalid Param or sqlite handle is NULL"));
     EXPECT_EQ(row_id, 77u);
-    EXPECT_FALSE(__execute_query("SELECT 1"));
-    EXPECT_TRACE(lazy_opening("__execute_query", false));
-    EXPECT_EQ(__execute_select_query("SELECT 1"), nullptr);
-    EXPECT_TRACE(begin("__execute_select_query"), lazy_opening("__execute_select_query", false));
+    EXPECT_LOGGED(__execute_query("SELECT 1"), false, lazy_opening("__execute_query", false));
+    EXPECT_LOGGED(__execute_select_query("SELECT 1"), nullptr, begin("__execute_select_query"),
+                  lazy_opening("__execute_select_query", false));
     EXPECT_EQ(_g_sqlite_handle, nullptr);
 
     raw_database database; // makes the folder
-    EXPECT_TRUE(__execute_query("SELECT 1"));
-    EXPECT_TRACE(lazy_opening("__execute_query", true), ran("SELECT 1"));
+    EXPECT_LOGGED(__execute_query("SELECT 1"), true, lazy_opening("__execute_query", true), ran("SELECT 1"));
     EXPECT_EQ(database.rows("SELECT * FROM sqlite_master"), "");
 }
 
@@ -175,20 +171,20 @@ TEST(StorageOpening, ten_attempts_at_reading_the_schema_for_a_query)
     database.run("CREATE TABLE t (a)");
     database.lock();
     const std::string function = "__execute_select_query", statement = "SELECT a FROM t;";
-    EXPECT_EQ(__execute_select_query(statement.c_str()), nullptr);
-    EXPECT_TRACE(begin(function), lazy_opening(function, true), plain(function, "query[" + statement + "]"),
-                 ten_attempts(debug(function, raw_database().refusal(statement, true)), function));
+    EXPECT_LOGGED(__execute_select_query(statement.c_str()), nullptr, begin(function), lazy_opening(function, true),
+                  plain(function, "query[" + statement + "]"),
+                  ten_attempts(debug(function, raw_database().refusal(statement, true)), function));
     EXPECT_EQ(calls::sleep.calls(), 10);
 }
 
 TEST_F(StorageEngine, ten_attempts_at_a_busy_database)
 {
     database.lock();
-    EXPECT_FALSE(__execute_query(insert.c_str()));
-    EXPECT_TRACE(ran(insert), ten_attempts(debug("__execute_query", locked), "__execute_query"));
+    EXPECT_LOGGED(__execute_query(insert.c_str()), false, ran(insert),
+                  ten_attempts(debug("__execute_query", locked), "__execute_query"));
     unsigned int row_id = 77;
-    EXPECT_EQ(__execute_insert_query(insert.c_str(), &row_id), 0);
-    EXPECT_TRACE(inserting(insert), ten_attempts(critical("__execute_insert_query", locked), "__execute_insert_query"));
+    EXPECT_LOGGED(__execute_insert_query(insert.c_str(), &row_id), 0, inserting(insert),
+                  ten_attempts(critical("__execute_insert_query", locked), "__execute_insert_query"));
     EXPECT_EQ(row_id, 77u);
     EXPECT_EQ(calls::sleep.calls(), 20);
     EXPECT_EQ(last_sleep, 100u);
@@ -210,19 +206,16 @@ TEST_F(StorageEngine, one_attempt_at_a_bad_statement)
     unsigned int row_id = 77;
     for (const std::string bad : {"INSERT INTO nothing VALUES (1)", "INSERT gibberish",
                                   "INSERT INTO upload_request_data(req_id) VALUES (NULL)"}) {
-        EXPECT_FALSE(__execute_query(bad.c_str()));
-        EXPECT_TRACE(ran_in_vain(bad));
-        EXPECT_EQ(__execute_insert_query(bad.c_str(), &row_id), 0);
-        EXPECT_TRACE(inserted_in_vain(bad));
+        EXPECT_LOGGED(__execute_query(bad.c_str()), false, ran_in_vain(bad));
+        EXPECT_LOGGED(__execute_insert_query(bad.c_str(), &row_id), 0, inserted_in_vain(bad));
     }
     for (const std::string bad : {"SELECT * FROM nothing;", "SELECT gibberish; and more"}) {
-        EXPECT_EQ(__execute_select_query(bad.c_str()), nullptr);
-        EXPECT_TRACE(prepared_in_vain(bad));
+        EXPECT_LOGGED(__execute_select_query(bad.c_str()), nullptr, prepared_in_vain(bad));
     }
-    EXPECT_FALSE(__execute_query(nullptr));
-    EXPECT_TRACE(critical("__execute_query", "Invalid Param or sqlite handle is NULL"));
-    EXPECT_EQ(__execute_insert_query(nullptr, &row_id), 0);
-    EXPECT_TRACE(critical("__execute_insert_query", "Invalid Param or sqlite handle is NULL"));
+    EXPECT_LOGGED(__execute_query(nullptr), false,
+                  critical("__execute_query", "Invalid Param or sqlite handle is NULL"));
+    EXPECT_LOGGED(__execute_insert_query(nullptr, &row_id), 0,
+                  critical("__execute_insert_query", "Invalid Param or sqlite handle is NULL"));
     EXPECT_EQ(__execute_select_query(nullptr), nullptr);
     char body[100];
     snprintf(body, sizeof body, "NULL PARAM query[(nil)], sqlite_handle[%p]", static_cast<void *>(_g_sqlite_handle));
@@ -234,8 +227,7 @@ TEST_F(StorageEngine, one_attempt_at_a_bad_statement)
 TEST_F(StorageEngine, inserts_of_any_length_give_the_new_id)
 {
     database.run("INSERT INTO contact_details(id, req_id) VALUES (41, 1)");
-    EXPECT_EQ(__execute_insert_query(insert.c_str(), nullptr), 1);
-    EXPECT_TRACE(inserted(insert, 42));
+    EXPECT_LOGGED(__execute_insert_query(insert.c_str(), nullptr), 1, inserted(insert, 42));
     unsigned int row_id = 0;
     // 8016 bytes fill the buffer to its end, more do not fit.
     for (const size_t length : {size_t{8016}, size_t{8017}, size_t{8046}, size_t{100000}}) {
@@ -272,15 +264,12 @@ TEST_F(StorageEngine, the_row_callback_takes_the_row_id_column_only)
 TEST_F(StorageEngine, the_existence_test_answers_no_whenever_it_cannot_tell)
 {
     database.run("CREATE VIEW \"it's\" AS SELECT 1");
-    EXPECT_TRUE(_common_storage_check_table_exist("it's"));
-    EXPECT_TRACE(existence_test("it''s", "records found [1]"));
-    EXPECT_FALSE(_common_storage_check_table_exist("CONTENT_INFO"));
-    EXPECT_TRACE(existence_test("CONTENT_INFO", "no records [0]"));
-    EXPECT_FALSE(_common_storage_check_table_exist(nullptr));
-    EXPECT_TRACE(begin(tester), critical(tester, "Invalid Params"));
+    EXPECT_LOGGED(_common_storage_check_table_exist("it's"), true, existence_test("it''s", "records found [1]"));
+    EXPECT_LOGGED(_common_storage_check_table_exist("CONTENT_INFO"), false,
+                  existence_test("CONTENT_INFO", "no records [0]"));
+    EXPECT_LOGGED(_common_storage_check_table_exist(nullptr), false, begin(tester), critical(tester, "Invalid Params"));
     database.lock();
-    EXPECT_FALSE(_common_storage_check_table_exist("t"));
-    EXPECT_TRACE(existence_test("t", "No records found", SQLITE_BUSY));
+    EXPECT_LOGGED(_common_storage_check_table_exist("t"), false, existence_test("t", "No records found", SQLITE_BUSY));
     calls::sqlite_format.answer(0);
     EXPECT_FALSE(_common_storage_check_table_exist("t"));
     EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "ExecuteSelectQuery Failed "), 1);
@@ -293,14 +282,13 @@ TEST_F(StorageEngine, a_version_that_cannot_be_read_or_written)
     EXPECT_EQ(version, 104);
     database.run("PRAGMA user_version = 103; BEGIN IMMEDIATE"); // may be read, not written
     take_trace();
-    EXPECT_EQ(_common_storage_db_upgrade(), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(upgrade_from(103), ran("PRAGMA user_version = 104"),
-                 ten_attempts(debug("__execute_query", locked), "__execute_query"),
-                 critical(upgrader, "Failed to version up"), end(upgrader));
+    EXPECT_LOGGED(_common_storage_db_upgrade(), ZEL_ERR_STORAGE_FAILURE, upgrade_from(103),
+                  ran("PRAGMA user_version = 104"), ten_attempts(debug("__execute_query", locked), "__execute_query"),
+                  critical(upgrader, "Failed to version up"), end(upgrader));
     database.unlock();
     database.lock();
-    EXPECT_EQ(__common_storage_get_db_version(&version), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(
+    EXPECT_LOGGED(
+        __common_storage_get_db_version(&version), ZEL_ERR_STORAGE_FAILURE,
         whole(version_reader, {prepared("PRAGMA user_version;"), critical(version_reader, "Failed to get DB version"),
                                finalized(version_reader, SQLITE_BUSY)}));
     calls::sqlite_format.answer(0);

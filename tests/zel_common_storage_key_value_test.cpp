@@ -99,11 +99,10 @@ TEST_F(StorageKeyValue, the_callback_follows_the_write_even_if_that_failed)
     }
     called_with[0] = nullptr;
     for (const char *message : {"[key] is NULL_PARAM", "[val] is NULL_PARAM", "[pointer] is NULL_PARAM"}) {
-        EXPECT_EQ(_common_storage_upsert_and_involk_unique_data(message[1] == 'k' ? nullptr : key,
-                                                                message[1] == 'p' ? value : nullptr, "", "", "",
-                                                                message[1] == 'p' ? nullptr : on_involk),
-                  ZEL_ERR_INVALID_ARG);
-        EXPECT_TRACE(whole(function, {critical(function, message)}));
+        EXPECT_LOGGED(_common_storage_upsert_and_involk_unique_data(message[1] == 'k' ? nullptr : key,
+                                                                    message[1] == 'p' ? value : nullptr, "", "", "",
+                                                                    message[1] == 'p' ? nullptr : on_involk),
+                      ZEL_ERR_INVALID_ARG, whole(function, {critical(function, message)}));
     }
     EXPECT_EQ(called_with[0], nullptr) << "called after a rejection";
 }
@@ -116,9 +115,9 @@ TEST_F(StorageKeyValue, a_folder_write_merges)
     EXPECT_TRACE(merging(nullptr, token, 0,
                          join({prepared(get_group.statement), critical(get_group.function, "No records found"), read})),
                  ran("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', NULL, 0, 'f''', 0, 0)"), end(merger));
-    EXPECT_EQ(_common_storage_upsert_folder_info(group, nullptr, 0, nullptr, 0, 9), ZEL_ERR_NONE);
-    EXPECT_TRACE(merging(nullptr, nullptr, 9, join({prepared(get_group.statement), read})),
-                 ran("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', NULL, 0, 'f''', 0, 9)"), end(merger));
+    EXPECT_LOGGED(_common_storage_upsert_folder_info(group, nullptr, 0, nullptr, 0, 9), ZEL_ERR_NONE,
+                  merging(nullptr, nullptr, 9, join({prepared(get_group.statement), read})),
+                  ran("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', NULL, 0, 'f''', 0, 9)"), end(merger));
     expect_found(get_group, "wide 0\nwide 0\nwide 9\ntext NULL\ntext f'\n");
     EXPECT_EQ(_common_storage_upsert_folder_info(group, "c", 5000000000, nullptr, 0x8000000000000005, 0), ZEL_ERR_NONE);
     expect_found(get_group, "wide 5000000000\nwide 9223372036854775813\nwide 9\ntext c\ntext f'\n");
@@ -131,11 +130,11 @@ TEST_F(StorageKeyValue, a_folder_write_merges)
     expect_refused({{ZEL_CALL(upsert_folder_info, "g", nullptr, 0, nullptr, 0, 0), ""}}, no_group);
     const missing_table gone("folder_info");
     take_trace();
-    EXPECT_EQ(_common_storage_upsert_folder_info(group, value, 0, nullptr, 0, 0), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(merging(value, nullptr, 0,
-                         join({prepared_in_vain(get_group.statement), critical(get_group.function, kind.failure)})),
-                 ran_in_vain("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', 'v', 0, NULL, 0, 0)"),
-                 critical(merger, kind.failure), end(merger));
+    EXPECT_LOGGED(_common_storage_upsert_folder_info(group, value, 0, nullptr, 0, 0), ZEL_ERR_STORAGE_FAILURE,
+                  merging(value, nullptr, 0,
+                          join({prepared_in_vain(get_group.statement), critical(get_group.function, kind.failure)})),
+                  ran_in_vain("INSERT OR REPLACE INTO 'folder_info' VALUES ('g', 'v', 0, NULL, 0, 0)"),
+                  critical(merger, kind.failure), end(merger));
 }
 
 TEST_F(StorageKeyValue, a_folder_token_exists_when_it_is_not_empty)
@@ -148,8 +147,8 @@ TEST_F(StorageKeyValue, a_folder_token_exists_when_it_is_not_empty)
     expect_outcome({ZEL_CALL(exist_folder_token, "empty", &out.flag), ""}, ZEL_ERR_NONE, "flag 0\n",
                    whole(function, {prepared(where + "'empty';"), finalized(function)}));
     bool exists = false;
-    EXPECT_EQ(_common_storage_exist_folder_token("some", &exists), ZEL_ERR_NONE);
-    EXPECT_TRACE(
+    EXPECT_LOGGED(
+        _common_storage_exist_folder_token("some", &exists), ZEL_ERR_NONE,
         whole(function, {prepared(where + "'some';"), debug(function, "get folder token [f]"), finalized(function)}));
     EXPECT_TRUE(exists);
     const store_call missing = {ZEL_CALL(exist_folder_token, "x", &out.flag), ""};

@@ -134,8 +134,8 @@ TEST_F(StorageReceivedShares, a_share_is_stored_and_read_back)
                       critical(item_adder, "Invalid parameter"), added(2, "2, 3", "'o2', '', '', '', 0, '', ''")}));
     EXPECT_EQ(first.content_id, 1u);
     EXPECT_EQ(second.content_id, 2u);
-    EXPECT_EQ(_common_storage_add_notification(&share), ZEL_ERR_INVALID_ARG);
-    EXPECT_TRACE(begin(adder), existence(test, items, true), critical(adder, "already exist contents token t'"));
+    EXPECT_LOGGED(_common_storage_add_notification(&share), ZEL_ERR_INVALID_ARG, begin(adder),
+                  existence(test, items, true), critical(adder, "already exist contents token t'"));
     g_list_free(share.content_info_list);
 
     EXPECT_EQ(_common_storage_update_status_content_info("t'", QUILLO_PUSH_STATUS_SHARE_RECALLED), ZEL_ERR_NONE);
@@ -152,8 +152,8 @@ TEST_F(StorageReceivedShares, a_share_is_stored_and_read_back)
     const std::string statement =
         "INSERT into 'content_info' VALUES (NULL, 1, 0, 0, 't', '', '', '', NULL, '', '', '', "
         "'', 0, '', '', NULL)";
-    EXPECT_EQ(_common_storage_add_content_info(&bare, "t", nullptr, nullptr, nullptr, nullptr, 1), ZEL_ERR_NONE);
-    EXPECT_TRACE(
+    EXPECT_LOGGED(
+        _common_storage_add_content_info(&bare, "t", nullptr, nullptr, nullptr, nullptr, 1), ZEL_ERR_NONE,
         whole(item_adder, {inserted(statement, 3), info(item_adder, "[ZEL] err_code: [0] Query: " + statement)}));
     expect_refused({data, {ZEL_CALL(get_contents, "t", &out.share), ""}}, bad_params);
     expect_refused({{ZEL_CALL(exist_content_info, "t"), ""}}, answers_no);
@@ -162,9 +162,9 @@ TEST_F(StorageReceivedShares, a_share_is_stored_and_read_back)
     expect_failure(data, ZEL_ERR_STORAGE_FAILURE, reader + " Failed");
     expect_failure({ZEL_CALL(get_contents, "t'", &out.share), ""}, ZEL_ERR_STORAGE_FAILURE, "Failed to get file");
     bare.content_id = 77;
-    EXPECT_EQ(_common_storage_add_content_info(&bare, "t", "", "", "", nullptr, 1), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(whole(item_adder, {inserted_in_vain(statement), critical(item_adder, "Failed to add content"),
-                                    info(item_adder, "[ZEL] err_code: [15] Query: " + statement)}));
+    EXPECT_LOGGED(_common_storage_add_content_info(&bare, "t", "", "", "", nullptr, 1), ZEL_ERR_STORAGE_FAILURE,
+                  whole(item_adder, {inserted_in_vain(statement), critical(item_adder, "Failed to add content"),
+                                     info(item_adder, "[ZEL] err_code: [15] Query: " + statement)}));
     EXPECT_EQ(bare.content_id, 77u);
 }
 
@@ -194,19 +194,17 @@ TEST_F(StorageReceivedShares, deletions_reach_the_items)
                                  "DELETE FROM 'push_noti_info' WHERE contents_token = 't'"};
     const store_call expired = {ZEL_CALL(delete_expired_push_noti, 100),
                                 "DELETE FROM 'push_noti_info' WHERE expired_time < 100"};
-    const std::string item_deleters[] = {"_common_storage_delete_content_info",
-                                         "_common_storage_delete_expired_content_info"};
-    const std::string item_statements[] = {"DELETE FROM 'content_info' WHERE contents_token = 't'",
-                                           "DELETE FROM 'content_info' WHERE expired_time < 100"};
-    for (const size_t i : {0u, 1u}) {
+    for (const store_call &made : {by_token, expired}) {
         database.run(
             "DELETE FROM push_noti_info; DELETE FROM content_info; INSERT INTO push_noti_info(contents_token, "
             "expired_time) VALUES ('t', 99), ('u', 100); INSERT INTO content_info(contents_token, expired_time, "
             "from_msisdn, original, thumbnail, big_thumbnail, mid_thumbnail) VALUES ('t', 99, '', '', '', '', "
             "''), ('u', 100, '', '', '', '', '')");
-        const store_call &made = i == 0 ? by_token : expired;
+        std::string deleter = made.function, statement = made.statement;
+        deleter.replace(deleter.find("push_noti"), 9, "content_info");
+        statement.replace(statement.find("push_noti"), 9, "content");
         expect_outcome(made, ZEL_ERR_NONE, "",
-                       whole(made.function, {ran(made.statement), whole(item_deleters[i], {ran(item_statements[i])})}));
+                       whole(made.function, {ran(made.statement), whole(deleter, {ran(statement)})}));
         EXPECT_EQ(database.value("SELECT contents_token FROM push_noti_info"), "u");
         EXPECT_EQ(database.value("SELECT contents_token FROM content_info"), "u");
     }

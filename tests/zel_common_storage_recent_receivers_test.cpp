@@ -106,11 +106,11 @@ TEST_F(StorageRecentReceivers, groups_are_created_refreshed_and_listed_by_recenc
     const std::string create = "INSERT into 'recent_receiver_group' VALUES (NULL, 1, CURRENT_TIMESTAMP)";
     const std::string refresh =
         "UPDATE 'recent_receiver_group' SET time_stamp = CURRENT_TIMESTAMP WHERE index_value = 1";
-    EXPECT_EQ(_common_storage_update_timestamp_recent_receiver_group(1), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(stamp, {counted(group_count), info(stamp, "add group id [1]"), inserted(create, 1)}));
+    EXPECT_LOGGED(_common_storage_update_timestamp_recent_receiver_group(1), ZEL_ERR_NONE,
+                  whole(stamp, {counted(group_count), info(stamp, "add group id [1]"), inserted(create, 1)}));
     database.run("UPDATE recent_receiver_group SET time_stamp = '1970-01-01 00:00:00'");
-    EXPECT_EQ(_common_storage_update_timestamp_recent_receiver_group(1), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(stamp, {counted(group_count), info(stamp, "update time_stamp group_id [1]"), ran(refresh)}));
+    EXPECT_LOGGED(_common_storage_update_timestamp_recent_receiver_group(1), ZEL_ERR_NONE,
+                  whole(stamp, {counted(group_count), info(stamp, "update time_stamp group_id [1]"), ran(refresh)}));
     EXPECT_EQ(database.value("SELECT count(*) FROM recent_receiver_group WHERE time_stamp > '2000'"), "1");
 
     for (const int group : {2, 3})

@@ -276,11 +276,10 @@ TEST_F(StorageTransferQueries, urls_and_paths_of_a_request)
     database.run("UPDATE content_info_status SET content_type = NULL, local_path = '' WHERE sync_id = 2; "
                  "UPDATE content_info_status SET content_type = '' WHERE sync_id = 3");
     const auto restored = [](const std::string &what) { return info(urls.function, "restore url_info " + what); };
-    store_call found = urls;
-    found.answer = "url original1 type1\nurl original3 \n";
-    found.inside = join({restored("url = original1"), restored("content_type = type1"), restored("url = original3"),
-                         restored("content_type = ")});
-    expect_answers({found});
+    expect_outcome(
+        urls, ZEL_ERR_NONE, "url original1 type1\nurl original3 \n",
+        whole(urls.function, {prepared(urls.statement), restored("url = original1"), restored("content_type = type1"),
+                              restored("url = original3"), restored("content_type = "), finalized(urls.function)}));
     expect_outcome(paths, ZEL_ERR_NONE, "number 2\nnumber 1700000001\ntext path1\ntext path3\n",
                    join({head, prepared(statement), info(reader, "[Reshare] sent_time [1700000001]"),
                          plain(reader, "local_path[path1]"), plain(reader, "local_path[path1]"),

@@ -67,14 +67,13 @@ TEST_F(StorageTransfers, a_transfer_is_added_with_each_field_in_its_column)
     const std::string adder = "_common_storage_add_sync_content_info";
     const scripted_clock clock(6000000000, 0);
     zel_content_sync_info full = full_record(), bare = {};
-    EXPECT_EQ(_common_storage_add_sync_content_info(&full), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(adder, {inserted(full_insert, 1)}));
+    EXPECT_LOGGED(_common_storage_add_sync_content_info(&full), ZEL_ERR_NONE, whole(adder, {inserted(full_insert, 1)}));
     EXPECT_EQ(full.sync_id, 1u);
-    EXPECT_EQ(_common_storage_add_sync_content_info(&bare), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(adder, {current_time("6000000000"),
-                               inserted("INSERT into 'content_info_status' VALUES (NULL,0,0,0,0,0,0,0,0,0,6000000000,"
-                                        "'','','', '', '', '', '')",
-                                        2)}));
+    EXPECT_LOGGED(_common_storage_add_sync_content_info(&bare), ZEL_ERR_NONE,
+                  whole(adder, {current_time("6000000000"),
+                                inserted("INSERT into 'content_info_status' VALUES (NULL,0,0,0,0,0,0,0,0,0,6000000000,"
+                                         "'','','', '', '', '', '')",
+                                         2)}));
     EXPECT_EQ(bare.sync_id, 2u);
     EXPECT_EQ(bare.sent_time, 6000000000u);
 
@@ -103,13 +102,14 @@ TEST_F(StorageTransfers, a_rewrite_keeps_what_it_does_not_name)
     database.run("INSERT INTO content_info_status VALUES (77, 0, 0, 0, 0, 0, 0, 41, 0, 0, 0, 'a', 'kept type', 'b', "
                  "'c', 'd', 'kept path', 'kept key')");
     zel_content_sync_info record = full_record();
-    EXPECT_EQ(_common_storage_update_sync_content_info(&record), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole("_common_storage_update_sync_content_info",
-                       {current_time("1700000000"),
-                        ran("UPDATE 'content_info_status' set sync_type = 3, status = 3, content_id = 4000000001, "
-                            "\treq_id = 4000000002, wifi_only = 4000000003, sent_time = 1700000000, fail_retry_count = "
-                            "4000000004, offset = 4000000006, chunk_no = -7, \tcontents_token = 't''', original = 'o', "
-                            "\tthumbnail = 'th', name = 'n' WHERE sync_id = 77")}));
+    EXPECT_LOGGED(
+        _common_storage_update_sync_content_info(&record), ZEL_ERR_NONE,
+        whole("_common_storage_update_sync_content_info",
+              {current_time("1700000000"),
+               ran("UPDATE 'content_info_status' set sync_type = 3, status = 3, content_id = 4000000001, "
+                   "\treq_id = 4000000002, wifi_only = 4000000003, sent_time = 1700000000, fail_retry_count = "
+                   "4000000004, offset = 4000000006, chunk_no = -7, \tcontents_token = 't''', original = 'o', "
+                   "\tthumbnail = 'th', name = 'n' WHERE sync_id = 77")}));
     EXPECT_EQ(database.rows("SELECT percentage, content_type, local_path, mupload_key FROM content_info_status"),
               "41|kept type|kept path|kept key\n");
     record.name = nullptr;
@@ -130,7 +130,7 @@ TEST_F(StorageTransfers, changes_rejections_and_failures)
     const missing_table gone(table);
     const std::string adder = "_common_storage_add_sync_content_info";
     zel_content_sync_info record = full_record();
-    EXPECT_EQ(_common_storage_add_sync_content_info(&record), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(whole(adder, {inserted_in_vain(full_insert), critical(adder, "Failed to add file")}));
+    EXPECT_LOGGED(_common_storage_add_sync_content_info(&record), ZEL_ERR_STORAGE_FAILURE,
+                  whole(adder, {inserted_in_vain(full_insert), critical(adder, "Failed to add file")}));
     EXPECT_EQ(record.sync_id, 77u);
 }

@@ -90,13 +90,6 @@ const store_call paths = {ZEL_CALL(get_upload_content_path_list, R, &out.text_li
 const store_call texts = {ZEL_CALL(get_upload_receipients_details, R, out.counts[0], &out.text_list),
                           "SELECT * FROM 'contact_details' WHERE req_id = 3000000005;"};
 const std::string path_lister = "_common_storage_get_sync_content_info_file_path_list";
-trace reading(const std::string &token)
-{
-    return info("_common_storage_get_upload_data",
-                "Reqid [3000000005]: total_size: [6000000000] file_count: [3] exp.time: [5000000000] receipient_count: "
-                "[3] upload_status: [2] sent_time: [7000000000] contents_token: [" +
-                    token + "]\n");
-}
 const trace filled = whole("__fill_upload_receiver_info");
 
 } // namespace
@@ -110,14 +103,14 @@ TEST_F(StorageUploads, a_request_is_added_with_each_field_in_its_column)
     const std::string adder = "_common_storage_add_upload_request_info";
     const std::string head = "INSERT into 'upload_request_data' VALUES (NULL,3000000005,3000000001,1,3000000002,"
                              "6000000000,5000000000, ";
-    EXPECT_EQ(_common_storage_add_upload_request_info(&info), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(adder, {now, inserted(head + "'',2,NULL,1700000000)", 1)}));
+    EXPECT_LOGGED(_common_storage_add_upload_request_info(&info), ZEL_ERR_NONE,
+                  whole(adder, {now, inserted(head + "'',2,NULL,1700000000)", 1)}));
     EXPECT_EQ(info.unique_id, 1u);
     info.contents_token = info.description = text;
     const missing_table gone(requests);
-    EXPECT_EQ(_common_storage_add_upload_request_info(&info), ZEL_ERR_STORAGE_FAILURE);
-    EXPECT_TRACE(whole(
-        adder, {now, inserted_in_vain(head + "'t''',2,'t''',1700000000)"), critical(adder, "Failed to add file")}));
+    EXPECT_LOGGED(_common_storage_add_upload_request_info(&info), ZEL_ERR_STORAGE_FAILURE,
+                  whole(adder, {now, inserted_in_vain(head + "'t''',2,'t''',1700000000)"),
+                                critical(adder, "Failed to add file")}));
     EXPECT_EQ(info.unique_id, 1u);
     EXPECT_EQ(info.sent_time, 1700000000u);
     EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, bad.message, _common_storage_add_upload_request_info, nullptr);
@@ -222,8 +215,8 @@ TEST_F(StorageUploads, lists_of_request_ids)
     for (const store_call &list : counted_lists)
         expect_failure(list, ZEL_ERR_STORAGE_FAILURE, no_file);
     unsigned int count = 0;
-    EXPECT_EQ(_common_storage_get_upload_list_details(nullptr, &count), ZEL_ERR_INVALID_ARG);
-    EXPECT_TRACE(critical("_common_storage_get_upload_list_details", bad_outputs.message));
+    EXPECT_LOGGED(_common_storage_get_upload_list_details(nullptr, &count), ZEL_ERR_INVALID_ARG,
+                  critical("_common_storage_get_upload_list_details", bad_outputs.message));
 }
 
 TEST_F(StorageUploads, recipients_and_paths_have_as_many_places_as_asked)
@@ -276,6 +269,11 @@ TEST_F(StorageUploads, the_report_of_a_request)
     const store_call report = {ZEL_CALL(get_upload_data, R, &out.report), ""},
                      other = {ZEL_CALL(get_upload_data, 5, &out.report), ""};
     const std::string name = report.function, lister = people.function;
+    const auto reading = [&name](const std::string &token) {
+        return info(name, "Reqid [3000000005]: total_size: [6000000000] file_count: [3] exp.time: [5000000000] "
+                          "receipient_count: [3] upload_status: [2] sent_time: [7000000000] contents_token: [" +
+                              token + "]\n");
+    };
     expect_refused({report}, {"Invalid params", FIRST | POINTERS});
     expect_failure(report, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     add_request();
@@ -310,10 +308,10 @@ TEST_F(StorageUploads, the_report_of_a_request)
 
     take_trace();
     zel_trans_upload_info files = {};
-    EXPECT_EQ(_common_storage_get_sync_content_info_file_path_list(5, &files), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(path_lister, {prepared("SELECT * FROM 'content_info_status' WHERE req_id = 5;"),
-                                     plain(path_lister, "[Filepath] p1"), plain(path_lister, "[Filepath] "),
-                                     finalized(path_lister)}));
+    EXPECT_LOGGED(_common_storage_get_sync_content_info_file_path_list(5, &files), ZEL_ERR_NONE,
+                  whole(path_lister, {prepared("SELECT * FROM 'content_info_status' WHERE req_id = 5;"),
+                                      plain(path_lister, "[Filepath] p1"), plain(path_lister, "[Filepath] "),
+                                      finalized(path_lister)}));
     g_list_free_full(files.file_path_list, g_free);
     expect_refusals(path_lister, {bad.message, EVERYTHING, true}, _common_storage_get_sync_content_info_file_path_list,
                     5, &files);
