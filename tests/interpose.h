@@ -15,9 +15,9 @@ namespace zel_test
 {
 
 inline thread_local struct allocation_counts {
-    int count;
+    int count; ///< since the last allocation_failure began
     int failing;
-    size_t largest;
+    size_t largest; ///< bytes of the largest single request
 } allocations;
 
 /// While it lives, the n-th allocation of the calling thread fails (g_try_*, malloc, calloc, realloc in static code).
@@ -32,19 +32,6 @@ class allocation_failure
     ~allocation_failure()
     {
         allocations.failing = 0;
-    }
-    bool happened() const
-    {
-        return allocations.failing != 0 && allocations.count >= allocations.failing;
-    }
-    int count() const
-    {
-        return allocations.count;
-    }
-    /// Bytes of the largest single request.
-    size_t largest() const
-    {
-        return allocations.largest;
     }
 };
 
