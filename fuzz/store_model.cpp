@@ -3,478 +3,236 @@
 #include "fuzz.h"
 #include "zel_common_storage.h"
 #include "zel_common_storage/engine.h"
-#include "zel_common_storage/received_shares.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
-#include <optional>
-#include <vector>
 
 namespace
 {
 
-using text = std::optional<std::string>;
+// Few, so that rows meet. The first stands for an absent text.
+const char *const words[] = {nullptr, "", "a", "b", "it's", "100 %s \xff"};
 
-struct transfer {
-    long long type, status, content_id, req_id, wifi_only, retries, percentage, offset, chunk;
-    text token, content_type, original, thumbnail, name, path, key;
-};
 struct folder {
-    text content, token;
-    unsigned long long content_time = 0, token_time = 0, sync_time = 0;
-};
-struct notification {
-    std::string token;
-    text type;
-    unsigned long long expired, received;
-    int state = 0;
-};
-struct values {
-    std::string value[4];
+    const char *content, *token;
+    std::array<unsigned long long, 3> times; ///< of the content, of the token, of the sync
 };
 
 struct model {
-    std::map<std::string, values> keys;
     std::map<std::string, folder> folders;
-    std::map<long long, transfer> transfers;
-    std::vector<notification> notifications;
-    long long last_transfer = 0;
+    std::map<unsigned int, zel_content_sync_info> transfers; ///< texts are among the words
+    unsigned int last_transfer = 0;
 
-    template <typename Which, typename Change> void change(Which which, Change change)
-    {
-        for (auto &[id, row] : transfers)
-            if (which(id, row))
-                change(row);
-    }
-    template <typename Which> void remove(Which which)
-    {
-        std::erase_if(transfers, [&](const auto &row) { return which(row.first, row.second); });
-    }
     template <typename Which> int count(Which which) const
     {
-        return static_cast<int>(std::count_if(transfers.begin(), transfers.end(),
-                                              [&](const auto &row) { return which(row.first, row.second); }));
+        return static_cast<int>(
+            std::count_if(transfers.begin(), transfers.end(), [&](const auto &row) { return which(row.second); }));
     }
 };
 
-std::string shown(const text &value)
+std::string shown(const char *value)
 {
-    return value ? "'" + *value + "'|" : "NULL|";
+    return value ? value : "NULL";
 }
 
-std::string shown(long long value)
+std::string shown(std::integral auto value)
 {
-    return std::to_string(value) + "|";
+    return std::to_string(value);
 }
 
-/// Rows as the model has them.
 std::string rows_of(const model &rows)
 {
     std::string all;
-    for (const auto &[key, row] : rows.keys)
-        all +=
-            shown(key) + shown(row.value[0]) + shown(row.value[1]) + shown(row.value[2]) + shown(row.value[3]) + "\n";
+    const auto add = [&all](const auto &...values) { all += ((shown(values) + "|") + ...) + "\n"; };
+    const auto text = [](const char *value) { return value ? value : ""; }; // transfers know no absent ones
     for (const auto &[group, row] : rows.folders)
-        all += shown(group) + shown(row.content) + shown(static_cast<long long>(row.content_time)) + shown(row.token) +
-               shown(static_cast<long long>(row.token_time)) + shown(static_cast<long long>(row.sync_time)) + "\n";
+        add(group.c_str(), row.content, row.times[0], row.token, row.times[1], row.times[2]);
     for (const auto &[id, row] : rows.transfers)
-        all += shown(id) + shown(row.type) + shown(row.status) + shown(row.content_id) + shown(row.req_id) +
-               shown(row.wifi_only) + shown(row.retries) + shown(row.percentage) + shown(row.offset) +
-               shown(row.chunk) + shown(row.token) + shown(row.content_type) + shown(row.original) +
-               shown(row.thumbnail) + shown(row.name) + shown(row.path) + shown(row.key) + "\n";
-    for (const notification &row : rows.notifications)
-        all += shown(row.token) + shown(row.type) + shown(static_cast<long long>(row.expired)) + shown(row.state) +
-               shown(static_cast<long long>(row.received)) + "\n";
+        add(id, static_cast<int>(row.type), static_cast<int>(row.status), row.content_id, row.req_id, row.wifi_only,
+            row.fail_retry_count, row.percentage, row.offset, row.chunk_no, text(row.contents_token),
+            text(row.original), text(row.thumbnail), text(row.name), text(row.local_path), text(row.mupload_key));
     return all;
 }
 
-/// Rows as the database has them.
 std::string stored_rows()
 {
     std::string all;
-    for (const char *query : {"SELECT * FROM unique_data ORDER BY key", "SELECT * FROM folder_info ORDER BY group_id",
+    for (const char *query : {"SELECT * FROM folder_info ORDER BY group_id",
                               "SELECT sync_id, sync_type, status, content_id, req_id, wifi_only, fail_retry_count, "
-                              "percentage, offset, chunk_no, contents_token, content_type, original, thumbnail, name, "
-                              "local_path, mupload_key FROM content_info_status ORDER BY sync_id",
-                              "SELECT contents_token, type, expired_time, read_noti, received_time FROM "
-                              "push_noti_info ORDER BY id"}) {
+                              "percentage, offset, chunk_no, contents_token, original, thumbnail, name, local_path, "
+                              "mupload_key FROM content_info_status ORDER BY sync_id"}) {
         sqlite3_stmt *statement = nullptr;
         REQUIRE(sqlite3_prepare_v2(_g_sqlite_handle, query, -1, &statement, nullptr) == SQLITE_OK);
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-                const auto *value = reinterpret_cast<const char *>(sqlite3_column_text(statement, i));
-                if (sqlite3_column_type(statement, i) == SQLITE_INTEGER)
-                    all += std::string(value) + "|";
-                else
-                    all += shown(value ? text(value) : text());
-            }
-            all += "\n";
-        }
+        for (; sqlite3_step(statement) == SQLITE_ROW; all += "\n")
+            for (int i = 0; i < sqlite3_column_count(statement); ++i)
+                all += shown(reinterpret_cast<const char *>(sqlite3_column_text(statement, i))) + "|";
         sqlite3_finalize(statement);
     }
     return all;
 }
 
-/// Arguments out of the input: few enough of each for rows to meet.
-struct arguments : FuzzedDataProvider {
-    using FuzzedDataProvider::FuzzedDataProvider;
-
-    std::string word()
-    {
-        const auto length = ConsumeIntegralInRange<size_t>(0, 12);
-        return ConsumeBytesAsString(length).c_str();
-    }
-    text maybe()
-    {
-        return ConsumeBool() ? text(word()) : text();
-    }
-    std::string key()
-    {
-        return ConsumeBool() ? std::string(1, ConsumeIntegralInRange('a', 'c')) : word();
-    }
-    int small()
-    {
-        return ConsumeIntegralInRange(-1, 6);
-    }
-    unsigned int any()
-    {
-        return ConsumeBool() ? ConsumeIntegralInRange(0U, 3U) : ConsumeIntegral<unsigned int>();
-    }
-    unsigned long long time()
-    {
-        return ConsumeIntegralInRange(0ULL, 5ULL);
-    }
-};
-
-const char *pointer(const text &value)
+void folder_step(FuzzedDataProvider &in, model &rows)
 {
-    return value ? value->c_str() : nullptr;
-}
-
-char *writable(text &value)
-{
-    return value ? value->data() : nullptr;
-}
-
-/// Takes over what an operation has handed out.
-text taken(char *value)
-{
-    const text result = value ? text(value) : text();
-    g_free(value);
-    return result;
-}
-
-int code_of(bool valid)
-{
-    return valid ? ZEL_ERR_NONE : ZEL_ERR_INVALID_ARG;
-}
-
-void key_step(arguments &in, model &rows)
-{
-    const std::string key = in.key();
-    const auto found = rows.keys.find(key);
-    char *out[4] = {};
-    switch (in.ConsumeIntegralInRange(0, 2)) {
-    case 0: {
-        const std::string value = in.word();
-        const text more[3] = {in.maybe(), in.maybe(), in.maybe()};
-        REQUIRE(_common_storage_upsert_unique_data(key.c_str(), value.c_str(), pointer(more[0]), pointer(more[1]),
-                                                   pointer(more[2])) == ZEL_ERR_NONE);
-        rows.keys[key] = {{value, more[0].value_or(""), more[1].value_or(""), more[2].value_or("")}};
-        break;
-    }
-    case 1:
-        REQUIRE(_common_storage_delete_unique_data(key.c_str()) == ZEL_ERR_NONE);
-        rows.keys.erase(key);
-        break;
-    default:
-        REQUIRE(_common_storage_get_unique_data(key.c_str(), &out[0], &out[1], &out[2], &out[3]) ==
-                (found == rows.keys.end() ? ZEL_ERR_RESOURCE_DOESNT_EXIST : ZEL_ERR_NONE));
-        for (int i = 0; i < 4; ++i)
-            REQUIRE(taken(out[i]) == (found == rows.keys.end() ? text() : text(found->second.value[i])));
-        break;
-    }
-}
-
-void folder_step(arguments &in, model &rows)
-{
-    const std::string group = in.key();
+    const std::string group = in.PickValueInArray({"", "a", "it's"});
     const auto found = rows.folders.find(group);
-    const bool known = found != rows.folders.end();
-    const int when_known = known ? ZEL_ERR_NONE : ZEL_ERR_RESOURCE_DOESNT_EXIST;
-    switch (in.ConsumeIntegralInRange(0, 3)) {
-    case 0: {
-        const folder add = {in.maybe(), in.maybe(), in.time(), in.time(), in.time()};
-        REQUIRE(_common_storage_upsert_folder_info(group.c_str(), pointer(add.content), add.content_time,
-                                                   pointer(add.token), add.token_time, add.sync_time) == ZEL_ERR_NONE);
-        folder &row = rows.folders[group];
-        row.content = add.content ? add.content : row.content;
-        row.token = add.token ? add.token : row.token;
-        row.content_time = add.content_time ? add.content_time : row.content_time;
-        row.token_time = add.token_time ? add.token_time : row.token_time;
-        row.sync_time = add.sync_time ? add.sync_time : row.sync_time;
+    const folder row = found == rows.folders.end() ? folder() : found->second;
+    const auto time = [&in] { return in.ConsumeIntegralInRange(0ULL, 3ULL); };
+    folder now = {in.PickValueInArray(words), in.PickValueInArray(words), {time(), time(), time()}};
+    switch (in.ConsumeIntegralInRange(0, 2)) {
+    case 0:
+        REQUIRE(_common_storage_upsert_folder_info(group.c_str(), now.content, now.times[0], now.token, now.times[1],
+                                                   now.times[2]) == ZEL_ERR_NONE);
+        // What is not given stays as it was.
+        now.content = now.content ? now.content : row.content;
+        now.token = now.token ? now.token : row.token;
+        for (size_t i = 0; i < now.times.size(); ++i)
+            now.times[i] = now.times[i] ? now.times[i] : row.times[i];
+        rows.folders[group] = now;
         break;
-    }
     case 1:
         REQUIRE(_common_storage_delete_folder_info(group.c_str()) == ZEL_ERR_NONE);
         rows.folders.erase(group);
         break;
-    case 2: {
-        bool exists = true;
-        REQUIRE(_common_storage_exist_folder_token(group.c_str(), &exists) == when_known);
-        REQUIRE(exists == (known && !found->second.token.value_or("").empty()));
-        break;
-    }
     default: {
         char *content = nullptr, *token = nullptr;
-        folder read;
-        REQUIRE(_common_storage_get_folder_info(group.c_str(), &content, &read.content_time, &token, &read.token_time,
-                                                &read.sync_time) == when_known);
-        const folder expected = known ? found->second : folder();
-        REQUIRE(taken(content) == expected.content && taken(token) == expected.token);
-        REQUIRE(read.content_time == expected.content_time && read.token_time == expected.token_time &&
-                read.sync_time == expected.sync_time);
+        now.times = {};
+        REQUIRE(_common_storage_get_folder_info(group.c_str(), &content, &now.times[0], &token, &now.times[1],
+                                                &now.times[2]) ==
+                (found == rows.folders.end() ? ZEL_ERR_RESOURCE_DOESNT_EXIST : ZEL_ERR_NONE));
+        REQUIRE(shown(content) == shown(row.content) && shown(token) == shown(row.token) && now.times == row.times);
+        g_free(content);
+        g_free(token);
         break;
     }
     }
 }
 
-void notification_step(arguments &in, model &rows)
+zel_file_sync_type any_type(FuzzedDataProvider &in)
 {
-    const std::string token = in.key();
-    const unsigned long long time = in.time();
-    const auto is_it = [&](const notification &row) { return row.token == token; };
-    const bool known = std::any_of(rows.notifications.begin(), rows.notifications.end(), is_it);
-    switch (in.ConsumeIntegralInRange(0, 5)) {
-    case 0: {
-        const text type = in.maybe();
-        REQUIRE(_common_storage_add_push_noti_info(token.c_str(), pointer(type), time, 0) == ZEL_ERR_NONE);
-        if (!known)
-            rows.notifications.push_back({token, type, time, 0});
-        break;
+    return static_cast<zel_file_sync_type>(in.ConsumeIntegralInRange(0, 3));
+}
+
+zel_file_sync_status any_status(FuzzedDataProvider &in)
+{
+    return static_cast<zel_file_sync_status>(in.ConsumeIntegralInRange(0, 5));
+}
+
+/// Adds a transfer, or rewrites the one of this id.
+void record_step(FuzzedDataProvider &in, model &rows)
+{
+    char *texts[6];
+    for (char *&text : texts)
+        text = const_cast<char *>(in.PickValueInArray(words));
+    const auto id = in.ConsumeIntegralInRange(0U, 5U), number = in.ConsumeIntegralInRange(0U, 5U);
+    const auto retries = in.ConsumeIntegralInRange(0U, 7U);
+    zel_content_sync_info info = {id,       any_type(in), any_status(in), 1,        number,  number & 1,
+                                  retries,  number,       number,         -1,       5,       texts[0],
+                                  texts[1], texts[2],     texts[3],       texts[4], texts[5]};
+    if (in.ConsumeBool()) {
+        REQUIRE(_common_storage_add_sync_content_info(&info) == ZEL_ERR_NONE);
+        REQUIRE(info.sync_id == ++rows.last_transfer);
+        rows.transfers[info.sync_id] = info;
+        return;
     }
-    case 1:
-        REQUIRE(_common_storage_delete_expired_push_noti(time) == ZEL_ERR_NONE);
-        std::erase_if(rows.notifications, [&](const notification &row) { return row.expired < time; });
-        break;
-    case 2:
-        REQUIRE(_common_storage_update_read_push_noti(token.c_str()) == ZEL_ERR_NONE);
-        for (notification &row : rows.notifications)
-            if (row.type == token && row.state == 0)
-                row.state = 1;
-        break;
-    case 3:
-        REQUIRE(_common_storage_update_check_delete_push_noti(token.c_str()) == ZEL_ERR_NONE);
-        for (notification &row : rows.notifications)
-            if (is_it(row))
-                row.state = 2;
-        break;
-    case 4:
-        REQUIRE(_common_storage_delete_push_noti(token.c_str()) == ZEL_ERR_NONE);
-        std::erase_if(rows.notifications, is_it);
-        break;
-    default: {
-        const bool unread = in.ConsumeBool();
-        const text type = in.ConsumeBool() ? text(token) : text();
-        std::vector<std::string> expected, read;
-        bool any = false;
-        for (const notification &row : rows.notifications) {
-            if (type && row.type != type)
-                continue;
-            if (unread ? row.state != 0 : row.state == 2)
-                continue;
-            any = true;
-            if (!row.token.empty())
-                expected.push_back(row.token);
-        }
-        char **tokens = nullptr;
-        unsigned int length = 0;
-        REQUIRE(_common_storage_get_contents_token_list(pointer(type), unread, &tokens, &length) ==
-                (any ? ZEL_ERR_NONE : ZEL_ERR_RESOURCE_DOESNT_EXIST));
-        for (unsigned int i = 0; i < length; ++i)
-            read.push_back(taken(tokens[i]).value());
-        free(tokens);
-        // All arrived at the same time: in any order.
-        std::sort(read.begin(), read.end());
-        std::sort(expected.begin(), expected.end());
-        REQUIRE(read == expected);
-        break;
-    }
+    // The first four texts must be there, if a row is to be rewritten.
+    const auto found = rows.transfers.find(id);
+    const bool known = found != rows.transfers.end();
+    const bool refused = known && std::find(texts, texts + 4, nullptr) != texts + 4;
+    REQUIRE(_common_storage_update_sync_content_info(&info) == (refused ? ZEL_ERR_STORAGE_FAILURE : ZEL_ERR_NONE));
+    if (known && !refused) {
+        const zel_content_sync_info old = std::exchange(found->second, info);
+        found->second.percentage = old.percentage;
+        found->second.local_path = old.local_path;
+        found->second.mupload_key = old.mupload_key;
     }
 }
 
-void transfer_step(arguments &in, model &rows)
+/// Arguments of a change of transfers.
+struct wish {
+    int id, req_id;
+    zel_file_sync_type type;
+    zel_file_sync_status status, other;
+};
+
+struct change {
+    int (*call)(const wish &it);
+    int wish::*above_zero; ///< NULL when any argument will do
+    bool (*meets)(const wish &it, const zel_content_sync_info &row);
+    void (*apply)(const wish &it, zel_content_sync_info &row); ///< NULL to remove the row
+};
+
+bool by_id(const wish &it, const zel_content_sync_info &row)
 {
-    const int id = in.small();
-    const int req_id = in.small();
-    const auto status = static_cast<zel_file_sync_status>(in.ConsumeIntegralInRange(0, 5));
-    const auto other = static_cast<zel_file_sync_status>(in.ConsumeIntegralInRange(0, 5));
-    const auto type = static_cast<zel_file_sync_type>(in.ConsumeIntegralInRange(0, 3));
-    const unsigned int number = in.any();
-    const auto this_row = [&](long long row_id, const transfer &) { return row_id == id; };
-    const auto of_request = [&](long long, const transfer &row) { return row.req_id == req_id; };
-    const bool good_id = id > 0, good_request = req_id > 0;
-    switch (in.ConsumeIntegralInRange(0, 15)) {
-    case 0:
-    case 1: {
-        text token = in.maybe(), original = in.maybe(), thumbnail = in.maybe(), name = in.maybe(), path = in.maybe(),
-             key = in.maybe();
-        const unsigned int retries = in.ConsumeIntegralInRange(0U, 7U);
-        zel_content_sync_info info = {77,
-                                      type,
-                                      status,
-                                      1,
-                                      number,
-                                      number,
-                                      retries,
-                                      number,
-                                      number,
-                                      id,
-                                      5,
-                                      writable(token),
-                                      writable(original),
-                                      writable(thumbnail),
-                                      writable(name),
-                                      writable(path),
-                                      writable(key)};
-        if (in.ConsumeBool()) {
-            REQUIRE(_common_storage_add_sync_content_info(&info) == ZEL_ERR_NONE);
-            REQUIRE(info.sync_id == ++rows.last_transfer);
-            rows.transfers[info.sync_id] = {type,
-                                            status,
-                                            1,
-                                            number,
-                                            number,
-                                            retries,
-                                            number,
-                                            number,
-                                            id,
-                                            token.value_or(""),
-                                            "",
-                                            original.value_or(""),
-                                            thumbnail.value_or(""),
-                                            name.value_or(""),
-                                            path.value_or(""),
-                                            key.value_or("")};
-            break;
-        }
-        info.sync_id = static_cast<unsigned int>(id);
-        // The four texts must be there, if a row is to be rewritten.
-        const bool complete = token && original && thumbnail && name;
-        const bool refused = !complete && rows.transfers.count(id) != 0;
-        REQUIRE(_common_storage_update_sync_content_info(&info) == (refused ? ZEL_ERR_STORAGE_FAILURE : ZEL_ERR_NONE));
-        if (!refused)
-            rows.change(this_row, [&](transfer &row) {
-                row = {type,  status,           1,        number,    number, retries,  row.percentage, number, id,
-                       token, row.content_type, original, thumbnail, name,   row.path, row.key};
-            });
-        break;
+    return static_cast<int>(row.sync_id) == it.id;
+}
+
+#define CALL(name, ...) [](const wish &it) -> int { return _common_storage_##name(__VA_ARGS__); }
+#define ROW(...) [](const wish &it, const zel_content_sync_info &row) -> bool { return __VA_ARGS__; }
+#define CHANGE(...) [](const wish &it, zel_content_sync_info &row) { static_cast<void>(it), __VA_ARGS__; }
+
+const change changes[] = {
+    {CALL(set_failed_status_sync_content_info, it.id), &wish::id, by_id,
+     CHANGE(row.req_id = 0, row.status = ZEL_SYNC_FAILED)},
+    {CALL(update_status_sync_content_info, it.id, it.status), &wish::id, by_id, CHANGE(row.status = it.status)},
+    {CALL(update_status_sync_content_info_by_req_id, it.req_id, it.status, it.other), &wish::req_id,
+     ROW(static_cast<int>(row.req_id) == it.req_id && row.status == it.other), CHANGE(row.status = it.status)},
+    {CALL(set_all_status_sync_content_info, it.type, it.status, it.other), nullptr,
+     ROW(row.type == it.type && row.status == it.status), CHANGE(row.status = it.other)},
+    {CALL(update_upload_info, it.id, 4000000000U, it.req_id), &wish::id, by_id,
+     CHANGE(row.offset = 4000000000U, row.chunk_no = it.req_id)},
+    {CALL(delete_sync_content_info, static_cast<unsigned int>(std::max(it.id, 0))), &wish::id, by_id, nullptr},
+    {CALL(delete_sync_content_info_based_on_param, static_cast<unsigned int>(it.req_id), it.type, it.status), nullptr,
+     ROW(static_cast<int>(row.req_id) == it.req_id && row.type == it.type && row.status == it.status), nullptr},
+};
+
+void change_step(FuzzedDataProvider &in, model &rows)
+{
+    const change &chosen = changes[in.ConsumeIntegralInRange<size_t>(0, std::size(changes) - 1)];
+    const wish it = {in.ConsumeIntegralInRange(-1, 6), in.ConsumeIntegralInRange(-1, 6), any_type(in), any_status(in),
+                     any_status(in)};
+    const bool valid = !chosen.above_zero || it.*chosen.above_zero > 0;
+    REQUIRE(chosen.call(it) == (valid ? ZEL_ERR_NONE : ZEL_ERR_INVALID_ARG));
+    for (auto &[id, row] : rows.transfers)
+        if (valid && chosen.apply && chosen.meets(it, row))
+            chosen.apply(it, row);
+    if (valid && !chosen.apply)
+        std::erase_if(rows.transfers, [&](const auto &row) { return chosen.meets(it, row.second); });
+}
+
+void question_step(FuzzedDataProvider &in, model &rows)
+{
+    const auto type = any_type(in);
+    const auto status = any_status(in);
+    const int consider = in.ConsumeIntegralInRange(-2, 2), limit = in.ConsumeIntegralInRange(0, 4);
+    const int expected = rows.count([&](const zel_content_sync_info &row) {
+        const unsigned int retries = row.fail_retry_count;
+        return row.status == status && row.type == type &&
+               (consider == -1 || (consider == 0 ? retries == 0 : retries >= 1 && retries <= 5));
+    });
+    int count = -77;
+    const bool unheard_of = consider < -1 || consider > 1;
+    REQUIRE(_common_storage_get_sync_content_info_count(type, status, consider, &count) ==
+            (unheard_of ? ZEL_ERR_STORAGE_FAILURE
+             : expected ? ZEL_ERR_NONE
+                        : ZEL_ERR_STORAGE_NO_RECORDS));
+    REQUIRE(count == (unheard_of || expected == 0 ? -77 : expected));
+
+    const int matching = std::min(limit, rows.count([&](const zel_content_sync_info &row) {
+        return row.status == status && (type == ZEL_UNKNOWN || row.type == type) &&
+               (status != ZEL_SYNC_FAILED || row.fail_retry_count <= 5);
+    }));
+    GList *list = nullptr;
+    REQUIRE(_common_storage_get_sync_content_info_list(type, status, &list, limit) ==
+            (matching ? ZEL_ERR_NONE : ZEL_ERR_STORAGE_NO_RECORDS));
+    REQUIRE(static_cast<int>(g_list_length(list)) == matching);
+    for (const GList *node = list; node; node = node->next) {
+        const auto *const read = static_cast<zel_content_sync_info *>(node->data);
+        const zel_content_sync_info &row = rows.transfers.at(read->sync_id);
+        REQUIRE(row.status == status && row.offset == read->offset && row.chunk_no == read->chunk_no);
+        REQUIRE(std::string(row.name ? row.name : "") == (read->name ? read->name : ""));
     }
-    case 2:
-        REQUIRE(_common_storage_set_failed_status_sync_content_info(id) == code_of(good_id));
-        rows.change(this_row, [&](transfer &row) { row.req_id = 0, row.status = ZEL_SYNC_FAILED; });
-        break;
-    case 3:
-        REQUIRE(_common_storage_update_status_sync_content_info(id, status) == code_of(good_id));
-        rows.change(this_row, [&](transfer &row) { row.status = status; });
-        break;
-    case 4:
-        REQUIRE(_common_storage_update_status_sync_content_info_by_sync_id(id, status, other) == code_of(good_id));
-        rows.change(this_row, [&](transfer &row) { row.status = row.status == other ? status : row.status; });
-        break;
-    case 5:
-        REQUIRE(_common_storage_update_status_sync_content_info_by_req_id(req_id, status, other) ==
-                code_of(good_request));
-        if (good_request)
-            rows.change(of_request, [&](transfer &row) { row.status = row.status == other ? status : row.status; });
-        break;
-    case 6:
-        REQUIRE(_common_storage_set_all_status_sync_content_info(type, status, other) == ZEL_ERR_NONE);
-        rows.change([&](long long, const transfer &row) { return row.type == type && row.status == status; },
-                    [&](transfer &row) { row.status = other; });
-        break;
-    case 7:
-        REQUIRE(_common_storage_update_percentage_sync_content_info(id, number) == code_of(good_id));
-        rows.change(this_row, [&](transfer &row) { row.percentage = static_cast<int>(number); });
-        break;
-    case 8:
-        REQUIRE(_common_storage_update_upload_info(id, number, req_id) == code_of(good_id));
-        rows.change(this_row, [&](transfer &row) { row.offset = number, row.chunk = req_id; });
-        break;
-    case 9: {
-        const text url = in.maybe(), content_type = in.maybe();
-        REQUIRE(_common_storage_update_url_info(static_cast<unsigned int>(id), pointer(url), pointer(content_type)) ==
-                code_of(id != 0));
-        rows.change(this_row, [&](transfer &row) { row.original = url.value_or(""), row.content_type = content_type; });
-        break;
-    }
-    case 10:
-        REQUIRE(_common_storage_delete_sync_content_info(static_cast<unsigned int>(id)) == code_of(id != 0));
-        rows.remove(this_row);
-        break;
-    case 11:
-        REQUIRE(_common_storage_delete_sync_content_info_based_on_param(number, type, status) == ZEL_ERR_NONE);
-        rows.remove([&](long long, const transfer &row) {
-            return row.req_id == number && row.type == type && row.status == status;
-        });
-        break;
-    case 12: {
-        const int consider = in.ConsumeIntegralInRange(-2, 2);
-        const int expected = rows.count([&](long long, const transfer &row) {
-            return row.status == status && row.type == type &&
-                   (consider == -1 || (consider == 0 ? row.retries == 0 : row.retries >= 1 && row.retries <= 5));
-        });
-        int count = -77;
-        const int code = _common_storage_get_sync_content_info_count(type, status, consider, &count);
-        if (consider < -1 || consider > 1)
-            REQUIRE(code == ZEL_ERR_STORAGE_FAILURE && count == -77);
-        else if (expected)
-            REQUIRE(code == ZEL_ERR_NONE && count == expected);
-        else
-            REQUIRE(code == ZEL_ERR_STORAGE_NO_RECORDS && count == -77);
-        if (consider == 0)
-            REQUIRE(_common_storage_get_batch_count(type, status, false) == std::max(10 - expected, 0));
-        break;
-    }
-    case 13: {
-        const int limit = in.ConsumeIntegralInRange(0, 4);
-        const int matching = rows.count([&](long long, const transfer &row) {
-            return row.status == status && (type == ZEL_UNKNOWN || row.type == type) &&
-                   (status != ZEL_SYNC_FAILED || row.retries <= 5);
-        });
-        GList *list = nullptr;
-        REQUIRE(_common_storage_get_sync_content_info_list(type, status, &list, limit) ==
-                (std::min(matching, limit) ? ZEL_ERR_NONE : ZEL_ERR_STORAGE_NO_RECORDS));
-        REQUIRE(static_cast<int>(g_list_length(list)) == std::min(matching, limit));
-        long long retries = 0;
-        for (const GList *node = list; node; node = node->next) {
-            const auto *const read = static_cast<zel_content_sync_info *>(node->data);
-            const transfer &row = rows.transfers.at(read->sync_id);
-            REQUIRE(read->status == status && row.offset == read->offset && row.chunk == read->chunk_no);
-            REQUIRE((read->name ? read->name : "") == row.name);
-            REQUIRE(status != ZEL_SYNC_FAILED || row.retries >= retries);
-            retries = row.retries;
-        }
-        g_list_free_full(list, _common_storage_free_sync_content_info);
-        break;
-    }
-    case 14: {
-        bool completed = false;
-        REQUIRE(_common_storage_check_all_file_completed_by_req_id(req_id, &completed) == code_of(req_id != 0));
-        if (req_id)
-            REQUIRE(completed == (rows.count([&](long long, const transfer &row) {
-                        return row.req_id == req_id && row.status != ZEL_SYNC_COMPLETE && row.status != ZEL_SYNC_FAILED;
-                    }) == 0));
-        break;
-    }
-    default:
-        if (in.ConsumeIntegralInRange(0, 7) != 0)
-            break;
-        REQUIRE(_common_storage_clear() == ZEL_ERR_NONE);
-        rows.transfers.clear();
-        rows.notifications.clear();
-        break;
-    }
+    g_list_free_full(list, _common_storage_free_sync_content_info);
 }
 
 } // namespace
@@ -484,27 +242,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     static const int in_memory = sqlite3_vfs_register(sqlite3_vfs_find("memdb"), 1);
     static const int opened = _common_storage_init();
     REQUIRE(in_memory == SQLITE_OK && opened == ZEL_ERR_NONE);
-    REQUIRE(sqlite3_exec(_g_sqlite_handle,
-                         "DELETE FROM unique_data; DELETE FROM folder_info; DELETE FROM content_info_status;"
-                         "DELETE FROM push_noti_info; DELETE FROM sqlite_sequence",
-                         nullptr, nullptr, nullptr) == SQLITE_OK);
-    arguments in(data, size);
+    const char *const empty = "DELETE FROM folder_info; DELETE FROM content_info_status; DELETE FROM sqlite_sequence";
+    REQUIRE(sqlite3_exec(_g_sqlite_handle, empty, nullptr, nullptr, nullptr) == SQLITE_OK);
+    FuzzedDataProvider in(data, size);
     model rows;
-    for (int steps = 0; in.remaining_bytes() && steps < 60; ++steps) {
-        switch (in.ConsumeIntegralInRange(0, 4)) {
-        case 0:
-            key_step(in, rows);
-            break;
-        case 1:
-            folder_step(in, rows);
-            break;
-        case 2:
-            notification_step(in, rows);
-            break;
-        default:
-            transfer_step(in, rows);
-            break;
-        }
+    for (int i = 0; in.remaining_bytes() && i < 60; ++i) {
+        in.PickValueInArray({folder_step, record_step, change_step, change_step, question_step})(in, rows);
         REQUIRE(stored_rows() == rows_of(rows));
     }
     return 0;

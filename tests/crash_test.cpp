@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
 #include <iostream>
 #include <random>
 #include <sys/wait.h>
@@ -16,37 +15,32 @@ using namespace zel_test;
 namespace
 {
 
-constexpr int STEPS = 90;
+constexpr size_t STEPS = 90;
 
 /// The n-th write of a fixed sequence. The first opens the store; each is one statement but for that one.
-zel_err_e write_step(int n)
+zel_err_e write_step(unsigned int n)
 {
     if (n == 0)
         return _common_storage_init();
-    const int cycle = n / 6; // each adds two rows
+    const unsigned int cycle = n / 6; // each adds two rows
     // Long enough at times to spill over to further pages.
-    std::string text = "text " + std::to_string(n) + std::string(static_cast<size_t>(n % 7) * 1500, 'x');
+    std::string text = "text " + std::to_string(n) + std::string(n % 7 * 1500, 'x');
+    zel_content_sync_info info = {};
+    info.sync_id = 2 * cycle + 2;
+    info.req_id = n;
+    info.contents_token = info.original = info.thumbnail = info.name = info.local_path = text.data();
     switch (n % 6) {
     case 1:
-    case 2: {
-        zel_content_sync_info info = {};
-        info.type = ZEL_UPLOAD_FILE;
-        info.req_id = static_cast<unsigned int>(n);
-        info.name = info.local_path = text.data();
+    case 2:
         return _common_storage_add_sync_content_info(&info);
-    }
-    case 3: {
-        zel_content_sync_info info = {};
-        info.sync_id = static_cast<unsigned int>(2 * cycle + 2);
-        info.contents_token = info.original = info.thumbnail = info.name = text.data();
+    case 3:
         return _common_storage_update_sync_content_info(&info);
-    }
     case 4:
-        return _common_storage_update_status_sync_content_info(2 * cycle + 1, ZEL_SYNC_COMPLETE);
+        return _common_storage_update_status_sync_content_info(static_cast<int>(2 * cycle + 1), ZEL_SYNC_COMPLETE);
     case 5:
         return _common_storage_upsert_unique_data(std::to_string(n % 4).c_str(), text.c_str(), "", "", "");
     default:
-        return _common_storage_delete_sync_content_info(static_cast<unsigned int>(cycle));
+        return _common_storage_delete_sync_content_info(cycle);
     }
 }
 
@@ -56,20 +50,35 @@ void start_afresh()
     std::filesystem::create_directories(database_folder);
 }
 
-/// Writes until it is killed, a byte into the pipe for each success.
-[[noreturn]] void write_until_killed(int acknowledgements)
+/// Has a child write, a byte into a pipe for each success, and kills it at a random moment. Gives the number of bytes.
+size_t acknowledged_before_kill(std::mt19937 &random)
 {
-    for (int n = 0; n < STEPS; ++n)
-        if (write_step(n) != ZEL_ERR_NONE || write(acknowledgements, "", 1) != 1)
-            _exit(1);
-    for (;;)
-        pause();
-}
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    const pid_t writer = fork();
+    if (writer == 0) {
+        for (unsigned int n = 0; n < STEPS; ++n)
+            if (write_step(n) != ZEL_ERR_NONE || write(ends[1], "", 1) != 1)
+                _exit(1);
+        for (;;)
+            pause();
+    }
+    close(ends[1]);
 
-int kills_wanted()
-{
-    const char *number = std::getenv("ZEL_CRASHES");
-    return number ? std::atoi(number) : 40;
+    char byte = 0;
+    size_t acknowledged = 0;
+    const size_t wanted = random() % STEPS;
+    while (acknowledged < wanted && read(ends[0], &byte, 1) == 1)
+        ++acknowledged;
+    usleep(static_cast<useconds_t>(random() % 1000)); // to somewhere within the next write or two
+    EXPECT_TRUE(writer > 0 && kill(writer, SIGKILL) == 0);
+    int status = 0;
+    EXPECT_EQ(waitpid(writer, &status, 0), writer);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
+    while (read(ends[0], &byte, 1) == 1)
+        ++acknowledged;
+    close(ends[0]);
+    return acknowledged;
 }
 
 } // namespace
@@ -80,7 +89,7 @@ TEST(StorageCrash, acknowledged_writes_survive_a_kill)
     const scripted_clock clock(1000, 0);
     start_afresh();
     std::vector<std::string> states = {""};
-    for (int n = 0; n < STEPS; ++n) {
+    for (unsigned int n = 0; n < STEPS; ++n) {
         ASSERT_EQ(write_step(n), ZEL_ERR_NONE) << n;
         states.push_back(stored_rows());
         ASSERT_NE(states[states.size() - 2], states.back()) << n;
@@ -89,38 +98,13 @@ TEST(StorageCrash, acknowledged_writes_survive_a_kill)
 
     const unsigned int seed = std::random_device()();
     std::mt19937 random(seed);
-    const int kills = kills_wanted();
-    int in_flight = 0;
-    int hot_journals = 0;
-    for (int kill_number = 1; kill_number <= kills && !HasFailure(); ++kill_number) {
-        SCOPED_TRACE("seed " + std::to_string(seed) + ", kill " + std::to_string(kill_number));
+    const char *const number = std::getenv("ZEL_CRASHES");
+    const int kills = number ? std::atoi(number) : 40;
+    int in_flight = 0, hot_journals = 0;
+    for (int done = 0; done < kills && !HasFailure(); ++done) {
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", kill " + std::to_string(done + 1));
         start_afresh();
-        int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
-        const pid_t writer = fork();
-        ASSERT_GE(writer, 0);
-        if (writer == 0) {
-            close(ends[0]);
-            write_until_killed(ends[1]);
-        }
-        close(ends[1]);
-
-        char byte = 0;
-        size_t acknowledged = 0;
-        const size_t wanted = random() % STEPS;
-        while (acknowledged < wanted && read(ends[0], &byte, 1) == 1)
-            ++acknowledged;
-        // Somewhere within the next write or two.
-        const timespec moment = {0, static_cast<long>(random() % 1000000)};
-        nanosleep(&moment, nullptr);
-        ASSERT_EQ(kill(writer, SIGKILL), 0);
-        int status = 0;
-        ASSERT_EQ(waitpid(writer, &status, 0), writer);
-        EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
-        while (read(ends[0], &byte, 1) == 1)
-            ++acknowledged;
-        close(ends[0]);
-
+        const size_t acknowledged = acknowledged_before_kill(random);
         hot_journals += std::filesystem::exists(database_file + "-journal");
         EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
         const std::string found = stored_rows();

@@ -5,11 +5,13 @@
 namespace
 {
 
-unsigned failing_calls = 0;
-int failing_call = 0;
-bool lasting_failure = false;
-int failure_code = 0;
-int calls = 0;
+struct {
+    unsigned calls;
+    int nth;
+    bool lasting;
+    int code;
+    int met;
+} planned;
 bool read_only_disk = false;
 
 sqlite3_mem_methods memory;
@@ -19,12 +21,12 @@ sqlite3_vfs faulty;
 /// What a call is to report instead of being carried out; SQLITE_OK to go on.
 int fault(unsigned call, int usual_code)
 {
-    if ((failing_calls & call) == 0)
+    if ((planned.calls & call) == 0)
         return SQLITE_OK;
-    ++calls;
-    if (calls < failing_call || (calls > failing_call && !lasting_failure))
+    ++planned.met;
+    if (planned.met < planned.nth || (planned.met > planned.nth && !planned.lasting))
         return SQLITE_OK;
-    return failure_code ? failure_code : usual_code;
+    return planned.code ? planned.code : usual_code;
 }
 
 /// Stands in front of the real file's record, which wants this alignment.
@@ -37,41 +39,33 @@ sqlite3_file *real(sqlite3_file *shim)
     return reinterpret_cast<sqlite3_file *>(reinterpret_cast<file *>(shim) + 1);
 }
 
-const sqlite3_io_methods methods = {
-    1,
-    [](sqlite3_file *it) { return real(it)->pMethods ? real(it)->pMethods->xClose(real(it)) : SQLITE_OK; },
-    [](sqlite3_file *it, void *buffer, int size, sqlite3_int64 offset) {
-        const int code = fault(zel_test::DISK_READ, SQLITE_IOERR_READ);
-        return code ? code : real(it)->pMethods->xRead(real(it), buffer, size, offset);
-    },
-    [](sqlite3_file *it, const void *buffer, int size, sqlite3_int64 offset) {
-        const int code = fault(zel_test::DISK_WRITE, SQLITE_IOERR_WRITE);
-        return code ? code : real(it)->pMethods->xWrite(real(it), buffer, size, offset);
-    },
-    [](sqlite3_file *it, sqlite3_int64 size) {
-        const int code = fault(zel_test::DISK_TRUNCATE, SQLITE_IOERR_TRUNCATE);
-        return code ? code : real(it)->pMethods->xTruncate(real(it), size);
-    },
-    [](sqlite3_file *, int) { return fault(zel_test::DISK_SYNC, SQLITE_IOERR_FSYNC); },
-    [](sqlite3_file *it, sqlite3_int64 *size) {
-        const int code = fault(zel_test::DISK_SIZE, SQLITE_IOERR_FSTAT);
-        return code ? code : real(it)->pMethods->xFileSize(real(it), size);
-    },
-    [](sqlite3_file *it, int level) {
-        const int code = fault(zel_test::DISK_LOCK, SQLITE_IOERR_LOCK);
-        return code ? code : real(it)->pMethods->xLock(real(it), level);
-    },
-    [](sqlite3_file *it, int level) { return real(it)->pMethods->xUnlock(real(it), level); },
-    [](sqlite3_file *it, int *locked) { return real(it)->pMethods->xCheckReservedLock(real(it), locked); },
-    [](sqlite3_file *it, int what, void *data) { return real(it)->pMethods->xFileControl(real(it), what, data); },
-    [](sqlite3_file *it) { return real(it)->pMethods->xSectorSize(real(it)); },
-    [](sqlite3_file *it) { return real(it)->pMethods->xDeviceCharacteristics(real(it)); },
-    nullptr,
-    nullptr,
-    nullptr,
-    nullptr,
-    nullptr,
-    nullptr};
+/// Carries out the real file's method, unless the call is to fail; call 0 never is.
+template <auto METHOD, unsigned CALL = 0, int CODE = 0, typename... Arguments>
+int pass(sqlite3_file *it, Arguments... arguments)
+{
+    const int code = fault(CALL, CODE);
+    return code ? code : (real(it)->pMethods->*METHOD)(real(it), arguments...);
+}
+
+const sqlite3_io_methods methods = [] {
+    using io = sqlite3_io_methods;
+    using namespace zel_test;
+    io it = {};
+    it.iVersion = 1;
+    it.xClose = [](sqlite3_file *shim) { return real(shim)->pMethods ? pass<&io::xClose>(shim) : SQLITE_OK; };
+    it.xRead = pass<&io::xRead, DISK_READ, SQLITE_IOERR_READ>;
+    it.xWrite = pass<&io::xWrite, DISK_WRITE, SQLITE_IOERR_WRITE>;
+    it.xTruncate = pass<&io::xTruncate, DISK_TRUNCATE, SQLITE_IOERR_TRUNCATE>;
+    it.xSync = [](sqlite3_file *, int) { return fault(DISK_SYNC, SQLITE_IOERR_FSYNC); };
+    it.xFileSize = pass<&io::xFileSize, DISK_SIZE, SQLITE_IOERR_FSTAT>;
+    it.xLock = pass<&io::xLock, DISK_LOCK, SQLITE_IOERR_LOCK>;
+    it.xUnlock = pass<&io::xUnlock>;
+    it.xCheckReservedLock = pass<&io::xCheckReservedLock>;
+    it.xFileControl = pass<&io::xFileControl>;
+    it.xSectorSize = pass<&io::xSectorSize>;
+    it.xDeviceCharacteristics = pass<&io::xDeviceCharacteristics>;
+    return it;
+}();
 
 int open_file(sqlite3_vfs *, const char *name, sqlite3_file *it, int flags, int *given)
 {
@@ -108,11 +102,9 @@ void use_faulty_disk()
     sqlite3_shutdown();
     sqlite3_config(SQLITE_CONFIG_GETMALLOC, &memory);
     sqlite3_mem_methods failing = memory;
-    failing.xMalloc = [](int size) {
-        return fault(zel_test::SQLITE_MEMORY, SQLITE_NOMEM) ? nullptr : memory.xMalloc(size);
-    };
+    failing.xMalloc = [](int size) { return fault(SQLITE_MEMORY, SQLITE_NOMEM) ? nullptr : memory.xMalloc(size); };
     failing.xRealloc = [](void *block, int size) {
-        return fault(zel_test::SQLITE_MEMORY, SQLITE_NOMEM) ? nullptr : memory.xRealloc(block, size);
+        return fault(SQLITE_MEMORY, SQLITE_NOMEM) ? nullptr : memory.xRealloc(block, size);
     };
     sqlite3_config(SQLITE_CONFIG_MALLOC, &failing);
     sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
@@ -136,23 +128,19 @@ void make_disk_read_only(bool read_only)
     read_only_disk = read_only;
 }
 
-disk_fault::disk_fault(unsigned which, int nth, bool lasting, int code)
+disk_fault::disk_fault(unsigned calls, int nth, bool lasting, int code)
 {
-    failing_calls = which;
-    failing_call = nth;
-    lasting_failure = lasting;
-    failure_code = code;
-    calls = 0;
+    planned = {calls, nth, lasting, code, 0};
 }
 
 disk_fault::~disk_fault()
 {
-    failing_calls = 0;
+    planned.calls = 0;
 }
 
 bool disk_fault::happened() const
 {
-    return calls >= failing_call;
+    return planned.met >= planned.nth;
 }
 
 } // namespace zel_test
