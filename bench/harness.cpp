@@ -267,6 +267,7 @@ void add_growth(const std::string &name, size_t n, std::function<side(size_t n)>
                     return made;
                 },
             .same_lines = false,
+            .seconds = 1.0,
         });
     }
 }

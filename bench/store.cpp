@@ -58,7 +58,7 @@ void add_beside(const std::string &name, const statements &around, Own own, Peer
                 },
             .same_lines = !on_disk,
             .source = on_disk ? time_source::clock : time_source::thread_cpu,
-            .seconds = on_disk ? 1.0 : 4.0,
+            .seconds = on_disk ? 0.5 : 4.0,
         });
     }
 }
