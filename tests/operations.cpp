@@ -29,7 +29,7 @@ std::string shown(const char *value)
 template <typename T>
 requires std::is_arithmetic_v<T> || std::is_enum_v<T> std::string shown(T value)
 {
-    return std::to_string(static_cast<long long>(value));
+    return std::to_string(+value); // an enumeration counts as its number
 }
 
 /// A line of these values.
