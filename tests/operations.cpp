@@ -152,20 +152,19 @@ constexpr unsigned long long MEMORY = bit(ZEL_ERR_MEMORY);
 constexpr bool ASKS = false;
 constexpr bool WRITES = true;
 
-using texts = std::initializer_list<const char *>;
-constexpr texts NEVER = {};
-constexpr texts NOTHING = {""};
-constexpr texts FALSEHOOD = {"flag 0\n"};
-constexpr texts FAILED = {"Memory Allocation Failed!!"};
-constexpr texts NO_MEMORY = {"Memory Allocation Failure"};
-constexpr texts NO_REPORT = {"Failed to malloc", "Memory Allocation Failure"};
-constexpr texts NO_GROUPS = {"number 0\n"};
-constexpr texts NO_ITEMS = {"", "count 3\n"};
-constexpr texts NO_PATHS = {"",
-                            "report 7 5000 2 1000000000000 1000 word 1\nperson word word 1 0\nperson word word 2 0\n"};
-constexpr texts FULL_BATCH = {"number 10\n"};
-constexpr texts FEWER_PEOPLE = {"count 0\n", "count 1\nperson word word 1 1\n", "count 1\nperson word word 2 2\n"};
-constexpr texts OTHER_GROUPS = {"flag 0\nnumber 1\n", "flag 0\nnumber 3\n"};
+using texts = std::vector<const char *>;
+const texts NEVER = {};
+const texts NOTHING = {""};
+const texts FALSEHOOD = {"flag 0\n"};
+const texts FAILED = {"Memory Allocation Failed!!"};
+const texts NO_MEMORY = {"Memory Allocation Failure"};
+const texts NO_REPORT = {"Failed to malloc", "Memory Allocation Failure"};
+const texts NO_GROUPS = {"number 0\n"};
+const texts NO_ITEMS = {"", "count 3\n"};
+const texts NO_PATHS = {"", "report 7 5000 2 1000000000000 1000 word 1\nperson word word 1 0\nperson word word 2 0\n"};
+const texts FULL_BATCH = {"number 10\n"};
+const texts FEWER_PEOPLE = {"count 0\n", "count 1\nperson word word 1 1\n", "count 1\nperson word word 2 2\n"};
+const texts OTHER_GROUPS = {"flag 0\nnumber 1\n", "flag 0\nnumber 3\n"};
 
 // clang-format off
 #define CALL(name, ...) #name, [](answers &out) -> int { static_cast<void>(out); __VA_ARGS__; }

@@ -8,11 +8,12 @@
 #include <algorithm>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace zel_test
 {
 
-inline bool is_among(const std::string &text, std::initializer_list<const char *> texts)
+inline bool is_among(const std::string &text, const std::vector<const char *> &texts)
 {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
@@ -41,12 +42,12 @@ struct answers {
 struct operation {
     const char *name;
     int (*call)(answers &out);
-    bool writes;                 ///< changes rows of the world
-    unsigned long long failures; ///< bit set of the codes that its contract knows besides success
-    std::initializer_list<const char *> memory_lines = {}; ///< what it writes, one of them, beside ZEL_ERR_MEMORY
+    bool writes;                                 ///< changes rows of the world
+    unsigned long long failures;                 ///< bit set of the codes that its contract knows besides success
+    std::vector<const char *> memory_lines = {}; ///< what it writes, one of them, beside ZEL_ERR_MEMORY
     /// What is handed out, with success, when a step fails whose failure the contract lets pass for an absent row.
-    std::initializer_list<const char *> unseen = {};
-    std::initializer_list<const char *> left_behind = {""}; ///< what can be handed out with a failure
+    std::vector<const char *> unseen = {};
+    std::vector<const char *> left_behind = {""}; ///< what can be handed out with a failure
     /// For what works in several steps, of which some may have been carried out on a failure: rows that can stand then
     /// besides those of before and after.
     const char *halfway = nullptr;
