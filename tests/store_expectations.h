@@ -72,15 +72,24 @@ inline void expect_outcome(const store_call &made, int code, const std::string &
     take_trace();
 }
 
-/// The call gives this code, hands out just this and says why.
-inline void expect_failure(const store_call &made, int code, const std::string &message, const std::string &answer = "")
+/// The call gives this code, hands out just this and says why. It writes no End line.
+inline void expect_failure(const store_call &made, int code, const std::string &message, const std::string &answer = "",
+                           bool with_end = false)
 {
     answers out;
     take_trace();
     EXPECT_EQ(made.call(out), code) << message;
     const std::string lines = take_trace().text;
     EXPECT_NE(lines.find(critical(made.function, message).text), std::string::npos) << message << " in\n" << lines;
+    EXPECT_EQ(lines.ends_with(end(made.function).text), with_end) << message << " in\n" << lines;
     EXPECT_EQ(out.take(), answer) << message;
+}
+
+/// The same with an End line.
+inline void expect_ended_failure(const store_call &made, int code, const std::string &message,
+                                 const std::string &answer = "")
+{
+    expect_failure(made, code, message, answer, true);
 }
 
 template <typename Result, typename... Parameters>

@@ -295,4 +295,5 @@ TEST_F(StorageEngine, a_version_that_cannot_be_read_or_written)
     EXPECT_EQ(__common_storage_get_db_version(&version), ZEL_ERR_STORAGE_FAILURE);
     EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "ExecuteSelectQuery Failed"), 1);
     EXPECT_EQ(version, 104) << "an output was touched";
+    EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, "Invalid Params", __common_storage_get_db_version, nullptr);
 }

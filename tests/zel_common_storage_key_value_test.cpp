@@ -152,8 +152,8 @@ TEST_F(StorageKeyValue, a_folder_token_exists_when_it_is_not_empty)
         whole(function, {prepared(where + "'some';"), debug(function, "get folder token [f]"), finalized(function)}));
     EXPECT_TRUE(exists);
     const store_call missing = {ZEL_CALL(exist_folder_token, "x", &out.flag), ""};
-    expect_failure(missing, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", "flag 0\n");
+    expect_ended_failure(missing, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", "flag 0\n");
     expect_refused({missing}, {"Invalid Params", FIRST | POINTERS});
     const missing_table gone("folder_info");
-    expect_failure(missing, ZEL_ERR_STORAGE_FAILURE, "Failed to get file", "flag 0\n");
+    expect_ended_failure(missing, ZEL_ERR_STORAGE_FAILURE, "Failed to get file", "flag 0\n");
 }

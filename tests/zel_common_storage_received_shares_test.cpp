@@ -79,7 +79,7 @@ TEST_F(StorageReceivedShares, a_notification_is_added_once)
     expect_refused({add}, bad);
     expect_refused({{ZEL_CALL(exist_push_noti, "t"), ""}}, answers_no);
     const missing_table gone(notis);
-    expect_failure(add, ZEL_ERR_STORAGE_FAILURE, "Failed to add file");
+    expect_ended_failure(add, ZEL_ERR_STORAGE_FAILURE, "Failed to add file");
     EXPECT_FALSE(_common_storage_exist_push_noti("t'"));
     EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "ExecuteSelectQuery Failed "), 1);
 }
@@ -160,7 +160,7 @@ TEST_F(StorageReceivedShares, a_share_is_stored_and_read_back)
     EXPECT_REJECTED(ZEL_ERR_INVALID_ARG, bad.message, _common_storage_add_notification, nullptr);
     const missing_table gone(items);
     expect_failure(data, ZEL_ERR_STORAGE_FAILURE, reader + " Failed");
-    expect_failure({ZEL_CALL(get_contents, "t'", &out.share), ""}, ZEL_ERR_STORAGE_FAILURE, "Failed to get file");
+    expect_ended_failure({ZEL_CALL(get_contents, "t'", &out.share), ""}, ZEL_ERR_STORAGE_FAILURE, "Failed to get file");
     bare.content_id = 77;
     EXPECT_LOGGED(_common_storage_add_content_info(&bare, "t", "", "", "", nullptr, 1), ZEL_ERR_STORAGE_FAILURE,
                   whole(item_adder, {inserted_in_vain(statement), critical(item_adder, "Failed to add content"),
@@ -209,8 +209,8 @@ TEST_F(StorageReceivedShares, deletions_reach_the_items)
         EXPECT_EQ(database.value("SELECT contents_token FROM content_info"), "u");
     }
     const missing_table gone(notis);
-    expect_failure(by_token, ZEL_ERR_STORAGE_FAILURE, "Failed to delete push noti ");
-    expect_failure(expired, ZEL_ERR_STORAGE_FAILURE, "Failed to delete expired push noti ");
+    expect_ended_failure(by_token, ZEL_ERR_STORAGE_FAILURE, "Failed to delete push noti ");
+    expect_ended_failure(expired, ZEL_ERR_STORAGE_FAILURE, "Failed to delete expired push noti ");
 }
 
 TEST_F(StorageReceivedShares, changes)

@@ -139,7 +139,7 @@ TEST_F(StorageTransferQueries, counts_and_their_conditions)
     for (const store_call &unknown :
          store_calls{{ZEL_CALL(get_sync_content_info_count, UP, FAILED, 2, &out.numbers[0]), ""},
                      {ZEL_CALL(get_sync_content_info_count_for_req_id, UP, FAILED, -2, &out.numbers[0], R9), ""}})
-        expect_failure(unknown, ZEL_ERR_STORAGE_FAILURE, count_kind.failure);
+        expect_ended_failure(unknown, ZEL_ERR_STORAGE_FAILURE, count_kind.failure);
     database.run("DELETE FROM content_info_status");
     expect_nothing_found(counts, count_kind);
     expect_nothing_found(counts_by_kind, kind_count_kind);
@@ -271,7 +271,7 @@ TEST_F(StorageTransferQueries, urls_and_paths_of_a_request)
     const std::string reader = paths.function;
     const std::string statement = "SELECT sent_time, local_path " FROM "req_id = 5;";
     const trace head = join({begin(reader), info(reader, "[Reshare] req_id [5]")});
-    expect_failure(paths, ZEL_ERR_STORAGE_NO_RECORDS, "No records found");
+    expect_ended_failure(paths, ZEL_ERR_STORAGE_NO_RECORDS, "No records found");
     add("(1,1,0,5,0), (2,1,0,5,0), (3,1,0,5,0), (4,1,0,6,0)");
     database.run("UPDATE content_info_status SET content_type = NULL, local_path = '' WHERE sync_id = 2; "
                  "UPDATE content_info_status SET content_type = '' WHERE sync_id = 3");
@@ -296,7 +296,7 @@ TEST_F(StorageTransferQueries, urls_and_paths_of_a_request)
     kind.refused = {"Invalid parameter", EVERYTHING, true};
     expect_failures(table, {urls}, kind);
     const missing_table gone(table);
-    expect_failure(paths, ZEL_ERR_STORAGE_FAILURE, "Failed to get file");
+    expect_ended_failure(paths, ZEL_ERR_STORAGE_FAILURE, "Failed to get file");
     for (const store_call &bad : store_calls{
              {ZEL_CALL(get_sent_time_local_path_by_req_id, 0, &out.numbers[0], &out.text_list, &out.numbers[0]), ""},
              {ZEL_CALL(get_sent_time_local_path_by_req_id, 5, nullptr, &out.text_list, &out.numbers[0]), ""},

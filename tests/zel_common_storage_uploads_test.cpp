@@ -126,8 +126,8 @@ TEST_F(StorageUploads, changes)
                    "Failed to update status", {bad.message, FIRST, true});
     expect_changes(
         requests,
-        {{ZEL_CALL(update_contents_token_info, 5, "t'", 5000000000),
-          "UPDATE 'upload_request_data' SET contents_token = 't''',expired_time = 5000000000 WHERE req_id = 5"}},
+        {{ZEL_CALL(update_contents_token_info, 1, "t'", 5000000000),
+          "UPDATE 'upload_request_data' SET contents_token = 't''',expired_time = 5000000000 WHERE req_id = 1"}},
         "Failed to update contetns token ", {bad.message, FIRST | POINTERS, true});
     expect_changes(contacts,
                    {{ZEL_CALL(add_upload_receiver_details, R, "77'", "44", -3),
@@ -168,7 +168,7 @@ TEST_F(StorageUploads, deletions)
 TEST_F(StorageUploads, single_fields)
 {
     expect_nothing_found(fields, field_kind);
-    expect_failure(file_count, ZEL_ERR_STORAGE_NO_RECORDS, "No records found", "number 0\n");
+    expect_ended_failure(file_count, ZEL_ERR_STORAGE_NO_RECORDS, "No records found", "number 0\n");
     add_request();
     expect_questions(requests, fields, field_kind);
     expect_answers({file_count, by_token});
@@ -297,7 +297,7 @@ TEST_F(StorageUploads, the_report_of_a_request)
     update("req_id = 5, receiver_count = 1");
     database.run("UPDATE contact_details SET req_id = 5");
     const std::string head = "report 5 6000000000 3 5000000000 7000000000  ", tail = "person 3 2 1 0\n";
-    expect_failure(other, ZEL_ERR_STORAGE_NO_RECORDS, path_lister + "() failed [26]", head + "2\n" + tail);
+    expect_ended_failure(other, ZEL_ERR_STORAGE_NO_RECORDS, path_lister + "() failed [26]", head + "2\n" + tail);
     add_transfers("(5, 1, 'p1'), (5, 1, NULL), (5, 1, '')");
     answers out;
     EXPECT_EQ(other.call(out), ZEL_ERR_NONE);
@@ -323,7 +323,7 @@ TEST_F(StorageUploads, statistics_count_what_expires_late_enough)
     const store_call ask = {ZEL_CALL(get_time_upload_total_file_static_hr, 24, &out.wides[0], &out.counts[0]), ""};
     const std::string name = ask.function;
     expect_refused({ask}, bad_outputs);
-    expect_failure(ask, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
+    expect_ended_failure(ask, ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found");
     add_request("1, 2, 0, 1, 1700086400000, 5000000000, '', 0, '', 0");
     add_request("2, 3, 0, 1, 1700086399999, 1, '', 0, '', 0");
     add_request("3, 4, 0, 1, 1700086400001, 6000000000, '', 0, '', 0");
@@ -342,7 +342,7 @@ TEST_F(StorageUploads, statistics_count_what_expires_late_enough)
     _common_storage_get_time_upload_total_file_static_hr(1193047, &size, &number);
     EXPECT_EQ(count_lines(take_trace(), "INFO", "chk_time is 1700170896000"), 1) << "the seconds wrap at 32 bits";
     const missing_table gone(requests);
-    expect_failure(ask, ZEL_ERR_STORAGE_FAILURE, no_file);
+    expect_ended_failure(ask, ZEL_ERR_STORAGE_FAILURE, no_file);
 }
 
 TEST_F(StorageUploads, a_share_sent_again_has_more_transfers_than_files)

@@ -49,7 +49,7 @@ TEST_F(StorageWipe, empties_the_other_tables_when_one_fails)
         database.run(std::string("DELETE FROM ") + missing);
         {
             const missing_table gone(missing);
-            expect_failure({ZEL_CALL(clear), ""}, ZEL_ERR_STORAGE_FAILURE, "Failed to delete all content");
+            expect_ended_failure({ZEL_CALL(clear), ""}, ZEL_ERR_STORAGE_FAILURE, "Failed to delete all content");
         }
         EXPECT_EQ(rows_of_all(), "0000000") << missing;
         EXPECT_EQ(database.value("SELECT count(*) FROM unique_data"), "1");
