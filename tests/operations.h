@@ -3,6 +3,7 @@
 #ifndef ZEL_TESTS_OPERATIONS_H
 #define ZEL_TESTS_OPERATIONS_H
 
+#include "invocation.h"
 #include "store_fixture.h"
 
 #include <algorithm>
@@ -18,30 +19,8 @@ inline bool is_among(const std::string &text, const std::vector<const char *> &t
     return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
-/// Outputs of every shape; a call fills those that it has.
-struct answers {
-    bool flag = true;
-    int numbers[2] = {-77, -77};
-    unsigned int counts[2] = {77, 77};
-    unsigned long long wides[3] = {77, 77, 77};
-    char *texts[4] = {untouched<char *>(), untouched<char *>(), untouched<char *>(), untouched<char *>()};
-    char **text_list = untouched<char **>();
-    int *number_list = untouched<int *>();
-    unsigned int *count_list = untouched<unsigned int *>();
-    GList *records = untouched<GList *>();
-    GList *urls = untouched<GList *>();
-    zel_content_sync_info *record = untouched<zel_content_sync_info *>();
-    quillo_msisdn_s **people = untouched<quillo_msisdn_s **>();
-    zel_trans_upload_info *report = untouched<zel_trans_upload_info *>();
-    zel_trans_share_content_info *share = untouched<zel_trans_share_content_info *>();
-
-    /// What was handed out, as text, an entry of a list a line; empty when nothing was touched. Releases it.
-    std::string take();
-};
-
 struct operation {
-    const char *name;
-    int (*call)(answers &out);
+    invocation call;
     bool writes;                                 ///< changes rows of the world
     unsigned long long failures;                 ///< bit set of the codes that its contract knows besides success
     std::vector<const char *> memory_lines = {}; ///< what it writes, one of them, beside ZEL_ERR_MEMORY
@@ -51,6 +30,7 @@ struct operation {
     /// For what works in several steps, of which some may have been carried out on a failure: rows that can stand then
     /// besides those of before and after.
     const char *halfway = nullptr;
+    std::string name = call.function();
 
     bool may_fail_with(int code) const
     {
@@ -59,9 +39,6 @@ struct operation {
 };
 
 std::span<const operation> operations();
-
-/// What stands in every text argument: "word" unless a test has another word.
-extern const char *word;
 
 /// Makes every operation find, change or remove something.
 void furnish();

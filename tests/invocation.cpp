@@ -1,0 +1,532 @@
+#include "invocation.h"
+
+#include "store_fixture.h"
+#include "zel_common_storage/received_shares.h"
+
+#include <functional>
+#include <list>
+#include <map>
+#include <type_traits>
+
+namespace zel_test
+{
+
+const char *word = "word";
+
+namespace
+{
+
+std::string shown(const char *value)
+{
+    return value ? value : "NULL";
+}
+
+template <typename T>
+requires std::is_arithmetic_v<T> || std::is_enum_v<T> std::string shown(T value)
+{
+    return std::to_string(+value); // an enumeration counts as its number
+}
+
+/// A line of these values.
+template <typename... Values> std::string entry(const char *what, const Values &...values)
+{
+    return what + ((" " + shown(values)) + ...) + "\n";
+}
+
+std::string shown(const zel_content_sync_info &it)
+{
+    return entry("record", it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only, it.fail_retry_count,
+                 it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original, it.thumbnail,
+                 it.name, it.local_path, it.mupload_key);
+}
+
+std::string shown(const zel_trans_content_info &it)
+{
+    return entry("item", it.content_id, it.size, it.download_count, it.contents_token, it.original, it.thumbnail,
+                 it.mid_thumbnail, it.big_thumbnail, it.name, it.content_type);
+}
+
+std::string shown(const zel_trans_url_info &it)
+{
+    return entry("url", it.url, it.content_type);
+}
+
+std::string shown(const quillo_msisdn_s *it)
+{
+    return it ? entry("person", it->ccc, it->phone_number, it->number_id, it->group_id) : "person NULL\n";
+}
+
+template <typename T> std::string shown_all(const GList *node)
+{
+    std::string all;
+    for (; node; node = node->next)
+        all += shown(*static_cast<T *>(node->data));
+    return all;
+}
+
+std::string shown(const zel_trans_upload_info &it)
+{
+    std::string all = entry("report", it.request_id, it.total_size, it.file_count, it.expired_time, it.sent_time,
+                            it.contents_token, it.status);
+    for (const GList *node = it.file_path_list; node; node = node->next)
+        all += entry("path", static_cast<const char *>(node->data));
+    for (size_t i = 0; i < it.msisdn_count; ++i)
+        all += shown(it.msisdn_list[i]);
+    return all;
+}
+
+std::string shown(const zel_trans_share_content_info &it)
+{
+    EXPECT_EQ(g_list_length(it.content_info_list), it.content_info_list_length);
+    return entry("share", it.contents_token, it.description, it.type, it.from_msisdn, it.to_list, it.expired_time,
+                 it.push_status) +
+           shown_all<zel_trans_content_info>(it.content_info_list);
+}
+
+/// The tokens of one argument, read one after the other.
+class reader
+{
+  public:
+    explicit reader(const std::vector<invocation::token> &tokens) : tokens_(tokens) {}
+
+    bool next_is(const char *text) const
+    {
+        return at_ < tokens_.size() && !tokens_[at_].quoted && tokens_[at_].text == text;
+    }
+    bool skip(const char *text)
+    {
+        const bool found = next_is(text);
+        at_ += found;
+        return found;
+    }
+    void read(char *&value)
+    {
+        value = skip("NULL")   ? nullptr
+                : skip("word") ? const_cast<char *>(word)
+                               : const_cast<char *>(tokens_.at(at_++).text.c_str());
+    }
+    template <typename T>
+    requires std::is_arithmetic_v<T> || std::is_enum_v<T>
+    void read(T &value)
+    {
+        const std::string &text = tokens_.at(at_++).text;
+        static const std::map<std::string, int> names = {{"NULL", 0},
+                                                         {"upload", ZEL_UPLOAD_FILE},
+                                                         {"thumbnail", ZEL_DOWNLOAD_THUMBNAIL},
+                                                         {"any", 0},
+                                                         {"download", ZEL_DOWNLOAD_FILE},
+                                                         {"todo", ZEL_SYNC_TODO},
+                                                         {"ongoing", ZEL_SYNC_ONGOING},
+                                                         {"failed", ZEL_SYNC_FAILED},
+                                                         {"paused", ZEL_SYNC_PAUSED},
+                                                         {"paused_todo", ZEL_SYNC_PAUSED_TODO},
+                                                         {"complete", ZEL_SYNC_COMPLETE}};
+        const auto name = names.find(text);
+        value = static_cast<T>(name != names.end()   ? static_cast<unsigned long long>(name->second)
+                               : text.front() == '-' ? static_cast<unsigned long long>(std::stoll(text))
+                                                     : std::stoull(text));
+    }
+    template <typename... Members> void members(Members &...all)
+    {
+        EXPECT_TRUE(skip("("));
+        (read(all), ...);
+    }
+
+  private:
+    const std::vector<invocation::token> &tokens_;
+    size_t at_ = 0;
+};
+
+/// Shows what a call has put into a field of its argument.
+template <typename T> void show_if_changed(answers &out, T before, T now)
+{
+    if (now != before)
+        *out.place<T>() = now;
+}
+
+/* How each type of argument is read, kept for the time of the call, and looked at afterwards. */
+
+template <typename T> struct argument {
+    argument(reader &in, answers &)
+    {
+        in.read(value);
+    }
+    T value;
+};
+
+template <> struct argument<const char *> {
+    argument(reader &in, answers &)
+    {
+        in.read(value);
+    }
+    char *value;
+};
+
+template <typename T> struct argument<T *> {
+    argument(reader &in, answers &out) : value(in.skip("NULL") ? nullptr : out.place<T>())
+    {
+        if constexpr (std::is_same_v<T, GList *>)
+            out.lists_urls = in.skip("&urls");
+        else if constexpr (std::is_same_v<T, bool>)
+            if (value && in.skip("&false"))
+                out.flag_before = *value = false;
+    }
+    T *value;
+};
+
+/// The length that a caller asks for.
+struct list_length {
+    unsigned int value;
+};
+
+template <> struct argument<list_length> {
+    argument(reader &in, answers &out)
+    {
+        in.read(value.value);
+        out.length_asked = value.value;
+    }
+    list_length value;
+};
+
+template <> struct argument<quillo_storage_unique_data_involk_cb> {
+    argument(reader &in, answers &) : value(in.skip("NULL") ? nullptr : log) {}
+    static void log(void *key, void *text)
+    {
+        dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): called with %s, %s\n", "callback", 1, static_cast<char *>(key),
+                   static_cast<char *>(text));
+    }
+    quillo_storage_unique_data_involk_cb value;
+};
+
+/// A record that is handed in, and whose fields may be written to.
+template <typename Record> struct record_argument {
+    record_argument(reader &in, answers &out) : results(out), value(in.skip("NULL") ? nullptr : &it) {}
+    record_argument(const record_argument &) = delete;
+    record_argument &operator=(const record_argument &) = delete;
+    answers &results;
+    Record it = {}, before = {};
+    Record *value;
+};
+
+template <> struct argument<zel_content_sync_info *> : record_argument<zel_content_sync_info> {
+    argument(reader &in, answers &out) : record_argument(in, out)
+    {
+        if (value)
+            in.members(it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only, it.fail_retry_count,
+                       it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original,
+                       it.thumbnail, it.name, it.local_path, it.mupload_key);
+        before = it;
+    }
+    ~argument()
+    {
+        show_if_changed(results, before.sync_id, it.sync_id);
+        show_if_changed(results, before.sent_time, it.sent_time);
+    }
+};
+
+template <> struct argument<zel_upload_request_info *> : record_argument<zel_upload_request_info> {
+    argument(reader &in, answers &out) : record_argument(in, out)
+    {
+        if (value)
+            in.members(it.unique_id, it.req_id, it.file_count, it.status, it.receiver_count, it.expired_time,
+                       it.total_size, it.contents_token, it.app_type, it.from_ccc, it.from_number, it.description,
+                       it.sent_time);
+        before = it;
+    }
+    ~argument()
+    {
+        show_if_changed(results, before.unique_id, it.unique_id);
+        show_if_changed(results, before.sent_time, it.sent_time);
+    }
+};
+
+template <> struct argument<zel_trans_content_info *> : record_argument<zel_trans_content_info> {
+    argument(reader &in, answers &out) : record_argument(in, out)
+    {
+        if (value)
+            in.members(it.original, it.thumbnail, it.mid_thumbnail, it.big_thumbnail, it.name, it.content_type,
+                       it.contents_token, it.download_count, it.max_download_count, it.size, it.content_id);
+        before = it;
+    }
+    ~argument()
+    {
+        show_if_changed(results, before.content_id, it.content_id);
+    }
+};
+
+template <> struct argument<zel_trans_share_content_info *> : record_argument<zel_trans_share_content_info> {
+    argument(reader &in, answers &out) : record_argument(in, out)
+    {
+        if (!value)
+            return;
+        in.members(it.contents_token, it.description, it.type, it.from_msisdn, it.to_list, it.expired_time,
+                   it.push_status);
+        for (; in.next_is("(") || in.next_is("NULL"); in.skip(")"))
+            it.content_info_list = g_list_append(it.content_info_list, items.emplace_back(in, out).value);
+    }
+    ~argument()
+    {
+        g_list_free(it.content_info_list);
+    }
+    std::list<argument<zel_trans_content_info *>> items;
+};
+
+template <> struct argument<quillo_msisdn_s **> {
+    argument(reader &in, answers &)
+    {
+        if (in.skip("NULL"))
+            return;
+        for (quillo_msisdn_s it = {}; in.next_is("("); in.skip(")")) {
+            in.members(it.ccc, it.phone_number, it.number_id);
+            people.push_back(it);
+        }
+        addresses.reserve(1); // nobody is no null pointer
+        for (quillo_msisdn_s &it : people)
+            addresses.push_back(&it);
+        value = addresses.data();
+    }
+    std::vector<quillo_msisdn_s> people;
+    std::vector<quillo_msisdn_s *> addresses;
+    quillo_msisdn_s **value = nullptr;
+};
+
+template <> struct argument<zel_trans_upload_info *> : record_argument<zel_trans_upload_info> {
+    using record_argument::record_argument;
+    ~argument()
+    {
+        if (it.file_path_list)
+            *results.place<zel_trans_upload_info *>() = static_cast<zel_trans_upload_info *>(g_memdup2(&it, sizeof it));
+    }
+};
+
+using tokens = std::vector<std::vector<invocation::token>>;
+struct named {
+    std::string function;
+    std::function<int(const tokens &, answers &)> call;
+};
+
+/// Reads the arguments, each from its tokens, and calls with all of them.
+template <typename Result, typename... Parameters, typename... Held>
+Result call_with(Result (*function)(Parameters...), const tokens &given, answers &out, Held &...held)
+{
+    if constexpr (sizeof...(Held) == sizeof...(Parameters)) {
+        return function(held.value...);
+    } else {
+        reader in(given.at(1 + sizeof...(Held)));
+        argument<std::tuple_element_t<sizeof...(Held), std::tuple<Parameters...>>> next(in, out);
+        return call_with(function, given, out, held..., next);
+    }
+}
+
+template <typename Result, typename... Parameters> named bind(const char *name, Result (*function)(Parameters...))
+{
+    return {name, [function](const tokens &given, answers &out) {
+                EXPECT_EQ(given.size(), 1 + sizeof...(Parameters)) << given[0][0].text;
+                const Result result = call_with(function, given, out);
+                if constexpr (std::is_same_v<Result, bool>) {
+                    out.flag_before = !result;
+                    *out.place<bool>() = result;
+                    return 0;
+                } else if constexpr (std::is_same_v<Result, unsigned int>) { // a number, not a code
+                    *out.place<unsigned int>() = result;
+                    return 0;
+                } else {
+                    return static_cast<int>(result);
+                }
+            }};
+}
+
+// Results and arguments that mean something else than those of the others.
+zel_err_e recipients(unsigned int req_id, list_length length, char ***list)
+{
+    return _common_storage_get_upload_receipients_details(req_id, length.value, list);
+}
+
+unsigned int batch_count(zel_file_sync_type type, zel_file_sync_status status, bool retried)
+{
+    return static_cast<unsigned int>(_common_storage_get_batch_count(type, status, retried));
+}
+
+bool can_prepare(const char *query)
+{
+    sqlite3_stmt *const statement = __execute_select_query(query);
+    sqlite3_finalize(statement);
+    return statement;
+}
+
+#define OP(name)                                                                                                       \
+    {                                                                                                                  \
+#name, bind("_common_storage_" #name, _common_storage_##name)                                                  \
+    }
+#define INNER(name)                                                                                                    \
+    {                                                                                                                  \
+#name, bind(#name, name)                                                                                       \
+    }
+
+const std::map<std::string, named> &operations_by_name()
+{
+    // clang-format off
+    static const std::map<std::string, named> all = {
+        INNER(__execute_query), INNER(__execute_insert_query), INNER(__common_storage_get_db_version), OP(init),
+        OP(db_upgrade), OP(db_create), OP(check_table_exist), OP(upsert_unique_data), OP(upsert_and_involk_unique_data),
+        OP(get_unique_data), OP(delete_unique_data), OP(upsert_folder_info), OP(get_folder_info),
+        OP(exist_folder_token), OP(delete_folder_info), OP(exist_push_noti), OP(add_push_noti_info),
+        OP(delete_push_noti), OP(delete_expired_push_noti), OP(delete_content_info), OP(delete_expired_content_info),
+        OP(update_read_push_noti), OP(update_check_delete_push_noti), OP(get_received_time_push_noti),
+        OP(get_contents_token_list), OP(add_notification), OP(add_content_info), OP(exist_content_info),
+        OP(get_contents), OP(get_content_name), OP(get_notification_data), OP(update_downloaded_content_info),
+        OP(get_contents_token_content_info), OP(get_content_info_not_downloaded_count), OP(update_status_content_info),
+        OP(add_sync_content_info), OP(update_sync_content_info), OP(set_failed_status_sync_content_info),
+        OP(update_status_sync_content_info), OP(update_status_sync_content_info_by_sync_id),
+        OP(update_status_sync_content_info_by_reqid), OP(update_status_sync_content_info_by_req_id),
+        OP(set_all_status_sync_content_info), OP(update_percentage_sync_content_info), OP(update_upload_info),
+        OP(update_url_info), OP(update_url_info_by_reqid), OP(update_wifi_only_by_req_id),
+        OP(update_mupload_key_sync_content_info), OP(delete_sync_content_info), OP(delete_sync_content_info_by_req_id),
+        OP(delete_sync_content_info_based_on_sync_type), OP(delete_sync_content_info_based_on_param),
+        OP(get_sync_content_info_count), OP(get_sync_content_info_count_for_req_id),
+        OP(get_sync_content_info_remaining_syncable_count_for_req_id),
+        OP(get_sync_content_info_remaining_thumbnail_count_for_req_id), OP(get_pausable_cnt_by_sync_type),
+        OP(get_resumable_and_cancellable_cnt_by_sync_type), OP(get_sync_content_info_list),
+        OP(get_sync_content_info_list_by_req_id), OP(get_sync_content_info_list_only_by_req_id),
+        OP(get_sync_content_info), OP(get_sync_content_info_by_sync_id), OP(get_req_id_by_sync_type_and_status),
+        OP(get_resumable_and_cancellable_req_id_by_sync_type), OP(check_all_file_completed_by_req_id),
+        OP(check_all_file_failed_by_req_id), OP(get_sync_content_info_url_list), OP(get_original_by_sync_id),
+        OP(get_mupload_key_by_sync_id), OP(get_local_path_by_sync_id), OP(get_percentage_by_sync_id),
+        OP(get_upload_info), OP(get_wifi_only_by_sync_id), OP(get_wifi_only_by_req_id), OP(get_sync_type_by_req_id),
+        OP(get_sent_time_by_req_id), OP(get_sent_time_local_path_by_req_id), OP(add_upload_request_info),
+        OP(update_contents_token_info), OP(update_upload_status), OP(update_expiry_time),
+        OP(add_upload_receiver_details), OP(delete_upload_info), OP(delete_recalled_contents),
+        OP(get_upload_content_count), OP(get_upload_total_size), OP(get_upload_expire_time),
+        OP(get_upload_contents_token), OP(get_upload_status), OP(get_upload_app_info),
+        OP(get_reqid_from_contents_token), OP(get_request_id_list), OP(get_upload_list_details),
+        OP(get_resumable_and_cancellable_upload_req_id_and_cnt), OP(get_failed_and_cancelled_upload_req_id_and_cnt),
+        OP(get_resumable_and_cancellable_upload_cnt), OP(get_upload_data), OP(get_upload_recievers_details),
+        OP(get_sync_content_info_file_path_list), OP(get_upload_content_path_list),
+        OP(get_time_upload_total_file_static_hr), OP(get_matched_count_by_sent_time), OP(does_reshare_exist),
+        OP(is_recent_receiver_list_exist), OP(update_timestamp_recent_receiver_group), OP(add_recent_receiver),
+        OP(delete_recent_receiver_by_group), OP(clear_recent_receiver), OP(get_recent_receiver_details),
+        OP(get_recent_receiver_group_list), OP(get_recent_receiver_group_count), OP(get_recent_receiver_count),
+        OP(clear), {"__execute_select_query", bind("__execute_select_query", can_prepare)},
+        {"get_batch_count", bind("_common_storage_get_batch_count", batch_count)},
+        {"get_upload_receipients_details", bind("_common_storage_get_upload_receipients_details", recipients)},
+    };
+    // clang-format on
+    return all;
+}
+
+} // namespace
+
+std::string answers::take()
+{
+    std::string out;
+    /// Goes through what was put into the places of a type.
+    const auto each = [this]<typename T>(T untouched, const auto &look) {
+        places<T> &of_type = std::get<places<T>>(all);
+        for (size_t i = 0; i < of_type.given; ++i)
+            if (of_type.values[i] != untouched)
+                look(of_type.values[i]);
+    };
+    size_t length = length_asked; // of a list: or the last number that came with it
+    each(flag_before, [&](bool value) { out += entry("flag", value); });
+    each(UNTOUCHED<int>, [&](int value) {
+        out += entry("number", value);
+        length = static_cast<size_t>(value);
+    });
+    each(UNTOUCHED<unsigned int>, [&](unsigned int value) {
+        out += entry("count", value);
+        length = value;
+    });
+    each(UNTOUCHED<unsigned long long>, [&](unsigned long long value) { out += entry("wide", value); });
+    each(UNTOUCHED<char *>, [&](char *text) {
+        out += entry("text", text);
+        g_free(text);
+    });
+    /// Of an array, which is then released.
+    const auto elements = [&length](auto *list, const auto &look) {
+        for (size_t i = 0; list && i < length; ++i)
+            look(list[i]);
+        free(list);
+    };
+    each(UNTOUCHED<char **>, [&](char **list) {
+        elements(list, [&](char *text) {
+            out += entry("text", text);
+            g_free(text);
+        });
+    });
+    const auto show = [&](auto number) { out += entry("entry", number); };
+    each(UNTOUCHED<int *>, [&](int *list) { elements(list, show); });
+    each(UNTOUCHED<unsigned int *>, [&](unsigned int *list) { elements(list, show); });
+    each(UNTOUCHED<quillo_msisdn_s **>, [&](quillo_msisdn_s **list) {
+        elements(list, [&](quillo_msisdn_s *it) {
+            out += shown(it);
+            if (it) {
+                g_free(it->ccc);
+                g_free(it->phone_number);
+            }
+            g_free(it);
+        });
+    });
+    each(UNTOUCHED<GList *>, [&](GList *list) {
+        out += !list        ? "none\n"
+               : lists_urls ? shown_all<zel_trans_url_info>(list)
+                            : shown_all<zel_content_sync_info>(list);
+        g_list_free_full(list, lists_urls ? _common_free_url_info : _common_storage_free_sync_content_info);
+    });
+    each(UNTOUCHED<zel_content_sync_info *>, [&](zel_content_sync_info *it) {
+        out += shown(*it);
+        _common_storage_free_sync_content_info(it);
+    });
+    each(UNTOUCHED<zel_trans_upload_info *>, [&](zel_trans_upload_info *it) {
+        out += shown(*it);
+        _common_free_upload_info(it);
+    });
+    each(UNTOUCHED<zel_trans_share_content_info *>, [&](zel_trans_share_content_info *it) {
+        out += shown(*it);
+        _common_free_share_content_info(it);
+    });
+    *this = answers();
+    return out;
+}
+
+invocation::invocation(const std::string &text)
+{
+    int depth = 0; // of parentheses
+    bool after_record = false;
+    for (size_t at = 0; (at = text.find_first_not_of(' ', at)) != std::string::npos;) {
+        const bool quoted = text[at] == '"', opens = text[at] == '(', closes = text[at] == ')';
+        const size_t start = at + quoted;
+        const size_t stop =
+            opens || closes ? start + 1 : std::min(text.find_first_of(quoted ? "\"" : " ()", start), text.size());
+        if (depth == 0 && !(opens && after_record))
+            arguments_.emplace_back();
+        arguments_.back().push_back({text.substr(start, stop - start), quoted});
+        depth += opens - closes;
+        after_record = closes;
+        at = stop + quoted;
+    }
+}
+
+int invocation::operator()(answers &out) const
+{
+    return operations_by_name().at(arguments_[0][0].text).call(arguments_, out);
+}
+
+std::string invocation::function() const
+{
+    return operations_by_name().at(arguments_[0][0].text).function;
+}
+
+bool invocation::has(size_t argument) const
+{
+    return argument < arguments_.size() && arguments_[argument][0].text != "NULL" &&
+           arguments_[argument][0].text != "0";
+}
+
+invocation invocation::without(size_t argument) const
+{
+    invocation other = *this;
+    other.arguments_.at(argument) = {{"NULL", false}};
+    return other;
+}
+
+} // namespace zel_test
