@@ -38,7 +38,7 @@ std::string rows(const std::string &table, size_t n, const std::string &values);
 
 /* The usual rows. */
 
-/** Transfers: uploads in the status TODO, of one request, files of ten to a share. */
+/** Transfers: waiting uploads of one request, files of ten to a share. */
 std::string transfers(size_t n, unsigned int req_id = 1);
 /** Requests with the ids 1 to n. */
 std::string requests(size_t n, unsigned int files = 10, unsigned int receivers = 10);

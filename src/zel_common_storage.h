@@ -388,8 +388,8 @@ typedef enum ZEL_ENUM_INT {
 } zel_file_sync_type;
 
 /**
- * Where a transfer stands. TODO and ONGOING can be paused, PAUSED and PAUSED_TODO resumed, all four cancelled; COMPLETE
- * and FAILED are finished, a FAILED one being retried until its fail_retry_count passes 5.
+ * Where a transfer stands. What waits or goes on can be paused, what is paused in either way can be resumed, and all
+ * four can be cancelled. The other two are finished; a failed one is retried until its fail_retry_count passes 5.
  */
 typedef enum ZEL_ENUM_INT {
     ZEL_SYNC_TODO = 0,        /**< waiting */

@@ -32,9 +32,10 @@ zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site
     return *size ? ZEL_ERR_NONE : fail(ZEL_ERR_RESOURCE_DOESNT_EXIST, "No records found", site);
 }
 
-/** Hands out the ids of `listing`, as many as `counting` counts. */
-zel_err_e list_counted_ids(const sql_text &counting, const sql_text &listing, unsigned int **ids, unsigned int *count,
-                           log_site site = log_here())
+/** Hands out what is read from the rows of `listing`, in as many places as `counting` says; a row can give nothing. */
+template <typename T>
+zel_err_e list_counted(const sql_text &counting, const sql_text &listing, bool (*read)(const query &row, T *place),
+                       T **list, unsigned int *count, log_site site = log_here())
 {
     unsigned int size = 0;
     zel_err_e result = read_size(counting, &size, site);
@@ -44,16 +45,36 @@ zel_err_e list_counted_ids(const sql_text &counting, const sql_text &listing, un
     result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
     if (result != ZEL_ERR_NONE)
         return result;
-    auto *const found = new_array<unsigned int>(size, site);
+    T *const found = new_array<T>(size, site);
     if (!found)
         return ZEL_ERR_MEMORY;
     unsigned int filled = 0;
     do
-        found[filled++] = uint_column(rows, 0);
+        filled += read(rows, &found[filled]);
     while (filled < size && rows.next());
-    *ids = found;
+    *list = found;
     *count = size;
     return finish_on_success(rows, ZEL_ERR_NONE, site);
+}
+
+bool read_id(const query &row, unsigned int *id)
+{
+    *id = uint_column(row, 0);
+    return true;
+}
+
+bool read_path(const query &row, char **path)
+{
+    *path = copy_column(row, 0);
+    return *path;
+}
+
+bool read_receiver(const query &row, quillo_msisdn_s **receiver)
+{
+    *receiver = static_cast<quillo_msisdn_s *>(g_try_malloc0(sizeof(quillo_msisdn_s)));
+    if (*receiver)
+        __fill_upload_receiver_info(row.statement, *receiver);
+    return *receiver;
 }
 
 /** Whether a bit set of applications stands for all of them. */
@@ -259,8 +280,8 @@ zel_err_e _common_storage_get_upload_list_details(unsigned int **upload_list, un
 {
     if (!upload_list || !count)
         return reject("Invalid Params");
-    return list_counted_ids(sql("SELECT count(*) FROM %Q;", TABLE), sql("SELECT req_id FROM %Q;", TABLE), upload_list,
-                            count);
+    return list_counted(sql("SELECT count(*) FROM %Q;", TABLE), sql("SELECT req_id FROM %Q;", TABLE), read_id,
+                        upload_list, count);
 }
 
 zel_err_e _common_storage_get_resumable_and_cancellable_upload_req_id_and_cnt(unsigned int app_type,
@@ -271,18 +292,18 @@ zel_err_e _common_storage_get_resumable_and_cancellable_upload_req_id_and_cnt(un
     if (!upload_list || !count)
         return reject("Invalid Params");
     if (all_applications(app_type))
-        return list_counted_ids(
+        return list_counted(
             sql("SELECT count(*) FROM %Q WHERE status != %d and status != %d and status != %d;", TABLE,
                 QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED),
             sql("SELECT req_id FROM %Q WHERE status != %d and status != %d and status != %d;", TABLE,
                 QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED),
-            upload_list, count);
-    return list_counted_ids(
+            read_id, upload_list, count);
+    return list_counted(
         sql("SELECT count(*) FROM %Q WHERE status != %d and status != %d and status != %d and app_type = %d;", TABLE,
             QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED, app_type),
         sql("SELECT req_id FROM %Q WHERE status != %d and status != %d and status != %d and app_type = %d;", TABLE,
             QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED, app_type),
-        upload_list, count);
+        read_id, upload_list, count);
 }
 
 zel_err_e _common_storage_get_failed_and_cancelled_upload_req_id_and_cnt(unsigned int app_type,
@@ -293,16 +314,16 @@ zel_err_e _common_storage_get_failed_and_cancelled_upload_req_id_and_cnt(unsigne
     if (!upload_list || !count)
         return reject("Invalid Params");
     if (all_applications(app_type))
-        return list_counted_ids(sql("SELECT count(*) FROM %Q WHERE status = %d or status = %d;", TABLE,
-                                    QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
-                                sql("SELECT req_id FROM %Q WHERE status = %d or status = %d;", TABLE,
-                                    QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
-                                upload_list, count);
-    return list_counted_ids(sql("SELECT count(*) FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
-                                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
-                            sql("SELECT req_id FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
-                                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
-                            upload_list, count);
+        return list_counted(sql("SELECT count(*) FROM %Q WHERE status = %d or status = %d;", TABLE,
+                                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
+                            sql("SELECT req_id FROM %Q WHERE status = %d or status = %d;", TABLE,
+                                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
+                            read_id, upload_list, count);
+    return list_counted(sql("SELECT count(*) FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
+                            QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
+                        sql("SELECT req_id FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
+                            QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
+                        read_id, upload_list, count);
 }
 
 zel_err_e _common_storage_get_resumable_and_cancellable_upload_cnt(unsigned int *count)
@@ -381,28 +402,9 @@ zel_err_e _common_storage_get_upload_recievers_details(unsigned int req_id,
     ZEL_BEGIN();
     if (!req_id || !upload_receiver_list_details || !count)
         return reject("Invalid Params");
-    unsigned int size = 0;
-    zel_err_e result = read_size(sql("SELECT receiver_count FROM %Q WHERE req_id = %u;", TABLE, req_id), &size);
-    if (result != ZEL_ERR_NONE)
-        return result;
-    query rows(sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE_CONTACT_DETAILS, req_id));
-    result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
-    if (result != ZEL_ERR_NONE)
-        return result;
-    auto *const receivers = new_array<quillo_msisdn_s *>(size);
-    if (!receivers)
-        return ZEL_ERR_MEMORY;
-    unsigned int filled = 0;
-    do {
-        auto *receiver = static_cast<quillo_msisdn_s *>(g_try_malloc0(sizeof(quillo_msisdn_s)));
-        if (!receiver)
-            continue;
-        __fill_upload_receiver_info(rows.statement, receiver);
-        receivers[filled++] = receiver;
-    } while (filled < size && rows.next());
-    *upload_receiver_list_details = receivers;
-    *count = size;
-    return finish(rows, ZEL_ERR_NONE);
+    return list_counted(sql("SELECT receiver_count FROM %Q WHERE req_id = %u;", TABLE, req_id),
+                        sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE_CONTACT_DETAILS, req_id), read_receiver,
+                        upload_receiver_list_details, count);
 }
 
 void __fill_upload_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_info)
@@ -480,25 +482,9 @@ zel_err_e _common_storage_get_upload_content_path_list(unsigned int req_id, char
     ZEL_BEGIN();
     if (!req_id || !content_path_list || !length)
         return reject("Invalid Params");
-    unsigned int size = 0;
-    zel_err_e result = read_size(sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id), &size);
-    if (result != ZEL_ERR_NONE)
-        return result;
-    query rows(sql("SELECT local_path FROM %Q WHERE req_id = %u;", TABLE_CONTENT_INFO_STATUS, req_id));
-    result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
-    if (result != ZEL_ERR_NONE)
-        return result;
-    auto *const paths = new_array<char *>(size);
-    if (!paths)
-        return ZEL_ERR_MEMORY;
-    unsigned int filled = 0;
-    do {
-        if (char *path = copy_column(rows, 0))
-            paths[filled++] = path;
-    } while (filled < size && rows.next());
-    *content_path_list = paths;
-    *length = size;
-    return finish(rows, ZEL_ERR_NONE);
+    return list_counted(sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id),
+                        sql("SELECT local_path FROM %Q WHERE req_id = %u;", TABLE_CONTENT_INFO_STATUS, req_id),
+                        read_path, content_path_list, length);
 }
 
 /* Statistics and the reshare check. -------------------------------------------------------------------------------- */
