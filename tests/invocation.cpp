@@ -33,35 +33,61 @@ template <typename... Values> std::string entry(const char *what, const Values &
     return what + ((" " + shown(values)) + ...) + "\n";
 }
 
-std::string shown(const zel_content_sync_info &it)
+/* The members of records, in their order. */
+
+auto members(zel_content_sync_info &it)
 {
-    return entry("record", it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only, it.fail_retry_count,
-                 it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original, it.thumbnail,
-                 it.name, it.local_path, it.mupload_key);
+    return std::tie(it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only, it.fail_retry_count,
+                    it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original, it.thumbnail,
+                    it.name, it.local_path, it.mupload_key);
 }
 
-std::string shown(const zel_trans_content_info &it)
+auto members(zel_upload_request_info &it)
 {
-    return entry("item", it.content_id, it.size, it.download_count, it.contents_token, it.original, it.thumbnail,
-                 it.mid_thumbnail, it.big_thumbnail, it.name, it.content_type);
+    return std::tie(it.unique_id, it.req_id, it.file_count, it.status, it.receiver_count, it.expired_time,
+                    it.total_size, it.contents_token, it.app_type, it.from_ccc, it.from_number, it.description,
+                    it.sent_time);
 }
 
-std::string shown(const zel_trans_url_info &it)
+auto members(zel_trans_content_info &it)
 {
-    return entry("url", it.url, it.content_type);
+    return std::tie(it.original, it.thumbnail, it.mid_thumbnail, it.big_thumbnail, it.name, it.content_type,
+                    it.contents_token, it.download_count, it.max_download_count, it.size, it.content_id);
 }
 
-std::string shown(const quillo_msisdn_s *it)
+/// But for the items.
+auto members(zel_trans_share_content_info &it)
 {
-    return it ? entry("person", it->ccc, it->phone_number, it->number_id, it->group_id) : "person NULL\n";
+    return std::tie(it.contents_token, it.description, it.type, it.from_msisdn, it.to_list, it.expired_time,
+                    it.push_status);
 }
 
-template <typename T> std::string shown_all(const GList *node)
+auto members(quillo_msisdn_s &it)
+{
+    return std::tie(it.ccc, it.phone_number, it.number_id, it.group_id);
+}
+
+auto members(zel_trans_url_info &it)
+{
+    return std::tie(it.url, it.content_type);
+}
+
+template <typename Record> std::string entry_of(const char *what, Record &it)
+{
+    return std::apply([what](auto &...all) { return entry(what, all...); }, members(it));
+}
+
+template <typename Record> std::string entries_of(const char *what, const GList *node)
 {
     std::string all;
     for (; node; node = node->next)
-        all += shown(*static_cast<T *>(node->data));
+        all += entry_of(what, *static_cast<Record *>(node->data));
     return all;
+}
+
+std::string shown(quillo_msisdn_s *it)
+{
+    return it ? entry_of("person", *it) : "person NULL\n";
 }
 
 std::string shown(const zel_trans_upload_info &it)
@@ -73,14 +99,6 @@ std::string shown(const zel_trans_upload_info &it)
     for (size_t i = 0; i < it.msisdn_count; ++i)
         all += shown(it.msisdn_list[i]);
     return all;
-}
-
-std::string shown(const zel_trans_share_content_info &it)
-{
-    EXPECT_EQ(g_list_length(it.content_info_list), it.content_info_list_length);
-    return entry("share", it.contents_token, it.description, it.type, it.from_msisdn, it.to_list, it.expired_time,
-                 it.push_status) +
-           shown_all<zel_trans_content_info>(it.content_info_list);
 }
 
 /// The tokens of one argument, read one after the other.
@@ -126,23 +144,16 @@ class reader
                                : text.front() == '-' ? static_cast<unsigned long long>(std::stoll(text))
                                                      : std::stoull(text));
     }
-    template <typename... Members> void members(Members &...all)
+    template <typename Record> void read_members(Record &it)
     {
         EXPECT_TRUE(skip("("));
-        (read(all), ...);
+        std::apply([this](auto &...all) { (read(all), ...); }, members(it));
     }
 
   private:
     const std::vector<invocation::token> &tokens_;
     size_t at_ = 0;
 };
-
-/// Shows what a call has put into a field of its argument.
-template <typename T> void show_if_changed(answers &out, T before, T now)
-{
-    if (now != before)
-        *out.place<T>() = now;
-}
 
 /* How each type of argument is read, kept for the time of the call, and looked at afterwards. */
 
@@ -198,76 +209,54 @@ template <> struct argument<quillo_storage_unique_data_involk_cb> {
     quillo_storage_unique_data_involk_cb value;
 };
 
-/// A record that is handed in, and whose fields may be written to.
-template <typename Record> struct record_argument {
-    record_argument(reader &in, answers &out) : results(out), value(in.skip("NULL") ? nullptr : &it) {}
-    record_argument(const record_argument &) = delete;
-    record_argument &operator=(const record_argument &) = delete;
+/// A record, of which the numbers that the call has changed are shown.
+template <typename Record>
+requires requires(Record it)
+{
+    members(it);
+}
+struct argument<Record *> {
+    argument(reader &in, answers &out) : results(out), value(in.skip("NULL") ? nullptr : &it)
+    {
+        if (value)
+            in.read_members(it);
+        before = it;
+    }
+    argument(const argument &) = delete;
+    argument &operator=(const argument &) = delete;
+    ~argument()
+    {
+        const auto show = [this]<typename T>(T then, T now) {
+            if constexpr (std::is_unsigned_v<T>)
+                if (then != now)
+                    *results.place<T>() = now;
+        };
+        [&]<size_t... I>(const auto &then, const auto &now, std::index_sequence<I...>)
+        {
+            (show(std::get<I>(then), std::get<I>(now)), ...);
+        }
+        (members(before), members(it), std::make_index_sequence<std::tuple_size_v<decltype(members(it))>>());
+    }
     answers &results;
     Record it = {}, before = {};
     Record *value;
 };
 
-template <> struct argument<zel_content_sync_info *> : record_argument<zel_content_sync_info> {
-    argument(reader &in, answers &out) : record_argument(in, out)
+template <> struct argument<zel_trans_share_content_info *> {
+    argument(reader &in, answers &out)
     {
-        if (value)
-            in.members(it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only, it.fail_retry_count,
-                       it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original,
-                       it.thumbnail, it.name, it.local_path, it.mupload_key);
-        before = it;
-    }
-    ~argument()
-    {
-        show_if_changed(results, before.sync_id, it.sync_id);
-        show_if_changed(results, before.sent_time, it.sent_time);
-    }
-};
-
-template <> struct argument<zel_upload_request_info *> : record_argument<zel_upload_request_info> {
-    argument(reader &in, answers &out) : record_argument(in, out)
-    {
-        if (value)
-            in.members(it.unique_id, it.req_id, it.file_count, it.status, it.receiver_count, it.expired_time,
-                       it.total_size, it.contents_token, it.app_type, it.from_ccc, it.from_number, it.description,
-                       it.sent_time);
-        before = it;
-    }
-    ~argument()
-    {
-        show_if_changed(results, before.unique_id, it.unique_id);
-        show_if_changed(results, before.sent_time, it.sent_time);
-    }
-};
-
-template <> struct argument<zel_trans_content_info *> : record_argument<zel_trans_content_info> {
-    argument(reader &in, answers &out) : record_argument(in, out)
-    {
-        if (value)
-            in.members(it.original, it.thumbnail, it.mid_thumbnail, it.big_thumbnail, it.name, it.content_type,
-                       it.contents_token, it.download_count, it.max_download_count, it.size, it.content_id);
-        before = it;
-    }
-    ~argument()
-    {
-        show_if_changed(results, before.content_id, it.content_id);
-    }
-};
-
-template <> struct argument<zel_trans_share_content_info *> : record_argument<zel_trans_share_content_info> {
-    argument(reader &in, answers &out) : record_argument(in, out)
-    {
-        if (!value)
+        if (in.skip("NULL"))
             return;
-        in.members(it.contents_token, it.description, it.type, it.from_msisdn, it.to_list, it.expired_time,
-                   it.push_status);
+        in.read_members(it);
         for (; in.next_is("(") || in.next_is("NULL"); in.skip(")"))
             it.content_info_list = g_list_append(it.content_info_list, items.emplace_back(in, out).value);
+        value = &it;
     }
     ~argument()
     {
         g_list_free(it.content_info_list);
     }
+    zel_trans_share_content_info it = {}, *value = nullptr;
     std::list<argument<zel_trans_content_info *>> items;
 };
 
@@ -277,7 +266,7 @@ template <> struct argument<quillo_msisdn_s **> {
         if (in.skip("NULL"))
             return;
         for (quillo_msisdn_s it = {}; in.next_is("("); in.skip(")")) {
-            in.members(it.ccc, it.phone_number, it.number_id);
+            in.read_members(it);
             people.push_back(it);
         }
         addresses.reserve(1); // nobody is no null pointer
@@ -290,13 +279,15 @@ template <> struct argument<quillo_msisdn_s **> {
     quillo_msisdn_s **value = nullptr;
 };
 
-template <> struct argument<zel_trans_upload_info *> : record_argument<zel_trans_upload_info> {
-    using record_argument::record_argument;
+template <> struct argument<zel_trans_upload_info *> {
+    argument(reader &in, answers &out) : results(out), value(in.skip("NULL") ? nullptr : &it) {}
     ~argument()
     {
         if (it.file_path_list)
             *results.place<zel_trans_upload_info *>() = static_cast<zel_trans_upload_info *>(g_memdup2(&it, sizeof it));
     }
+    answers &results;
+    zel_trans_upload_info it = {}, *value;
 };
 
 using tokens = std::vector<std::vector<invocation::token>>;
@@ -468,12 +459,12 @@ std::string answers::take()
     });
     each(UNTOUCHED<GList *>, [&](GList *list) {
         out += !list        ? "none\n"
-               : lists_urls ? shown_all<zel_trans_url_info>(list)
-                            : shown_all<zel_content_sync_info>(list);
+               : lists_urls ? entries_of<zel_trans_url_info>("url", list)
+                            : entries_of<zel_content_sync_info>("record", list);
         g_list_free_full(list, lists_urls ? _common_free_url_info : _common_storage_free_sync_content_info);
     });
     each(UNTOUCHED<zel_content_sync_info *>, [&](zel_content_sync_info *it) {
-        out += shown(*it);
+        out += entry_of("record", *it);
         _common_storage_free_sync_content_info(it);
     });
     each(UNTOUCHED<zel_trans_upload_info *>, [&](zel_trans_upload_info *it) {
@@ -481,7 +472,8 @@ std::string answers::take()
         _common_free_upload_info(it);
     });
     each(UNTOUCHED<zel_trans_share_content_info *>, [&](zel_trans_share_content_info *it) {
-        out += shown(*it);
+        EXPECT_EQ(g_list_length(it->content_info_list), it->content_info_list_length);
+        out += entry_of("share", *it) + entries_of<zel_trans_content_info>("item", it->content_info_list);
         _common_free_share_content_info(it);
     });
     *this = answers();

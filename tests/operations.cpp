@@ -155,7 +155,7 @@ const operation table[] = {
     {"does_reshare_exist 7 50 &", ASKS, NONE, NEVER, NEVER, FALSEHOOD},
 
     /* Recent receivers. */
-    {"is_recent_receiver_list_exist (word word 2) 1 & &", ASKS, 0, NEVER, OTHER_GROUPS},
+    {"is_recent_receiver_list_exist (word word 2 0) 1 & &", ASKS, 0, NEVER, OTHER_GROUPS},
     // A number of groups that cannot be read counts as 0.
     {"update_timestamp_recent_receiver_group 1", WRITES, S, NEVER, NOTHING, NOTHING,
      "recent_receiver_group|3|1|1970-01-01 00:00:00\n"},
