@@ -159,18 +159,14 @@ class storyteller
     std::string try_out(const invocation &made, bool takes_null)
     {
         std::vector<std::pair<std::string, std::string>> troubles;
-        std::map<std::string, std::string> arguments; // those without which it is the same
-        std::vector<std::string> order;
         for (size_t n = 1; n <= made.arguments(); ++n)
             if (takes_null && made.has(n)) {
-                const std::string told = outcome_after("", made.without(n));
-                std::string &numbers = arguments[told];
-                if (numbers.empty())
-                    order.push_back(told);
-                numbers += (numbers.empty() ? "without " : ", ") + std::to_string(n);
+                const std::string told = outcome_after("", made.without(n)), number = std::to_string(n);
+                if (!troubles.empty() && troubles.back().second == told)
+                    troubles.back().first += ", " + number;
+                else
+                    troubles.emplace_back("without " + number, told);
             }
-        for (const std::string &told : order)
-            troubles.emplace_back(arguments[told], told);
         troubles.emplace_back("no rows", outcome_after("DELETE FROM " + table_, made));
         troubles.emplace_back("no table", outcome_after("ALTER TABLE " + table_ + " RENAME TO hidden", made));
         run_in_store("SELECT * FROM sqlite_master"); // so that no look at the schema meets the lock
