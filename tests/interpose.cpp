@@ -118,12 +118,6 @@ STAND_IN(FILE *, fopen, (const char *path, const char *mode))
     return __real_fopen(std::strcmp(path, "/tmp/quillo.pid") == 0 ? "quillo.pid" : path, mode);
 }
 
-STAND_IN(void, srand, (unsigned int seed))
-{
-    last_seed = seed;
-    __real_srand(seed);
-}
-
 STAND_IN(void, g_usleep, (gulong microseconds))
 {
     last_sleep = microseconds;

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstddef>
 #include <ctime>
-#include <mutex>
 #include <pthread.h>
 #include <semaphore>
 
@@ -21,9 +20,7 @@ inline thread_local struct allocation_counts {
 } allocations;
 
 /// While it lives, the n-th allocation of the calling thread fails (g_try_*, malloc, calloc, realloc in static code).
-class allocation_failure
-{
-  public:
+struct allocation_failure {
     /// @param nth 1 for the next; 0 to fail none and only watch
     explicit allocation_failure(int nth)
     {
@@ -39,10 +36,8 @@ inline std::atomic<bool> clock_is_scripted = false;
 inline timespec scripted_time{};
 
 /// While it lives, the time of day stands still.
-class scripted_clock
-{
-  public:
-    scripted_clock(long long seconds, long microseconds)
+struct scripted_clock {
+    scripted_clock(long long seconds, long long microseconds)
     {
         scripted_time = {static_cast<time_t>(seconds), microseconds * 1000};
         clock_is_scripted = true;
@@ -60,18 +55,15 @@ class call_script
     /// After `skip` further calls, `times` calls are not carried out but give this result.
     void answer(int result, int skip = 0, int times = 1)
     {
-        const std::lock_guard lock(guard_);
         result_ = result, skip_ = skip, times_ = times;
     }
     int calls() const
     {
-        const std::lock_guard lock(guard_);
         return calls_;
     }
     /// For the stand-in: counts a call and tells whether it is to give *result.
     bool take(int *result)
     {
-        const std::lock_guard lock(guard_);
         ++calls_;
         if (times_ == 0 || (skip_ > 0 && skip_--))
             return false;
@@ -81,8 +73,7 @@ class call_script
     }
 
   private:
-    mutable std::mutex guard_;
-    int result_ = 0, skip_ = 0, times_ = 0, calls_ = 0;
+    std::atomic<int> result_ = 0, skip_ = 0, times_ = 0, calls_ = 0;
 };
 
 namespace calls
@@ -113,10 +104,9 @@ inline bool is_locked(pthread_mutex_t &mutex)
     return !is_free;
 }
 
-/// Argument of the last pthread_cond_timedwait, g_usleep and srand.
+/// Argument of the last pthread_cond_timedwait and g_usleep.
 inline timespec last_deadline{};
 inline std::atomic<unsigned long> last_sleep = 0;
-inline std::atomic<unsigned int> last_seed = 0;
 
 } // namespace zel_test
 

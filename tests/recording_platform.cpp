@@ -1,7 +1,11 @@
 #include "recording_platform.h"
 
+#include <glib.h>
+
 #include <cstdarg>
 #include <cstdio>
+#include <memory>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -14,32 +18,22 @@ namespace
 
 thread_local std::string written;
 
-// The layout, read back to the letter.
+// The layout of a line behind its function and source line: what stands before and behind the body.
 struct layout {
     int priority;
-    const char *kind;
+    zel_test::kind kind;
     std::string_view head;
     std::string_view tail;
 };
 constexpr layout layouts[] = {
-    {DLOG_ERROR, "CRITICAL", " \033[0;31m* Critical * ", "\033[0;m\n"},
-    {DLOG_WARN, "WARNING", " \033[0;34m* Warning * ", "\033[0;m\n"},
-    {DLOG_INFO, "BEGIN", " \033[0;36mBEGIN >>>>\033[0;m", "\n"},
-    {DLOG_INFO, "END", " \033[0;36mEND <<<<\033[0;m", "\n"},
-    {DLOG_INFO, "INFO", " * Info * ", "\n"},
-    {DLOG_INFO, "PLAIN", " ", "\n"},
-    {DLOG_DEBUG, "DEBUG", "", "\n"},
+    {DLOG_ERROR, zel_test::critical, "  \033[0;31m* Critical * ", "\033[0;m\n"},
+    {DLOG_WARN, zel_test::warning, "  \033[0;34m* Warning * ", "\033[0;m\n"},
+    {DLOG_INFO, zel_test::begin, "  \033[0;36mBEGIN >>>>\033[0;m", "\n"},
+    {DLOG_INFO, zel_test::end, "  \033[0;36mEND <<<<\033[0;m", "\n"},
+    {DLOG_INFO, zel_test::info, "  * Info * ", "\n"},
+    {DLOG_INFO, zel_test::plain, "  ", "\n"},
+    {DLOG_DEBUG, zel_test::debug, " ", "\n"},
 };
-
-std::string formatted(const char *format, va_list arguments)
-{
-    va_list again;
-    va_copy(again, arguments);
-    std::string text(static_cast<size_t>(std::vsnprintf(nullptr, 0, format, again)), '\0');
-    va_end(again);
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
-}
 
 } // namespace
 
@@ -48,17 +42,9 @@ namespace zel_test
 
 platform_state platform;
 
-trace line(const char *kind, const std::string &function, const std::string &body)
+void note(const std::string &text)
 {
-    return {std::string(kind) + " " + function + ": " + body + "\n"};
-}
-
-trace join(std::initializer_list<trace> parts)
-{
-    trace all;
-    for (const trace &part : parts)
-        all.text += part.text;
-    return all;
+    written += noted(text).text;
 }
 
 trace take_trace()
@@ -69,13 +55,9 @@ trace take_trace()
 int count_lines(const trace &lines, const std::string &kind, const std::string &body)
 {
     int count = 0;
-    const std::string tail = ": " + body;
-    for (size_t start = 0; start < lines.text.size();) {
-        const size_t stop = lines.text.find('\n', start);
-        const std::string_view line(lines.text.data() + start, stop - start);
-        count += line.starts_with(kind + " ") && line.ends_with(tail);
-        start = stop + 1;
-    }
+    std::istringstream all(lines.text);
+    for (std::string one; std::getline(all, one);)
+        count += one.starts_with(kind + " ") && one.ends_with(": " + body);
     return count;
 }
 
@@ -94,32 +76,31 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
 {
     va_list arguments;
     va_start(arguments, fmt);
-    const std::string text = formatted(fmt, arguments);
-    va_end(arguments);
-    va_start(arguments, fmt);
-    const bool has_prefix = std::string_view(fmt).starts_with("%s(%d): ");
-    const std::string function = has_prefix ? va_arg(arguments, const char *) : "";
-    const int number = has_prefix ? va_arg(arguments, int) : 0;
+    const std::unique_ptr<char, decltype(&g_free)> text(g_strdup_vprintf(fmt, arguments), g_free);
     va_end(arguments);
 
-    const std::string prefix = function + "(" + std::to_string(number) + "): ";
+    char function[100] = "";
+    int number = 0;
+    int length = 0;
+    std::sscanf(text.get(), "%99[^( ](%d):%n", function, &number, &length);
+    std::string_view body = text.get() + length;
     for (const layout &one : layouts) {
-        const std::string head = prefix + std::string(one.head);
-        if (prio == one.priority && number > 0 && std::string_view(tag) == "QUILLO_COMMON" && text.starts_with(head) &&
-            text.ends_with(one.tail) && text.size() >= head.size() + one.tail.size()) {
-            const size_t length = text.size() - head.size() - one.tail.size();
-            written += zel_test::line(one.kind, function, text.substr(head.size(), length)).text;
+        if (number > 0 && prio == one.priority && std::string_view(tag) == "QUILLO_COMMON" &&
+            body.size() >= one.head.size() + one.tail.size() && body.starts_with(one.head) &&
+            body.ends_with(one.tail)) {
+            body.remove_prefix(one.head.size());
+            body.remove_suffix(one.tail.size());
+            written += one.kind(function, std::string(body)).text;
             return -1;
         }
     }
-    written += "MALFORMED " + text;
+    written += std::string("MALFORMED ") + text.get();
     return -1;
 }
 
 int system_info_get_custom_bool(const char *key, bool *value)
 {
-    ++platform.feature_queries;
-    platform.feature_key = key;
+    EXPECT_STREQ(key, "quillo.feature.enhanced");
     if (platform.feature_result == SYSTEM_INFO_ERROR_NONE)
         *value = platform.feature_value;
     return platform.feature_result;

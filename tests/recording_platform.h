@@ -6,8 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -20,24 +23,34 @@ struct trace {
     std::string text;
 };
 
-trace join(std::initializer_list<trace> parts);
+inline trace join(std::initializer_list<trace> parts)
+{
+    trace all;
+    for (const trace &part : parts)
+        all.text += part.text;
+    return all;
+}
 
-trace line(const char *kind, const std::string &function, const std::string &body = "");
-
-inline constexpr auto begin = [](const std::string &function) { return line("BEGIN", function); };
-inline constexpr auto end = [](const std::string &function) { return line("END", function); };
-inline constexpr auto critical = [](const std::string &f, const std::string &body) {
-    return line("CRITICAL", f, body);
+/// A line of one kind.
+struct kind {
+    const char *name;
+    trace operator()(const std::string &function, const std::string &body = "") const
+    {
+        return {std::string(name) + " " + function + ": " + body + "\n"};
+    }
 };
-inline constexpr auto warning = [](const std::string &f, const std::string &body) { return line("WARNING", f, body); };
-inline constexpr auto info = [](const std::string &f, const std::string &body) { return line("INFO", f, body); };
-inline constexpr auto plain = [](const std::string &f, const std::string &body) { return line("PLAIN", f, body); };
-inline constexpr auto debug = [](const std::string &f, const std::string &body) { return line("DEBUG", f, body); };
+inline constexpr kind begin{"BEGIN"}, end{"END"}, critical{"CRITICAL"}, warning{"WARNING"}, info{"INFO"},
+    plain{"PLAIN"}, debug{"DEBUG"};
+
 /// The lines of an operation between its Begin and its End line.
 inline trace whole(const std::string &function, std::initializer_list<trace> inside = {})
 {
     return join({begin(function), join(inside), end(function)});
 }
+
+/// Writes a line of the test's own: what a callback sees, in its place among the library's lines.
+void note(const std::string &text);
+inline constexpr auto noted = [](const std::string &text) { return kind{"NOTE"}("", text); };
 
 /// Takes out what the calling thread has written since the last take.
 trace take_trace();
@@ -47,7 +60,7 @@ int count_lines(const trace &lines, const std::string &kind, const std::string &
 /// The calling thread has written exactly these lines, in this order, since the last take.
 #define EXPECT_TRACE(...) EXPECT_EQ(zel_test::join({__VA_ARGS__}).text, zel_test::take_trace().text)
 
-/// The call of `function` gives this result, unless it has none, and writes these lines.
+/// The call gives this result, unless it has none, and writes these lines.
 template <typename Call, typename Expected> void expect_call(const Call &call, const Expected &result, trace lines)
 {
     if constexpr (std::is_void_v<decltype(call())>)
@@ -57,40 +70,76 @@ template <typename Call, typename Expected> void expect_call(const Call &call, c
     EXPECT_TRACE(lines);
 }
 
-/// The same for each of the first pointers among the arguments in turn replaced by NULL.
-template <typename Expected, typename Result, typename... Parameters>
-void expect_nulls_refused(size_t count, const Expected &result, const trace &lines, Result (*function)(Parameters...),
-                          std::type_identity_t<Parameters>... arguments)
+/// In lines that are expected of a call: the function that is called.
+inline const std::string it = "@";
+inline trace named(const std::string &function, trace lines)
+{
+    for (size_t at = 0; (at = lines.text.find(it, at)) != std::string::npos; at += function.size())
+        lines.text.replace(at, it.size(), function);
+    return lines;
+}
+
+/// function(...) gives `result` (any, if it has none) and writes these lines.
+#define EXPECT_LOGS(result, lines, function, ...)                                                                      \
+    zel_test::expect_call([&] { return function(__VA_ARGS__); }, result, zel_test::named(#function, lines))
+/// The same with its Begin line before them; with its Begin and its End line around them.
+#define EXPECT_BEGUN(result, lines, function, ...)                                                                     \
+    EXPECT_LOGS(result, zel_test::join({zel_test::begin(zel_test::it), lines}), function, __VA_ARGS__)
+#define EXPECT_WHOLE(result, lines, function, ...)                                                                     \
+    EXPECT_LOGS(result, zel_test::whole(zel_test::it, {lines}), function, __VA_ARGS__)
+/// function(...) gives `result` and writes its Begin line and this Critical line, nothing else.
+#define EXPECT_REJECTED(result, body, function, ...)                                                                   \
+    EXPECT_BEGUN(result, zel_test::critical(zel_test::it, body), function, __VA_ARGS__)
+
+/// For arguments that are not to be looked at: zeros, which have to stay zeros.
+alignas(16) inline char nothing[512];
+
+/// The call is refused, whichever of its first `count` pointers is NULL: it gives this result (NULL, if that is a
+/// pointer), writes these lines, and leaves alone what the others point to.
+template <typename Result, typename... Parameters>
+void expect_nulls_refused(size_t count, int result, const trace &lines, Result (*function)(Parameters...))
 {
     for (size_t victim = 0; victim < count; ++victim) {
         size_t index = 0;
         const auto pick = [&]<typename Value>(Value value) {
-            return std::is_pointer_v<Value> && index++ == victim ? Value() : value;
+            if constexpr (std::is_pointer_v<Value>)
+                return index++ == victim ? nullptr : reinterpret_cast<Value>(nothing);
+            else
+                return value;
         };
-        const std::tuple<Parameters...> picked = {pick(arguments)...};
-        expect_call([&] { return std::apply(function, picked); }, result, lines);
+        const std::tuple<Parameters...> arguments = {pick(Parameters{})...};
+        const auto call = [&] { return std::apply(function, arguments); };
+        if constexpr (std::is_pointer_v<Result> || std::is_void_v<Result>)
+            expect_call(call, nullptr, lines);
+        else
+            expect_call(call, static_cast<Result>(result), lines);
     }
+    EXPECT_EQ(std::count(std::begin(nothing), std::end(nothing), 0), std::ssize(nothing)) << lines.text;
 }
 
-/// function(...) gives `result` (any, if it has none) and writes its Begin line and this Critical line, nothing else.
-#define EXPECT_REJECTED(result, body, function, ...)                                                                   \
-    zel_test::expect_call([&] { return function(__VA_ARGS__); }, result,                                               \
-                          zel_test::join({zel_test::begin(#function), zel_test::critical(#function, body)}))
-/// So it does for each of the first `count` pointers among its arguments replaced by NULL; the second form is for a
-/// function without a Begin line.
-#define EXPECT_NULLS_REJECTED(count, result, body, function, ...)                                                      \
-    zel_test::expect_nulls_refused(count, result,                                                                      \
-                                   zel_test::join({zel_test::begin(#function), zel_test::critical(#function, body)}),  \
-                                   function, __VA_ARGS__)
-#define EXPECT_NULLS_REFUSED(count, result, body, function, ...)                                                       \
-    zel_test::expect_nulls_refused(count, result, zel_test::critical(#function, body), function, __VA_ARGS__)
+/// The same for several functions, whose names stand in `names`. Their lines are a Critical line with this body, and
+/// their Begin line before it, if they have one.
+template <typename... Functions>
+void expect_nulls_refused(bool begun, size_t count, int result, const char *body, const char *names,
+                          Functions... functions)
+{
+    std::istringstream rest(names);
+    const auto next_lines = [&] {
+        std::string name;
+        std::getline(rest >> std::ws, name, ',');
+        return join({begun ? begin(name) : trace(), critical(name, body)});
+    };
+    (expect_nulls_refused(count, result, next_lines(), functions), ...);
+}
+#define EXPECT_NULLS_REJECTED(count, result, body, ...)                                                                \
+    zel_test::expect_nulls_refused(true, count, result, body, #__VA_ARGS__, __VA_ARGS__)
+#define EXPECT_NULLS_REFUSED(count, result, body, ...)                                                                 \
+    zel_test::expect_nulls_refused(false, count, result, body, #__VA_ARGS__, __VA_ARGS__)
 
 /// What the rest of the platform answers, and what became of it. Not for several threads at once.
 struct platform_state {
     int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     bool feature_value = false;
-    int feature_queries = 0;
-    std::string feature_key;
 
     std::set<app_control_h> handles; ///< those that exist
     int clone_result = 0;            ///< other than 0: the next clone fails with it, leaving this in its output

@@ -1,21 +1,27 @@
+// Requests, and the encoding of a share.
+#include "interpose.h"
 #include "recording_platform.h"
-#include "zel_common_request.h"
 #include "zel_common_request_internal.h"
 
+#include <climits>
+#include <cstring>
+#include <memory>
 #include <string>
-#include <vector>
 
 using namespace zel_test;
 
 namespace
 {
 
-constexpr char *zel_request::*owned_strings[] = {
+using item = zel_trans_content_info;
+using share = zel_trans_share_content_info;
+
+constexpr char *zel_request::*strings[] = {
     &zel_request::description,  &zel_request::local_path, &zel_request::url,       &zel_request::contents_token,
     &zel_request::folder_token, &zel_request::group_id,   &zel_request::list_next, &zel_request::list_more};
 constexpr size_t copied_strings = 6; // the first ones
-constexpr GList *zel_request::*owned_lists[] = {&zel_request::receiver_list, &zel_request::url_list,
-                                                &zel_request::file_list, &zel_request::server_file_list};
+constexpr GList *zel_request::*lists[] = {&zel_request::receiver_list, &zel_request::url_list, &zel_request::file_list,
+                                          &zel_request::server_file_list};
 constexpr size_t copied_lists = 3;
 
 GList *list_of(std::initializer_list<const char *> texts)
@@ -26,11 +32,11 @@ GList *list_of(std::initializer_list<const char *> texts)
     return list;
 }
 
-std::vector<std::string> texts_of(const GList *list)
+std::string texts_of(const GList *list)
 {
-    std::vector<std::string> texts;
+    std::string texts;
     for (; list; list = list->next)
-        texts.emplace_back(static_cast<const char *>(list->data));
+        texts += std::string(static_cast<const char *>(list->data)) + ";";
     return texts;
 }
 
@@ -45,23 +51,103 @@ zel_request *make_request()
     request->thumbnail_type = QUILLO_EVENT_THUMBNAIL_480;
     request->content_token_expired_time = 1ULL << 40;
     request->folder_token_expired_time = ~0ULL;
-    for (size_t i = 0; i < std::size(owned_strings); ++i)
-        request->*owned_strings[i] = g_strdup_printf("text %zu", i);
-    for (const auto list : owned_lists)
+    for (size_t i = 0; i < std::size(strings); ++i)
+        request->*strings[i] = g_strdup_printf("text %zu", i);
+    for (const auto list : lists)
         request->*list = list_of({"first", "second"});
     request->caller = new_handle();
     return request;
 }
 
-const std::string copy_name = "_common_copy_zel_request_members";
-const std::string release_name = "_common_free_zel_request_members";
-const std::string dup_name = "_common_glist_dup";
+const trace duplicated = whole("_common_glist_dup");
 
-trace members_released(const char *at_the_handle = nullptr)
+trace members_released(const trace &at_the_handle = {})
 {
-    return whole(release_name, {debug(release_name, "g_list_free_full"), debug(release_name, "destroy app control"),
-                                at_the_handle ? debug(release_name, at_the_handle) : trace()});
+    const std::string release = "_common_free_zel_request_members";
+    return named(release, whole(it, {debug(it, "g_list_free_full"), debug(it, "destroy app control"), at_the_handle}));
 }
+
+template <typename Value> std::string number(Value value)
+{
+    return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+std::string text(const char *value)
+{
+    return number(static_cast<int>(strlen(value))) + value;
+}
+
+// Reads from exactly as many bytes as the content has, so that the address check sees every step beyond. True for
+// ZEL_ERR_NONE; otherwise the result must be ZEL_ERR_MEMORY and the outputs untouched.
+template <typename Output>
+bool read(zel_err_e (*reader)(const void *, int, int *, Output *), const std::string &content, int *offset, Output *out)
+{
+    const auto bytes = std::make_unique<char[]>(content.size());
+    std::memcpy(bytes.get(), content.data(), content.size());
+    const int offset_before = *offset;
+    const Output before = *out;
+    const zel_err_e result = reader(bytes.get(), static_cast<int>(content.size()), offset, out);
+    EXPECT_TRUE(result == ZEL_ERR_NONE || (result == ZEL_ERR_MEMORY && *offset == offset_before && *out == before));
+    return result == ZEL_ERR_NONE;
+}
+
+// What is read, encoded again by the library; nothing when it is refused.
+std::string decode(const std::string &content, int *offset)
+{
+    share *decoded = nullptr;
+    if (!read(__get_share_content_info_list, content, offset, &decoded))
+        return "";
+    std::string bytes(__find_length_of_share_content_info_list(decoded), '\0');
+    int end = 0;
+    EXPECT_EQ(__set_share_content_info_list(bytes.data(), &end, decoded), ZEL_ERR_NONE);
+    _common_free_share_content_info(decoded);
+    return bytes;
+}
+
+std::string too_large(int offset, size_t max_length)
+{
+    return "offset to large, offset=" + std::to_string(offset) + ", max_length=" + std::to_string(max_length);
+}
+
+// A share of two items, the second one empty, and its encoding put together by hand.
+class Wire : public testing::Test
+{
+  protected:
+    Wire()
+    {
+        const auto put = [this](const char *value) {
+            bytes += text(value);
+            return g_strdup(value);
+        };
+        const share strings_of_share = {put("token"),
+                                        put("description"),
+                                        put("type"),
+                                        put("from"),
+                                        put("to"),
+                                        0,
+                                        77,
+                                        nullptr,
+                                        QUILLO_PUSH_STATUS_SHARE_RECALLED}; // the status does not travel
+        one = static_cast<share *>(g_memdup2(&strings_of_share, sizeof strings_of_share));
+        one->expired_time = 0x8877665544332211ULL;
+        bytes += number(one->expired_time) + number(2);
+        const item items[] = {{put("original"), put(""), put("mid"), put("big"), put("name"), nullptr, nullptr,
+                               4000000001U, 4000000002U, 4000000003U, 4000000004U},
+                              {}};
+        bytes += std::string(8, '\0') + number(4000000001U) + number(4000000002U) + number(4000000003U) +
+                 number(4000000004U) + std::string(44, '\0');
+        for (const item &each : items)
+            one->content_info_list = g_list_append(one->content_info_list, g_memdup2(&each, sizeof each));
+    }
+    ~Wire() override
+    {
+        _common_free_share_content_info(one);
+    }
+
+    share *one = nullptr;
+    std::string bytes;
+    int offset = 0;
+};
 
 } // namespace
 
@@ -70,95 +156,274 @@ TEST(Request, CopyIsIndependentButForThreeMembers)
     zel_request *source = make_request();
     auto *copy = g_new0(zel_request, 1);
     copy->description = reinterpret_cast<char *>(1); // overwritten, not released
-    EXPECT_EQ(_common_copy_zel_request_members(source, copy), ZEL_ERR_NONE);
-    EXPECT_TRACE(whole(copy_name, {whole(dup_name), whole(dup_name), whole(dup_name),
-                                   debug(copy_name, "app_control_clone result : [0]")}));
+    const trace cloned = debug(it, "app_control_clone result : [0]");
+    EXPECT_WHOLE(ZEL_ERR_NONE, join({duplicated, duplicated, duplicated, cloned}), _common_copy_zel_request_members,
+                 source, copy);
     EXPECT_EQ(copy->req_id, 4000000001U);
     EXPECT_EQ(copy->folder_token_expired_time, ~0ULL);
-    for (size_t i = 0; i < std::size(owned_strings); ++i) {
-        const auto string = owned_strings[i];
-        EXPECT_STREQ(copy->*string, source->*string);
-        EXPECT_EQ(copy->*string == source->*string, i >= copied_strings) << i;
+    for (size_t i = 0; i < std::size(strings); ++i) {
+        EXPECT_STREQ(copy->*strings[i], source->*strings[i]);
+        EXPECT_EQ(copy->*strings[i] == source->*strings[i], i >= copied_strings) << i;
     }
-    for (size_t i = 0; i < std::size(owned_lists); ++i) {
-        const auto list = owned_lists[i];
-        EXPECT_EQ(texts_of(copy->*list), (std::vector<std::string>{"first", "second"}));
-        EXPECT_EQ(copy->*list == source->*list, i >= copied_lists) << i;
-        EXPECT_EQ((copy->*list)->data == (source->*list)->data, i >= copied_lists) << i;
+    for (size_t i = 0; i < std::size(lists); ++i) {
+        EXPECT_EQ(texts_of(copy->*lists[i]), "first;second;");
+        EXPECT_EQ(copy->*lists[i] == source->*lists[i], i >= copied_lists) << i;
+        EXPECT_EQ((copy->*lists[i])->data == (source->*lists[i])->data, i >= copied_lists) << i;
     }
-    EXPECT_NE(copy->caller, source->caller);
 
     // One of the two gives up what both refer to. A release resets the strings only.
     copy->server_file_list = nullptr;
     copy->list_next = copy->list_more = nullptr;
     platform.destroy_result = -7;
-    _common_free_zel_request_members(copy);
-    EXPECT_TRACE(members_released("app_control_destroy ret[-7]"));
-    for (const auto string : owned_strings)
+    const trace released = members_released(debug(it, "app_control_destroy ret[-7]"));
+    EXPECT_LOGS(0, released, _common_free_zel_request_members, copy);
+    for (const auto string : strings)
         EXPECT_EQ(copy->*string, nullptr);
     EXPECT_NE(copy->file_list, nullptr);
     EXPECT_NE(copy->caller, nullptr);
     g_free(copy);
-    _common_free_zel_request(source);
-    EXPECT_TRACE(whole("_common_free_zel_request", {members_released("app_control_destroy ret[-7]")}));
-    EXPECT_TRUE(platform.handles.empty());
+    EXPECT_WHOLE(0, released, _common_free_zel_request, source);
+    EXPECT_TRUE(platform.handles.empty()) << "the copy's was another one";
 }
 
 TEST(Request, CopyHasNoHandleThatCannotBeClonedAndListsUpToANull)
 {
     zel_request source{};
     source.receiver_list = list_of({"first", nullptr, "third"});
-    source.caller = new_handle();
-    for (app_control_h left_behind : {app_control_h(), source.caller}) {
+    const trace cut = whole("_common_glist_dup", {critical("_common_glist_dup", "NULL string")});
+    const trace refused = debug(it, "app_control_clone result : [-12]");
+    for (const app_control_h caller : {app_control_h(), new_handle()}) {
         zel_request copy{};
+        source.caller = platform.clone_left_behind = caller;
         platform.clone_result = -12;
-        platform.clone_left_behind = left_behind;
-        EXPECT_EQ(_common_copy_zel_request_members(&source, &copy), ZEL_ERR_NONE);
-        EXPECT_TRACE(whole(copy_name, {whole(dup_name, {critical(dup_name, "NULL string")}),
-                                       debug(copy_name, "app_control_clone result : [-12]")}));
-        EXPECT_EQ(texts_of(copy.receiver_list), std::vector<std::string>{"first"});
+        EXPECT_WHOLE(ZEL_ERR_NONE, join({cut, caller ? refused : trace()}), _common_copy_zel_request_members, &source,
+                     &copy);
+        EXPECT_EQ(texts_of(copy.receiver_list), "first;");
         EXPECT_EQ(copy.url, nullptr);
         EXPECT_EQ(copy.caller, nullptr);
-        _common_free_zel_request_members(&copy);
-        EXPECT_TRACE(members_released());
+        EXPECT_LOGS(0, members_released(), _common_free_zel_request_members, &copy);
     }
     EXPECT_EQ(g_list_length(source.receiver_list), 3u);
     _common_free_zel_request_members(&source);
 }
 
-TEST(Request, NullIsRejected)
+TEST(Request, NullArgumentsAreRejected)
 {
-    zel_request request{};
-    EXPECT_NULLS_REJECTED(2, ZEL_ERR_INVALID_ARG, "Invalid parameters", _common_copy_zel_request_members, &request,
-                          &request);
-    _common_free_zel_request(nullptr);
-    _common_free_zel_request_members(nullptr);
-    _common_glist_dup(nullptr);
-    EXPECT_TRACE(whole("_common_free_zel_request", {critical("_common_free_zel_request", "[request] is NULL_PARAM")}),
-                 whole(release_name, {critical(release_name, "[request] is NULL_PARAM")}),
-                 whole(dup_name, {critical(dup_name, "[src] is NULL_PARAM")}));
-    _common_free_zel_param_members(nullptr);
+    EXPECT_NULLS_REJECTED(2, ZEL_ERR_INVALID_ARG, "Invalid parameters", _common_copy_zel_request_members);
+    const trace no_request = critical(it, "[request] is NULL_PARAM");
+    EXPECT_WHOLE(0, no_request, _common_free_zel_request, nullptr);
+    EXPECT_WHOLE(0, no_request, _common_free_zel_request_members, nullptr);
+    EXPECT_WHOLE(nullptr, critical(it, "[src] is NULL_PARAM"), _common_glist_dup, nullptr);
+    EXPECT_WHOLE(0, trace(), _common_free_zel_param_members, nullptr);
     auto *param = g_new0(comm_param_s, 1);
-    param->handle = &request; // not its own
-    _common_free_zel_param_members(param);
-    EXPECT_TRACE(whole("_common_free_zel_param_members"),
-                 whole("_common_free_zel_param_members", {members_released()}));
+    param->handle = &param; // not its own
+    EXPECT_WHOLE(0, members_released(), _common_free_zel_param_members, param);
+
+    const char *body = "Fail: Invalid Parameter";
+    EXPECT_NULLS_REFUSED(2, ZEL_ERR_INVALID_ARG, body, __set_unsigned_int, __set_int, __set_unsigned_long_long,
+                         __set_string);
+    EXPECT_NULLS_REFUSED(3, ZEL_ERR_INVALID_ARG, body, __set_content_info, __get_unsigned_int, __get_int,
+                         __get_unsigned_long_long, __get_string, __get_content_info);
+    EXPECT_NULLS_REJECTED(3, ZEL_ERR_INVALID_ARG, body, __set_share_content_info_list, __get_share_content_info_list);
+    EXPECT_NULLS_REJECTED(1, 0, body, __print_share_content_info_list);
+    EXPECT_NULLS_REJECTED(1, 0, "Invalid Parameter", __find_length_of_content_info,
+                          __find_length_of_share_content_info_list);
 }
 
 TEST(Request, DumpNamesItsCaller)
 {
     zel_request *request = make_request();
     g_clear_pointer(&request->group_id, g_free);
-    __print_zel_request(request, "send_it", 42);
-    const std::string dump = "__print_zel_request";
     const std::string from = "from send_it(42) > ";
-    EXPECT_TRACE(info(dump, from + "cmd [26]"), info(dump, from + "req_id [-294967295]"),
-                 info(dump, from + "receiver_count [2]"), info(dump, from + "url_count [3]"),
-                 info(dump, from + "file_count [4]"), plain(dump, from + "contents_token [text 3]"),
-                 info(dump, from + "content_token_expired_time [1099511627776]"),
-                 plain(dump, from + "folder_token [text 4]"), info(dump, from + "folder_token_expired_time [-1]"),
-                 plain(dump, from + "group_id [(null)]"), plain(dump, from + "thumbnail_type [2]"),
-                 plain(dump, from + "g_list_length(file_list) [2]"), plain(dump, from + "file [first]"),
-                 plain(dump, from + "file [second]"));
+    const trace lines =
+        join({info(it, from + "cmd [26]"), info(it, from + "req_id [-294967295]"),
+              info(it, from + "receiver_count [2]"), info(it, from + "url_count [3]"),
+              info(it, from + "file_count [4]"), plain(it, from + "contents_token [text 3]"),
+              info(it, from + "content_token_expired_time [1099511627776]"), plain(it, from + "folder_token [text 4]"),
+              info(it, from + "folder_token_expired_time [-1]"), plain(it, from + "group_id [(null)]"),
+              plain(it, from + "thumbnail_type [2]"), plain(it, from + "g_list_length(file_list) [2]"),
+              plain(it, from + "file [first]"), plain(it, from + "file [second]")});
+    EXPECT_LOGS(0, lines, __print_zel_request, request, "send_it", 42);
     _common_free_zel_request(request);
+}
+
+TEST(Fields, AreNativeAndUnaligned)
+{
+    char buffer[64];
+    int end = 1;
+    EXPECT_EQ(__set_unsigned_int(buffer, &end, 0xfffefdfcU), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_int(buffer, &end, -2), ZEL_ERR_NONE);
+    EXPECT_EQ(__set_unsigned_long_long(buffer, &end, 0x8877665544332211ULL), ZEL_ERR_NONE);
+    for (const char *string : {"abc", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(__set_string(buffer, &end, string), ZEL_ERR_NONE);
+    const std::string numbers = number(0xfffefdfcU) + number(-2) + number(0x8877665544332211ULL);
+    EXPECT_EQ(std::string(buffer + 1, static_cast<size_t>(end - 1)), numbers + text("abc") + text("") + text(""));
+
+    unsigned int u32 = 0;
+    int i32 = 0;
+    unsigned long long u64 = 0;
+    int offset = 1;
+    EXPECT_EQ(__get_unsigned_int(buffer, &offset, &u32), ZEL_ERR_NONE);
+    EXPECT_EQ(__get_int(buffer, &offset, &i32), ZEL_ERR_NONE);
+    EXPECT_EQ(__get_unsigned_long_long(buffer, &offset, &u64), ZEL_ERR_NONE);
+    EXPECT_EQ(number(u32) + number(i32) + number(u64), numbers);
+    EXPECT_EQ(offset, 17);
+    EXPECT_TRACE();
+}
+
+TEST(Fields, StringsAreReadWithinTheirBounds)
+{
+    const std::string get = "__get_string";
+    const std::string no_memory = "Memory allcation failure";
+    const std::string run(9000, 'z');
+    const std::string longest(4096, 'z');
+    const struct {
+        int before;       // so many bytes, then
+        int length;       // this, then
+        std::string rest; // the string, whose end may be missing
+        int after;        // where the next field starts
+        const char *kept; // none: it is absent, or refused
+        std::string failure;
+    } cases[] = {{2, 3, "abc", 9, "abc", ""},
+                 {0, 3, std::string("a\0c", 3), 7, "a", ""},
+                 {6000, 9000, run, 15004, run.c_str(), ""},
+                 {0, 0, "abc", 4, nullptr, ""},
+                 {0, -1, "abc", 4, nullptr, ""},
+                 {0, INT_MIN, "abc", 4, nullptr, ""},
+                 {0, 100, "0123456789abcdef", 104, "0123456789abcdef", ""},
+                 {0, 1, "", 5, "", ""},
+                 {0, INT_MAX, "ab", INT_MAX, "ab", ""},
+                 {4092, 9001, run, 4096 + 9001, longest.c_str(), ""},
+                 {4093, 9001, run, 4093, nullptr, "fails to get string"},
+                 {0, 100, "abc", 0, nullptr, no_memory}};
+    for (const auto &[before, length, rest, after, kept, failure] : cases) {
+        const std::string content = std::string(static_cast<size_t>(before), '?') + number(length) + rest;
+        const std::string body = "offset to large, offset=" + std::to_string(before + 4) +
+                                 ", length=" + std::to_string(length) +
+                                 ", max_length=" + std::to_string(content.size());
+        char untouched[] = "untouched";
+        char *got = untouched;
+        int offset = before;
+        const allocation_failure failing(failure == no_memory ? 1 : 0);
+        EXPECT_EQ(read(__get_string, content, &offset, &got), failure.empty());
+        if (length <= static_cast<int>(rest.size()))
+            EXPECT_TRACE();
+        else if (kept)
+            EXPECT_TRACE(critical(get, body), warning(get, "truncated data: " + std::string(kept)));
+        else
+            EXPECT_TRACE(critical(get, body), critical(get, failure));
+        EXPECT_EQ(offset, after);
+        EXPECT_STREQ(got, kept ? kept : untouched);
+        g_free(got == untouched ? nullptr : got);
+    }
+    for (const std::string content : {"0123456789", ""}) // no room for the length itself
+        for (const int start : {7, 104, INT_MAX - 4, INT_MAX, -1, INT_MIN}) {
+            char *got = nullptr;
+            int offset = start;
+            EXPECT_FALSE(read(__get_string, content, &offset, &got));
+            EXPECT_TRACE(critical(get, too_large(start, content.size())));
+        }
+}
+
+TEST_F(Wire, EncodingAndSizesByteForByte)
+{
+    const auto size = static_cast<unsigned int>(bytes.size());
+    const trace item_size = whole("__find_length_of_content_info");
+    EXPECT_WHOLE(size, join({item_size, item_size}), __find_length_of_share_content_info_list, one);
+    EXPECT_EQ(one->content_info_list_length, 2u) << "either operation brings it up to date";
+    one->content_info_list_length = 77;
+    std::string encoded(size + 1, '#');
+    EXPECT_WHOLE(ZEL_ERR_NONE, trace(), __set_share_content_info_list, encoded.data(), &offset, one);
+    EXPECT_EQ(encoded, bytes + "#");
+    EXPECT_EQ(offset, static_cast<int>(size));
+
+    // A null element is counted and not written.
+    one->content_info_list = g_list_insert(one->content_info_list, nullptr, 1);
+    EXPECT_EQ(__find_length_of_share_content_info_list(one), size);
+    EXPECT_EQ(__set_share_content_info_list(encoded.data(), &(offset = 0), one), ZEL_ERR_NONE);
+    EXPECT_EQ(offset, static_cast<int>(size));
+    EXPECT_EQ(one->content_info_list_length, 3u);
+    for (const auto &[count, dumped] : {std::pair(2U, 1), std::pair(3U, 2), std::pair(4U, 2)}) {
+        one->content_info_list_length = count;
+        take_trace();
+        __print_share_content_info_list(one);
+        EXPECT_EQ(count_lines(take_trace(), "INFO", "big_thumbnail [(null)]") + 1, dumped);
+    }
+
+    share empty{};
+    empty.content_info_list_length = 3; // without a list the stored count goes out, and no items
+    EXPECT_EQ(__find_length_of_share_content_info_list(&empty), 32u);
+    EXPECT_EQ(__set_share_content_info_list(encoded.data(), &(offset = 0), &empty), ZEL_ERR_NONE);
+    EXPECT_EQ(encoded.substr(0, 33), std::string(28, '\0') + number(3) + bytes[32]);
+}
+
+TEST_F(Wire, DecodingGivesBackWhatWasEncodedAndDumpsIt)
+{
+    EXPECT_EQ(decode(bytes + "more", &offset), bytes);
+    EXPECT_EQ(static_cast<size_t>(offset), bytes.size());
+    take_trace();
+    share *decoded = nullptr;
+    EXPECT_TRUE(read(__get_share_content_info_list, bytes, &(offset = 0), &decoded));
+    const std::string fields[] = {"original",     "thumbnail",      "mid_thumbnail",  "big_thumbnail",      "name",
+                                  "content_type", "contents_token", "download_count", "max_download_count", "size",
+                                  "content_id"};
+    const char *const values[] = {"original", "(null)",     "mid",        "big",        "name",      "(null)",
+                                  "(null)",   "4000000001", "4000000002", "4000000003", "4000000004"};
+    const std::string dump = "__print_share_content_info_list";
+    trace items;
+    for (size_t i = 0; i < 2 * std::size(fields); ++i) {
+        const size_t field = i % std::size(fields);
+        const std::string value = i < std::size(fields) ? values[field] : field < 7 ? "(null)" : "0";
+        items = join({items, info(dump, fields[field] + " [" + value + "]")});
+    }
+    EXPECT_TRACE(
+        whole("__get_share_content_info_list",
+              {whole(dump, {info(dump, "contents_token [token]"), info(dump, "description [description]"),
+                            plain(dump, "type [type]"), plain(dump, "from_msisdn [from]"), plain(dump, "to_list [to]"),
+                            plain(dump, "expired_time [9833440827789222417]"), info(dump, "push_status [0]"),
+                            info(dump, "content_info_list_length [2]"), items})}));
+    _common_free_share_content_info(decoded);
+}
+
+// Whatever the length, and whatever stands at whatever place: nothing beyond the buffer is read, nothing larger than it
+// is allocated (but for the 4097 bytes of a truncated string), and what is accepted really lay inside.
+TEST_F(Wire, ShortBuffersAndHostileNumbersAreSurvived)
+{
+    for (size_t length = 0; length < bytes.size(); ++length)
+        EXPECT_EQ(decode(bytes.substr(0, length), &offset), "") << length;
+    for (const size_t fixed : {20, 28}) { // the numbers of a share are refused in its name
+        take_trace();
+        EXPECT_EQ(decode(std::string(fixed + 3, '\0'), &offset), "");
+        const std::string list = "__get_share_content_info_list";
+        EXPECT_TRACE(begin(list), critical(list, too_large(static_cast<int>(fixed), fixed + 3)),
+                     whole("_common_free_share_content_info"));
+    }
+
+    const allocation_failure watch(0);
+    for (const unsigned int value : {0U, 1U, 300U, 5000U, INT_MAX - 200U, INT_MAX - 3U, 0x7fffffffU, 0x80000000U, ~0U})
+        for (size_t place = 0; place + 4 <= bytes.size(); ++place) {
+            std::string changed = bytes;
+            const size_t accepted = decode(changed.replace(place, 4, number(value)), &(offset = 0)).size();
+            EXPECT_LE(accepted, static_cast<size_t>(offset));
+            EXPECT_LE(static_cast<size_t>(offset), changed.size());
+            take_trace();
+        }
+    EXPECT_LE(allocations.largest, 4097u);
+    const int count = allocations.count;
+    EXPECT_EQ(decode(std::string(28, '\0') + number(~0U) + std::string(440, '\0'), &(offset = 0)), "");
+    EXPECT_LE(allocations.count - count, 1 + 10 + 1) << "the items end with the buffer, whatever their count";
+}
+
+TEST_F(Wire, DecodingSurvivesEveryFailedAllocation)
+{
+    const int allocated = 1 + 5 + (1 + 4) + 1; // records and present strings, one each
+    for (int nth = 1; nth <= allocated + 1; ++nth) {
+        take_trace();
+        const allocation_failure failure(nth);
+        EXPECT_EQ(decode(bytes, &(offset = 0)).empty(), nth <= allocated) << nth;
+        const trace lines = take_trace();
+        EXPECT_EQ(count_lines(lines, "CRITICAL", "Memory allcation failure") +
+                      count_lines(lines, "CRITICAL", "Fail: Memory Allocation Failure"),
+                  nth <= allocated);
+    }
 }

@@ -11,25 +11,23 @@ using namespace zel_test;
 namespace
 {
 
-// What a started thread sees of its record, and its way to say that it is done.
+// A record, and the thread that it is of.
 struct worker {
     zel_thread_s *record = nullptr;
-    zel_thread_s *seen = nullptr;
-    pthread_t self{};
-    int detach_state = -1;
-    std::promise<void> done;
+    std::promise<pthread_t> self;
 };
 
-void *report(void *data)
+void *work(void *data)
 {
     worker &me = *static_cast<worker *>(data);
-    me.seen = me.record;
-    me.self = pthread_self();
+    EXPECT_NE(me.record, nullptr) << "it stands there before the thread runs";
     pthread_attr_t attributes;
+    int detach_state = -1;
     pthread_getattr_np(pthread_self(), &attributes);
-    pthread_attr_getdetachstate(&attributes, &me.detach_state);
+    pthread_attr_getdetachstate(&attributes, &detach_state);
     pthread_attr_destroy(&attributes);
-    me.done.set_value();
+    EXPECT_EQ(detach_state, PTHREAD_CREATE_DETACHED);
+    me.self.set_value(pthread_self());
     return nullptr;
 }
 
@@ -38,101 +36,94 @@ class Thread : public testing::Test
   protected:
     Thread()
     {
-        EXPECT_TRUE(_common_thread_start(&thread.record, report, &thread));
-        EXPECT_TRACE(whole("_common_thread_start"));
-        thread.done.get_future().wait();
+        EXPECT_WHOLE(true, trace(), _common_thread_start, &thread.record, work, &thread);
+        EXPECT_TRUE(pthread_equal(thread.self.get_future().get(), thread.record->thread_id));
     }
     ~Thread() override
     {
-        if (!thread.record)
-            return;
         // Asked by another thread, for the lock is recursive.
         EXPECT_FALSE(std::async(std::launch::async, [this] { return is_locked(thread.record->available_lock); }).get());
-        _common_thread_stop(thread.record);
+        take_trace();
+        EXPECT_WHOLE(0, trace(), _common_thread_stop, thread.record);
     }
 
     worker thread;
+    const trace access = info(it, "access mutex lock");
 };
 
 } // namespace
 
-TEST_F(Thread, StartedThreadFindsItsRecord)
+TEST_F(Thread, RecordStatesAndNullArguments)
 {
-    EXPECT_EQ(thread.seen, thread.record);
-    EXPECT_TRUE(pthread_equal(thread.self, thread.record->thread_id));
-    EXPECT_EQ(thread.detach_state, PTHREAD_CREATE_DETACHED);
     EXPECT_FALSE(thread.record->is_running);
-    EXPECT_FALSE(_common_thread_get_wait_status(thread.record));
-    thread.record->thread_wait_status = true;
-    EXPECT_TRUE(_common_thread_get_wait_status(thread.record));
-    EXPECT_TRACE();
+    EXPECT_WHOLE(0, trace(), _common_thread_notify_started, thread.record);
+    EXPECT_TRUE(thread.record->is_running);
+    for (const bool value : {false, true}) {
+        EXPECT_WHOLE(0, trace(), _common_thread_set_is_running, thread.record, value);
+        EXPECT_EQ(thread.record->is_running, value);
+        thread.record->thread_wait_status = value;
+        EXPECT_LOGS(value, trace(), _common_thread_get_wait_status, thread.record);
+    }
+    EXPECT_EQ(calls::cond_signal.calls(), 0) << "none of them wakes anybody";
     pthread_mutex_lock(&thread.record->available_lock);
-    EXPECT_EQ(pthread_mutex_trylock(&thread.record->available_lock), 0) << "the lock is recursive";
+    EXPECT_FALSE(is_locked(thread.record->available_lock)) << "the lock is recursive";
     pthread_mutex_unlock(&thread.record->available_lock);
-    pthread_mutex_unlock(&thread.record->available_lock);
+
+    EXPECT_NULLS_REJECTED(2, false, "Invalid arguments", _common_thread_start);
+    const char *body = "req_thread is NULL";
+    EXPECT_NULLS_REJECTED(1, 0, body, _common_thread_wait_till_start, _common_thread_notify_started,
+                          _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop);
+    EXPECT_NULLS_REJECTED(1, EINVAL, body, _common_thread_waitCallback);
+    EXPECT_NULLS_REFUSED(1, false, body, _common_thread_get_wait_status);
 }
 
-TEST_F(Thread, BadArgumentsAndFailedStartsLeaveNoRecord)
+TEST_F(Thread, FailedStepsOfStartAndStop)
 {
+    worker other;
+    ASSERT_TRUE(_common_thread_start(&other.record, work, &other));
+    other.self.get_future().wait();
+    take_trace();
+    calls::mutex_destroy.answer(EBUSY);
+    calls::cond_broadcast.answer(EINVAL);
+    calls::cond_destroy.answer(EPERM);
+    const trace failures =
+        join({critical(it, "pthread_mutex_destroy failed - 16"), critical(it, "pthread_cond_broadcast failed - 22"),
+              critical(it, "pthread_cond_destroy failed - 1")});
+    EXPECT_WHOLE(0, failures, _common_thread_stop, other.record);
+
     zel_thread_s *record = thread.record;
-    EXPECT_NULLS_REJECTED(2, false, "Invalid arguments", _common_thread_start, &record, report, nullptr);
     {
         const allocation_failure failure(1);
-        EXPECT_REJECTED(false, "Failed memory allocation", _common_thread_start, &record, report, nullptr);
+        EXPECT_REJECTED(false, "Failed memory allocation", _common_thread_start, &record, work, nullptr);
     }
     EXPECT_EQ(record, thread.record) << "untouched";
     calls::thread_create.answer(EAGAIN);
-    EXPECT_REJECTED(false, "Failed to create thread ret_val[11]", _common_thread_start, &record, report, nullptr);
+    EXPECT_REJECTED(false, "Failed to create thread ret_val[11]", _common_thread_start, &record, work, nullptr);
     EXPECT_EQ(record, nullptr);
-
-    const std::string body = "req_thread is NULL";
-    EXPECT_REJECTED(false, body, _common_thread_wait_till_start, nullptr);
-    EXPECT_REJECTED(0, body, _common_thread_notify_started, nullptr);
-    EXPECT_REJECTED(0, body, _common_thread_set_is_running, nullptr, true);
-    EXPECT_REJECTED(22, body, _common_thread_waitCallback, nullptr);
-    EXPECT_REJECTED(0, body, _common_thread_sendSignal, nullptr);
-    EXPECT_REJECTED(0, body, _common_thread_stop, nullptr);
-    EXPECT_NULLS_REFUSED(1, false, body, _common_thread_get_wait_status, thread.record);
+    EXPECT_EQ(calls::mutex_destroy.calls(), 2);
+    EXPECT_EQ(calls::cond_destroy.calls(), 2);
 }
 
-TEST_F(Thread, StartWaitIsOneWaitToAWholeSecondUnlessRunning)
+TEST_F(Thread, WaitsEndAtTheirDeadlines)
 {
     const scripted_clock clock(1000, 999999); // long past: a real wait ends at once
-    EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
+    EXPECT_WHOLE(false, trace(), _common_thread_wait_till_start, thread.record);
     calls::cond_timedwait.answer(0); // woken too early
     EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
-    EXPECT_TRACE(whole("_common_thread_wait_till_start"), whole("_common_thread_wait_till_start"));
     EXPECT_EQ(last_deadline.tv_sec, 1005);
     EXPECT_EQ(last_deadline.tv_nsec, 0);
-    EXPECT_EQ(calls::cond_timedwait.calls(), 2);
-
-    _common_thread_notify_started(thread.record);
-    EXPECT_TRACE(whole("_common_thread_notify_started"));
+    thread.record->is_running = true;
     EXPECT_TRUE(_common_thread_wait_till_start(thread.record));
     EXPECT_EQ(calls::cond_timedwait.calls(), 2);
-    take_trace();
-    _common_thread_set_is_running(thread.record, false);
-    EXPECT_TRACE(whole("_common_thread_set_is_running"));
-    EXPECT_FALSE(thread.record->is_running);
-    _common_thread_set_is_running(thread.record, true);
-    EXPECT_TRUE(thread.record->is_running);
-    EXPECT_EQ(calls::cond_signal.calls(), 0) << "neither wakes anybody";
-}
 
-TEST_F(Thread, CallbackWaitReportsHowItEnded)
-{
-    const scripted_clock clock(2000, 123456);
-    const std::string function = "_common_thread_waitCallback";
-    const trace access = info(function, "access mutex lock");
-    _common_thread_sendSignal(thread.record); // lost: nobody waits yet
-    EXPECT_TRACE(whole("_common_thread_sendSignal"));
-    EXPECT_EQ(_common_thread_waitCallback(thread.record), -110);
-    EXPECT_TRACE(whole(function, {access, critical(function, "waitCallback() TIME-OUT")}));
-    EXPECT_EQ(last_deadline.tv_sec, 2010);
-    EXPECT_EQ(last_deadline.tv_nsec, 123456000);
+    take_trace();
+    EXPECT_WHOLE(0, trace(), _common_thread_sendSignal, thread.record); // lost: nobody waits yet
+    EXPECT_WHOLE(-110, join({access, critical(it, "waitCallback() TIME-OUT")}), _common_thread_waitCallback,
+                 thread.record);
+    EXPECT_EQ(last_deadline.tv_sec, 1010);
+    EXPECT_EQ(last_deadline.tv_nsec, 999999000);
     calls::cond_timedwait.answer(EINVAL);
-    EXPECT_EQ(_common_thread_waitCallback(thread.record), EINVAL);
-    EXPECT_TRACE(whole(function, {access}));
+    EXPECT_WHOLE(EINVAL, access, _common_thread_waitCallback, thread.record);
 }
 
 TEST_F(Thread, SignalEndsBothWaits)
@@ -146,26 +137,4 @@ TEST_F(Thread, SignalEndsBothWaits)
     wait_for_sleeper(thread.record->available_lock);
     _common_thread_sendSignal(thread.record);
     EXPECT_EQ(result.get(), 0);
-}
-
-TEST_F(Thread, StopGoesOnAfterAFailedStep)
-{
-    _common_thread_stop(thread.record);
-    EXPECT_TRACE(whole("_common_thread_stop"));
-    EXPECT_EQ(calls::mutex_destroy.calls(), 1);
-    EXPECT_EQ(calls::cond_broadcast.calls(), 1);
-    EXPECT_EQ(calls::cond_destroy.calls(), 1);
-
-    worker other;
-    EXPECT_TRUE(_common_thread_start(&other.record, report, &other));
-    other.done.get_future().wait();
-    take_trace();
-    calls::mutex_destroy.answer(EBUSY);
-    calls::cond_broadcast.answer(EINVAL);
-    calls::cond_destroy.answer(EPERM);
-    _common_thread_stop(other.record);
-    EXPECT_TRACE(whole("_common_thread_stop", {critical("_common_thread_stop", "pthread_mutex_destroy failed - 16"),
-                                               critical("_common_thread_stop", "pthread_cond_broadcast failed - 22"),
-                                               critical("_common_thread_stop", "pthread_cond_destroy failed - 1")}));
-    thread.record = nullptr;
 }
