@@ -338,6 +338,12 @@ unsigned int batch_count(zel_file_sync_type type, zel_file_sync_status status, b
     return static_cast<unsigned int>(_common_storage_get_batch_count(type, status, retried));
 }
 
+zel_err_e release(bool there)
+{
+    _common_storage_free_sync_content_info(there ? g_new0(zel_content_sync_info, 1) : nullptr);
+    return ZEL_ERR_NONE;
+}
+
 bool can_prepare(const char *query)
 {
     sqlite3_stmt *const statement = __execute_select_query(query);
@@ -398,6 +404,7 @@ const std::map<std::string, named> &operations_by_name()
         OP(delete_recent_receiver_by_group), OP(clear_recent_receiver), OP(get_recent_receiver_details),
         OP(get_recent_receiver_group_list), OP(get_recent_receiver_group_count), OP(get_recent_receiver_count),
         OP(clear), {"__execute_select_query", bind("__execute_select_query", can_prepare)},
+        {"free_sync_content_info", bind("_common_storage_free_sync_content_info", release)},
         {"get_batch_count", bind("_common_storage_get_batch_count", batch_count)},
         {"get_upload_receipients_details", bind("_common_storage_get_upload_receipients_details", recipients)},
     };
@@ -433,9 +440,10 @@ std::string answers::take()
         g_free(text);
     });
     /// Of an array, which is then released.
-    const auto elements = [&length](auto *list, const auto &look) {
+    const auto elements = [&](auto *list, const auto &look) {
         for (size_t i = 0; list && i < length; ++i)
             look(list[i]);
+        out += list ? "" : "none\n";
         free(list);
     };
     each(UNTOUCHED<char **>, [&](char **list) {

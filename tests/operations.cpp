@@ -33,7 +33,7 @@ const texts NO_GROUPS = {"number 0\n"};
 const texts NO_ITEMS = {"", "count 3\n", "count 4\n"};
 const texts NO_PATHS = {"", "report 7 5000 2 1000000000000 1000 word 1\nperson word word 1 0\nperson word word 2 0\n"};
 const texts FULL_BATCH = {"count 10\n"};
-const texts FEWER_PEOPLE = {"count 0\n", "count 1\nperson word word 1 1\n", "count 1\nperson word word 2 2\n"};
+const texts FEWER_PEOPLE = {"count 0\nnone\n", "count 1\nperson word word 1 1\n", "count 1\nperson word word 2 2\n"};
 const texts RESTAMPED = {"", "wide 1000\n"};
 const texts OTHER_GROUPS = {"flag 0\nnumber 1\n", "flag 0\nnumber 3\n"};
 

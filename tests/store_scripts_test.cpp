@@ -204,6 +204,12 @@ class storyteller
         {"rows", [this](const std::string &query) { return raw().rows(query); }},
         {"lock", [this](const std::string &) { return raw().lock(), ""; }},
         {"unlock", [this](const std::string &) { return raw().unlock(), ""; }},
+        {"no-memory",
+         [](const std::string &rest) {
+             size_t end = 0;
+             const allocation_failure fault(std::stoi(rest, &end));
+             return outcome(invocation(rest.substr(end)));
+         }},
         {"no-memory-for-statement",
          [](const std::string &skipped) { return calls::sqlite_format.answer(0, std::stoi(skipped)), ""; }},
         {"try", [this](const std::string &call) { return try_out(invocation(call), true); }},
