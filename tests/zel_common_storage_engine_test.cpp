@@ -1,4 +1,4 @@
-// What the scripts of the store cannot say: a lock given up in between, statements of any length, rows of any shape.
+// What the scripts of the store cannot say: a lock given up in between, long statements, addresses, rows of any shape.
 #include "store_fixture.h"
 
 using namespace zel_test;
@@ -51,6 +51,19 @@ TEST_F(StorageEngine, inserts_of_any_length_give_the_new_id)
     }
     calls::sqlite_format.answer(0);
     EXPECT_EQ(__execute_insert_query(("INSERT" + std::string(9000, ' ')).c_str(), &row_id), 0) << "no memory";
+}
+
+TEST_F(StorageEngine, a_write_hands_its_callback_the_very_pointers)
+{
+    static const void *called_with[2];
+    const char key[] = "k", value[] = "v";
+    const auto note = [](void *written_key, void *written_value) {
+        called_with[0] = written_key;
+        called_with[1] = written_value;
+    };
+    EXPECT_EQ(_common_storage_upsert_and_involk_unique_data(key, value, nullptr, nullptr, nullptr, note), ZEL_ERR_NONE);
+    EXPECT_EQ(called_with[0], key);
+    EXPECT_EQ(called_with[1], value);
 }
 
 TEST_F(StorageEngine, the_row_callback_takes_the_row_id_column_only)
