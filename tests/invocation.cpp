@@ -147,7 +147,7 @@ class reader
     template <typename Record> void read_members(Record &it)
     {
         EXPECT_TRUE(skip("("));
-        std::apply([this](auto &...all) { (read(all), ...); }, members(it));
+        std::apply([this](auto &...all) { (this->read(all), ...); }, members(it));
     }
 
   private:
