@@ -21,12 +21,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     _common_util_get_file_valid_path(path.c_str(), numbered.get());
 
     const size_t dot = path.rfind('.');
-    REQUIRE((name == nullptr) == (dot == 0));
-    REQUIRE(!name || path.substr(0, dot) == name.get());
+    REQUIRE(dot == 0 ? !name : name && path.substr(0, dot) == name.get());
     const size_t slash = path.rfind('/');
     const bool has_extension = dot != std::string::npos && (slash == std::string::npos || slash < dot);
-    REQUIRE((extension != nullptr) == has_extension);
-    REQUIRE(!extension || path.substr(dot + 1) == extension.get());
+    REQUIRE(has_extension ? extension && path.substr(dot + 1) == extension.get() : !extension);
 
     const std::string given = numbered.get();
     constexpr size_t LONGEST = ZEL_NEW_PATH_SIZE - 1;
@@ -34,15 +32,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         REQUIRE(given == path.substr(0, LONGEST));
         return 0;
     }
-    struct stat status = {};
     const auto candidate = [&](int number) {
         return (path.substr(0, dot) + "_" + std::to_string(number) + path.substr(dot)).substr(0, LONGEST);
     };
+    struct stat status = {};
+    const auto is_taken = [&status](const std::string &file) { return stat(file.c_str(), &status) == 0; };
     int number = 1;
-    while (candidate(number) != given) {
-        REQUIRE(stat(candidate(number).c_str(), &status) == 0);
-        ++number;
-    }
-    REQUIRE(given.size() == LONGEST || stat(given.c_str(), &status) != 0);
+    for (; candidate(number) != given; ++number)
+        REQUIRE(is_taken(candidate(number)));
+    REQUIRE(given.size() == LONGEST || !is_taken(given));
     return 0;
 }

@@ -21,10 +21,11 @@ struct outcome {
 };
 
 /// Calls the operation, which however it ends keeps to its contract: it reports what that knows, says why it failed,
-/// and hands out no more than it may.
+/// hands out no more than it may, and gives up a lock after ten attempts.
 inline outcome attempt(const operation &tried)
 {
     take_trace();
+    const int slept = calls::sleep.calls();
     answers out;
     const int code = tried.call(out);
     outcome now = {code, out.take(), take_trace(), false};
@@ -36,6 +37,8 @@ inline outcome attempt(const operation &tried)
     EXPECT_TRUE(code == ZEL_ERR_NONE || tried.may_fail_with(code)) << code;
     EXPECT_TRUE(code == ZEL_ERR_NONE || code == ZEL_ERR_STORAGE_NO_RECORDS || has_reason) << now.lines.text;
     EXPECT_TRUE(code == ZEL_ERR_NONE || is_among(now.answer, tried.left_behind)) << now.answer;
+    EXPECT_EQ(calls::sleep.calls() - slept,
+              10 * count_lines(now.lines, "CRITICAL", "Retried for 10 times - returning"));
     return now;
 }
 

@@ -1,7 +1,6 @@
 // Several processes and threads at one store.
 #include "breaking.h"
 
-#include <climits>
 #include <iostream>
 #include <map>
 #include <thread>
@@ -82,28 +81,4 @@ TEST(StorageContention, the_table_holds_what_was_acknowledged)
     EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
     EXPECT_FALSE(rows.empty());
     std::cout << rows.size() << " rows were added, " << refusals << " operations reported a locked database\n";
-}
-
-TEST(StorageContention, a_held_lock_costs_ten_attempts)
-{
-    const world rows;
-    calls::sleep.answer(0, 0, INT_MAX);
-    for (const operation &tried : operations()) {
-        const std::string name = tried.name;
-        SCOPED_TRACE(name);
-        rows.begin();
-        raw_database other;
-        other.lock();
-        const int before = calls::sleep.calls();
-        const outcome now = attempt(tried);
-        EXPECT_FALSE(now.is_complete);
-        const int given_up = count_lines(now.lines, "CRITICAL", "Retried for 10 times - returning");
-        EXPECT_EQ(calls::sleep.calls() - before, 10 * given_up);
-        // Reading the version, which both do, needs no look at the schema: there the lock shows only at the first row.
-        EXPECT_EQ(given_up == 0, name.ends_with("get_db_version") || name.ends_with("db_upgrade"));
-        other.unlock();
-        EXPECT_TRUE(rows.is_untouched());
-        world::end();
-    }
-    EXPECT_EQ(last_sleep, 100UL);
 }
