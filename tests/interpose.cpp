@@ -75,7 +75,6 @@ SCRIPTED(mutex_destroy, pthread_mutex_destroy, (pthread_mutex_t * mutex), (mutex
 SCRIPTED(thread_create, pthread_create,
          (pthread_t * thread, const pthread_attr_t *attributes, void *(*routine)(void *), void *data),
          (thread, attributes, routine, data))
-SCRIPTED(sqlite_step, sqlite3_step, (sqlite3_stmt * statement), (statement))
 
 STAND_IN(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t *mutex))
 {

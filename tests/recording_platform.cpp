@@ -3,15 +3,12 @@
 #include <glib.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string_view>
 #include <utility>
-
-struct app_control_s {
-    int unused;
-};
 
 namespace
 {
@@ -63,7 +60,8 @@ int count_lines(const trace &lines, const std::string &kind, const std::string &
 
 app_control_h new_handle()
 {
-    return *platform.handles.insert(new app_control_s()).first;
+    static std::intptr_t last = 0;
+    return *platform.handles.insert(reinterpret_cast<app_control_h>(++last)).first;
 }
 
 } // namespace zel_test
@@ -117,7 +115,6 @@ int app_control_clone(app_control_h *clone, app_control_h app_control)
 int app_control_destroy(app_control_h app_control)
 {
     EXPECT_EQ(platform.handles.erase(app_control), 1u) << "a handle that does not exist is destroyed";
-    delete app_control;
     return platform.destroy_result;
 }
 

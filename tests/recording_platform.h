@@ -72,6 +72,7 @@ template <typename Call, typename Expected> void expect_call(const Call &call, c
 
 /// In lines that are expected of a call: the function that is called.
 inline const std::string it = "@";
+inline constexpr auto rejection = [](const std::string &body) { return join({begin(it), critical(it, body)}); };
 inline trace named(const std::string &function, trace lines)
 {
     for (size_t at = 0; (at = lines.text.find(it, at)) != std::string::npos; at += function.size())
@@ -89,7 +90,7 @@ inline trace named(const std::string &function, trace lines)
     EXPECT_LOGS(result, zel_test::whole(zel_test::it, {lines}), function, __VA_ARGS__)
 /// function(...) gives `result` and writes its Begin line and this Critical line, nothing else.
 #define EXPECT_REJECTED(result, body, function, ...)                                                                   \
-    EXPECT_BEGUN(result, zel_test::critical(zel_test::it, body), function, __VA_ARGS__)
+    EXPECT_LOGS(result, zel_test::rejection(body), function, __VA_ARGS__)
 
 /// For arguments that are not to be looked at: zeros, which have to stay zeros.
 alignas(16) inline char nothing[512];
@@ -117,24 +118,20 @@ void expect_nulls_refused(size_t count, int result, const trace &lines, Result (
     EXPECT_EQ(std::count(std::begin(nothing), std::end(nothing), 0), std::ssize(nothing)) << lines.text;
 }
 
-/// The same for several functions, whose names stand in `names`. Their lines are a Critical line with this body, and
-/// their Begin line before it, if they have one.
+/// The same for several functions, whose names are given as one text.
 template <typename... Functions>
-void expect_nulls_refused(bool begun, size_t count, int result, const char *body, const char *names,
-                          Functions... functions)
+void expect_nulls_refused(size_t count, int result, const trace &lines, const char *names, Functions... functions)
 {
     std::istringstream rest(names);
-    const auto next_lines = [&] {
-        std::string name;
-        std::getline(rest >> std::ws, name, ',');
-        return join({begun ? begin(name) : trace(), critical(name, body)});
-    };
-    (expect_nulls_refused(count, result, next_lines(), functions), ...);
+    std::string name;
+    ((std::getline(rest >> std::ws, name, ','), expect_nulls_refused(count, result, named(name, lines), functions)),
+     ...);
 }
+/// Functions with a Begin line and a Critical line of this body; functions with the Critical line alone.
 #define EXPECT_NULLS_REJECTED(count, result, body, ...)                                                                \
-    zel_test::expect_nulls_refused(true, count, result, body, #__VA_ARGS__, __VA_ARGS__)
+    zel_test::expect_nulls_refused(count, result, zel_test::rejection(body), #__VA_ARGS__, __VA_ARGS__)
 #define EXPECT_NULLS_REFUSED(count, result, body, ...)                                                                 \
-    zel_test::expect_nulls_refused(false, count, result, body, #__VA_ARGS__, __VA_ARGS__)
+    zel_test::expect_nulls_refused(count, result, zel_test::critical(zel_test::it, body), #__VA_ARGS__, __VA_ARGS__)
 
 /// What the rest of the platform answers, and what became of it. Not for several threads at once.
 struct platform_state {

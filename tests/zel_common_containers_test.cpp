@@ -21,10 +21,7 @@ zel_queue_s *queue = nullptr;
 pthread_mutex_t *lock = nullptr;
 gboolean answer = 0;
 
-void *item(intptr_t number)
-{
-    return reinterpret_cast<void *>(number);
-}
+constexpr auto item = [](intptr_t number) { return reinterpret_cast<void *>(number); };
 
 // Callbacks note what they are given, and whether they come under the lock.
 
@@ -33,15 +30,8 @@ void note_call(const std::string &what, void *item)
     note(what + " " + std::to_string(reinterpret_cast<intptr_t>(item)) + (is_locked(*lock) ? ", locked" : ""));
 }
 
-void look(void *value)
-{
-    note_call("look at", value);
-}
-
-void release(void *item)
-{
-    note_call("release", item);
-}
+constexpr auto look = [](void *value) { note_call("look at", value); };
+constexpr auto release = [](void *item) { note_call("release", item); };
 
 gboolean predicate(void *key, void *value, void *data)
 {
@@ -107,10 +97,6 @@ class Queue : public testing::Test
 
 TEST_F(HashTable, KeysAreTextsAndStayOnRewrite)
 {
-    GList *keys = _common_get_keys_from_hash_table(table);
-    EXPECT_EQ(g_list_length(keys), 3u);
-    EXPECT_NE(g_list_find_custom(keys, "a", reinterpret_cast<GCompareFunc>(g_strcmp0)), nullptr);
-    g_list_free(keys);
     for (const char *unknown : {"z", static_cast<const char *>(nullptr)}) {
         EXPECT_BEGUN(nullptr, trace(), _common_read_from_hash_table, table, unknown);
         EXPECT_BEGUN(0, trace(), _common_remove_from_hash_table, table, unknown);
@@ -120,11 +106,15 @@ TEST_F(HashTable, KeysAreTextsAndStayOnRewrite)
     EXPECT_BEGUN(0, noted("release 1, locked"), _common_remove_from_hash_table, table, "a");
     EXPECT_LOGS(2u, trace(), _common_get_hash_table_count, table);
 
+    GList *keys = _common_get_keys_from_hash_table(table);
+    EXPECT_EQ(g_list_length(keys), 2u);
     char *key = g_strdup("b");
     std::ostringstream addresses;
     addresses << table << " " << static_cast<void *>(key) << " " << item(2);
     const trace written = join({info(it, addresses.str()), noted("release 1, locked")});
     EXPECT_BEGUN(0, written, _common_write_to_hash_table, table, key, item(2));
+    EXPECT_NE(g_list_find_custom(keys, "b", reinterpret_cast<GCompareFunc>(g_strcmp0)), nullptr);
+    g_list_free(keys);
     EXPECT_BEGUN(item(2), trace(), _common_read_from_hash_table, table, "b");
     EXPECT_WHOLE(item(2), noted("look at 2, locked"), _common_read_from_hash_table_addon, table, "b", look);
     _common_remove_from_hash_table(table, "b");
@@ -169,27 +159,6 @@ TEST_F(HashTable, PredicatesAreAskedUnderTheLock)
     }
 }
 
-TEST_F(HashTable, NullArgumentsAreRejected)
-{
-    EXPECT_NULLS_REJECTED(1, 0, body, _common_init_hash_table, _common_deinit_hash_table, _common_read_from_hash_table,
-                          _common_read_from_hash_table_addon, _common_remove_from_hash_table,
-                          _common_get_hash_table_size);
-    EXPECT_NULLS_REJECTED(2, 0, body, _common_find_in_hash_table);
-    EXPECT_NULLS_REJECTED(2, -1, body, _common_foreach_read_from_hash_table);
-    EXPECT_NULLS_REFUSED(1, 0, body, _common_get_hash_table_count, _common_get_keys_from_hash_table);
-    EXPECT_NULLS_REFUSED(2, 0, body, _common_find_and_remove_in_hash_table, _common_foreach_remove_in_hash_table);
-    EXPECT_REJECTED(nullptr, body, _common_read_from_hash_table_addon, table, a, nullptr);
-    _common_write_to_hash_table(nullptr, a, a);
-    _common_write_to_hash_table(table, nullptr, a);
-    _common_write_to_hash_table(table, a, nullptr);
-    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", body), 3);
-
-    zel_hash_table *other = table;
-    const allocation_failure failure(1);
-    EXPECT_REJECTED(0, "Memory allocation failed", _common_init_hash_table, &other, nullptr, nullptr);
-    EXPECT_EQ(other, nullptr);
-}
-
 TEST_F(Queue, ItemsLeaveInTheOrderTheyCame)
 {
     const trace first = join({whole("__push_front"), whole("__wake_condition_variable")});
@@ -202,6 +171,7 @@ TEST_F(Queue, ItemsLeaveInTheOrderTheyCame)
         EXPECT_LOCKED(item(number), whole("__pop_back"), _common_queue_pop, queue);
     EXPECT_EQ(queue->item_list, nullptr);
     EXPECT_LOCKED(0, first, _common_queue_push, queue, item(4));
+    EXPECT_EQ(calls::cond_signal.calls(), 2);
 }
 
 TEST_F(Queue, SearchesTakeTheNewestAndReleasesStartWithIt)
@@ -233,18 +203,38 @@ TEST_F(Queue, SearchesTakeTheNewestAndReleasesStartWithIt)
     _common_queue_init(&queue);
 }
 
-TEST_F(Queue, NullArgumentsAreRejected)
+TEST_F(Queue, NullArgumentsAreRejectedAsByTheHashTable)
 {
     EXPECT_NULLS_REJECTED(1, ZEL_ERR_INVALID_ARG, body, _common_queue_init);
-    EXPECT_NULLS_REJECTED(1, 0, body, _common_queue_push, _common_queue_pop, _common_queue_deinit,
+    EXPECT_NULLS_REJECTED(1, 0, body, _common_init_hash_table, _common_deinit_hash_table, _common_read_from_hash_table,
+                          _common_read_from_hash_table_addon, _common_remove_from_hash_table,
+                          _common_get_hash_table_size, _common_queue_push, _common_queue_pop, _common_queue_deinit,
                           _common_queue_length);
-    EXPECT_NULLS_REJECTED(2, 0, body, _common_queue_find, _common_queue_remove, _common_queue_clear);
+    EXPECT_NULLS_REFUSED(1, 0, body, _common_get_hash_table_count, _common_get_keys_from_hash_table,
+                         _common_queue_get_wait_status);
+    EXPECT_NULLS_REJECTED(2, 0, body, _common_find_in_hash_table, _common_queue_find, _common_queue_remove,
+                          _common_queue_clear);
+    EXPECT_NULLS_REJECTED(2, -1, body, _common_foreach_read_from_hash_table);
+    EXPECT_NULLS_REFUSED(2, 0, body, _common_find_and_remove_in_hash_table, _common_foreach_remove_in_hash_table);
     EXPECT_NULLS_REJECTED(3, 0, body, _common_queue_find_and_remove);
-    EXPECT_NULLS_REFUSED(1, 0, body, _common_queue_get_wait_status);
+
+    zel_hash_table other{};
+    EXPECT_REJECTED(nullptr, body, _common_read_from_hash_table_addon, &other, "a", nullptr);
+    _common_write_to_hash_table(nullptr, &other, &other);
+    _common_write_to_hash_table(&other, nullptr, &other);
+    _common_write_to_hash_table(&other, &other, nullptr);
+    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", body), 3);
+
     zel_queue_s *const before = queue;
-    const allocation_failure failure(1);
-    EXPECT_REJECTED(ZEL_ERR_MEMORY, "Failed to allocate memory", _common_queue_init, &queue);
+    {
+        const allocation_failure failure(1);
+        EXPECT_REJECTED(ZEL_ERR_MEMORY, "Failed to allocate memory", _common_queue_init, &queue);
+    }
     EXPECT_EQ(queue, before);
+    table = &other;
+    const allocation_failure failure(1);
+    EXPECT_REJECTED(0, "Memory allocation failed", _common_init_hash_table, &table, nullptr, nullptr);
+    EXPECT_EQ(table, nullptr);
 }
 
 TEST_F(Queue, PopSleepsUntilItIsWoken)

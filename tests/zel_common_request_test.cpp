@@ -72,9 +72,9 @@ template <typename Value> std::string number(Value value)
     return {reinterpret_cast<const char *>(&value), sizeof value};
 }
 
-std::string text(const char *value)
+std::string text(const std::string &value)
 {
-    return number(static_cast<int>(strlen(value))) + value;
+    return number(static_cast<int>(value.size())) + value;
 }
 
 // Reads from exactly as many bytes as the content has, so that the address check sees every step beyond. True for
@@ -116,28 +116,32 @@ class Wire : public testing::Test
     Wire()
     {
         const auto put = [this](const char *value) {
-            bytes += text(value);
+            bytes += text(value ? value : "");
             return g_strdup(value);
         };
-        const share strings_of_share = {put("token"),
-                                        put("description"),
-                                        put("type"),
-                                        put("from"),
-                                        put("to"),
-                                        0,
-                                        77,
-                                        nullptr,
-                                        QUILLO_PUSH_STATUS_SHARE_RECALLED}; // the status does not travel
-        one = static_cast<share *>(g_memdup2(&strings_of_share, sizeof strings_of_share));
-        one->expired_time = 0x8877665544332211ULL;
-        bytes += number(one->expired_time) + number(2);
-        const item items[] = {{put("original"), put(""), put("mid"), put("big"), put("name"), nullptr, nullptr,
-                               4000000001U, 4000000002U, 4000000003U, 4000000004U},
+        const auto put_number = [this](auto value) {
+            bytes += number(value);
+            return value;
+        };
+        // The push status does not travel.
+        share record = {put("token"),
+                        put("description"),
+                        put("type"),
+                        put("from"),
+                        put("to"),
+                        put_number(0x8877665544332211ULL),
+                        put_number(2U),
+                        nullptr,
+                        QUILLO_PUSH_STATUS_SHARE_RECALLED};
+        const item items[] = {{put("original"), put(""), put("mid"), put("big"), put("name"), put("image"),
+                               put("its token"), put_number(4000000001U), put_number(4000000002U),
+                               put_number(4000000003U), put_number(4000000004U)},
                               {}};
-        bytes += std::string(8, '\0') + number(4000000001U) + number(4000000002U) + number(4000000003U) +
-                 number(4000000004U) + std::string(44, '\0');
+        bytes += std::string(44, '\0');
         for (const item &each : items)
-            one->content_info_list = g_list_append(one->content_info_list, g_memdup2(&each, sizeof each));
+            record.content_info_list = g_list_append(record.content_info_list, g_memdup2(&each, sizeof each));
+        record.content_info_list_length = 77; // encoding and sizing bring it up to date
+        one = static_cast<share *>(g_memdup2(&record, sizeof record));
     }
     ~Wire() override
     {
@@ -330,7 +334,7 @@ TEST_F(Wire, EncodingAndSizesByteForByte)
     const auto size = static_cast<unsigned int>(bytes.size());
     const trace item_size = whole("__find_length_of_content_info");
     EXPECT_WHOLE(size, join({item_size, item_size}), __find_length_of_share_content_info_list, one);
-    EXPECT_EQ(one->content_info_list_length, 2u) << "either operation brings it up to date";
+    EXPECT_EQ(one->content_info_list_length, 2u);
     one->content_info_list_length = 77;
     std::string encoded(size + 1, '#');
     EXPECT_WHOLE(ZEL_ERR_NONE, trace(), __set_share_content_info_list, encoded.data(), &offset, one);
@@ -367,8 +371,8 @@ TEST_F(Wire, DecodingGivesBackWhatWasEncodedAndDumpsIt)
     const std::string fields[] = {"original",     "thumbnail",      "mid_thumbnail",  "big_thumbnail",      "name",
                                   "content_type", "contents_token", "download_count", "max_download_count", "size",
                                   "content_id"};
-    const char *const values[] = {"original", "(null)",     "mid",        "big",        "name",      "(null)",
-                                  "(null)",   "4000000001", "4000000002", "4000000003", "4000000004"};
+    const char *const values[] = {"original",  "(null)",     "mid",        "big",        "name",      "image",
+                                  "its token", "4000000001", "4000000002", "4000000003", "4000000004"};
     const std::string dump = "__print_share_content_info_list";
     trace items;
     for (size_t i = 0; i < 2 * std::size(fields); ++i) {
@@ -385,9 +389,8 @@ TEST_F(Wire, DecodingGivesBackWhatWasEncodedAndDumpsIt)
     _common_free_share_content_info(decoded);
 }
 
-// Whatever the length, and whatever stands at whatever place: nothing beyond the buffer is read, nothing larger than it
-// is allocated (but for the 4097 bytes of a truncated string), and what is accepted really lay inside.
-TEST_F(Wire, ShortBuffersAndHostileNumbersAreSurvived)
+// What lying numbers do at every place, the fuzz target looks for.
+TEST_F(Wire, ShortBuffersAndALyingCountAreRefused)
 {
     for (size_t length = 0; length < bytes.size(); ++length)
         EXPECT_EQ(decode(bytes.substr(0, length), &offset), "") << length;
@@ -398,25 +401,15 @@ TEST_F(Wire, ShortBuffersAndHostileNumbersAreSurvived)
         EXPECT_TRACE(begin(list), critical(list, too_large(static_cast<int>(fixed), fixed + 3)),
                      whole("_common_free_share_content_info"));
     }
-
     const allocation_failure watch(0);
-    for (const unsigned int value : {0U, 1U, 300U, 5000U, INT_MAX - 200U, INT_MAX - 3U, 0x7fffffffU, 0x80000000U, ~0U})
-        for (size_t place = 0; place + 4 <= bytes.size(); ++place) {
-            std::string changed = bytes;
-            const size_t accepted = decode(changed.replace(place, 4, number(value)), &(offset = 0)).size();
-            EXPECT_LE(accepted, static_cast<size_t>(offset));
-            EXPECT_LE(static_cast<size_t>(offset), changed.size());
-            take_trace();
-        }
-    EXPECT_LE(allocations.largest, 4097u);
-    const int count = allocations.count;
-    EXPECT_EQ(decode(std::string(28, '\0') + number(~0U) + std::string(440, '\0'), &(offset = 0)), "");
-    EXPECT_LE(allocations.count - count, 1 + 10 + 1) << "the items end with the buffer, whatever their count";
+    EXPECT_EQ(decode(std::string(28, '\0') + number(~0U) + std::string(440, '\0'), &offset), "");
+    EXPECT_LE(allocations.count, 1 + 10 + 1) << "the items end with the buffer";
+    EXPECT_LE(allocations.largest, sizeof(item));
 }
 
 TEST_F(Wire, DecodingSurvivesEveryFailedAllocation)
 {
-    const int allocated = 1 + 5 + (1 + 4) + 1; // records and present strings, one each
+    const int allocated = 1 + 5 + (1 + 6) + 1; // records and present strings, one each
     for (int nth = 1; nth <= allocated + 1; ++nth) {
         take_trace();
         const allocation_failure failure(nth);

@@ -21,15 +21,8 @@ using namespace zel_test;
 namespace
 {
 
-char *text()
-{
-    return g_strdup("x");
-}
-
-template <typename Record> void *owned(const Record &record)
-{
-    return g_memdup2(&record, sizeof record);
-}
+constexpr auto text = [] { return g_strdup("x"); };
+constexpr auto owned = [](const auto &record) { return g_memdup2(&record, sizeof record); };
 
 GList *list_of(std::initializer_list<void *> elements)
 {
@@ -78,9 +71,8 @@ TEST(Errors, ClientCodesAndNames)
 
 TEST(Log, EntryPointOfClientsWritesNothing)
 {
-    zel_service_log("file.c", "function", 1, "TAG", "%d %s", 1, "x");
-    zel_service_log(nullptr, nullptr, -1, nullptr, nullptr);
-    EXPECT_TRACE();
+    EXPECT_LOGS(0, trace(), zel_service_log, "file.c", "function", 1, "TAG", "%d %s", 1, "x");
+    EXPECT_LOGS(0, trace(), zel_service_log, nullptr, nullptr, -1, nullptr, nullptr);
 }
 
 // What a release forgets, the leak check at the end of the process finds; what it releases twice, the address check.
@@ -114,8 +106,8 @@ TEST(Records, ReleasesTakeNullEmptyRecordsAndAllThatARecordOwns)
 
 TEST(Files, SizeAndExistence)
 {
-    const std::tuple<const char *, long long, bool> files[] = {// a negative size: there is none
-                                                               {"five", 5, true},
+    // A negative size: there is none.
+    const std::tuple<const char *, long long, bool> files[] = {{"five", 5, true},
                                                                {"largest", INT_MAX, true},
                                                                {"empty", 0, true},
                                                                {"too_large", 1LL << 31, false},
@@ -126,6 +118,7 @@ TEST(Files, SizeAndExistence)
     std::filesystem::create_symlink("missing", "dangling");
     const trace unexamined = critical(it, "Fail: stat failed");
     const trace empty = critical(it, "Fail:Filesize is zero");
+    const trace found = info(it, "File already exist");
     for (const auto &[path, size, has_size] : files) {
         if (size >= 0) {
             make_file(path);
@@ -137,8 +130,7 @@ TEST(Files, SizeAndExistence)
         else
             EXPECT_BEGUN(ZEL_ERR_INVALID_FILE, unexamined, _common_util_file_size, path, &answer);
         EXPECT_EQ(answer, has_size ? size : 77) << path;
-        const trace found = info(it, "File already exist");
-        EXPECT_WHOLE(size >= 0, size >= 0 ? found : trace(), _common_util_file_exist, path);
+        EXPECT_WHOLE(size >= 0, size < 0 ? trace() : found, _common_util_file_exist, path);
     }
     EXPECT_NULLS_REJECTED(2, ZEL_ERR_INVALID_ARG, "Invalid Parameters", _common_util_file_size);
     calls::file_status.answer(EIO, 0, 2);
