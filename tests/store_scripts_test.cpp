@@ -50,7 +50,7 @@ std::string shortened(std::string lines, const std::string &function)
         {"DEBUG " + function + ": sqlite3_finalize = ", "finalized "},
         {"BEGIN " + function + ": \n", "{\n"},
         {"END " + function + ": \n", "}\n"},
-        {"BEGIN _common_util_get_current_timestamp: \nDEBUG _common_util_get_current_timestamp:  timestamp:1700000000\n"
+        {"BEGIN _common_util_get_current_timestamp: \nDEBUG _common_util_get_current_timestamp:  timestamp:6000000000\n"
          "END _common_util_get_current_timestamp: \n",
          "now\n"},
         {": \n", "\n"},
@@ -238,7 +238,7 @@ TEST_P(StoreScripts, tell)
 {
     use_faulty_disk(); // for its clock, and for speed
     std::filesystem::remove_all(database_folder);
-    const scripted_clock clock(1700000000, 0);
+    const scripted_clock clock(6000000000, 0);
     calls::sleep.answer(0, 0, INT_MAX);
     const std::filesystem::path path = folder / (GetParam() + ".txt");
     std::ifstream file(path);
