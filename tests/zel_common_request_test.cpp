@@ -176,8 +176,8 @@ TEST(Request, CopyIsIndependentButForThreeMembers)
     }
 
     // One of the two gives up what both refer to. A release resets the strings only.
-    copy->server_file_list = nullptr;
-    copy->list_next = copy->list_more = nullptr;
+    source->server_file_list = nullptr;
+    source->list_next = source->list_more = nullptr;
     platform.destroy_result = -7;
     const trace released = members_released(debug(it, "app_control_destroy ret[-7]"));
     EXPECT_LOGS(0, released, _common_free_zel_request_members, copy);
@@ -394,7 +394,7 @@ TEST_F(Wire, ShortBuffersAndALyingCountAreRefused)
 {
     for (size_t length = 0; length < bytes.size(); ++length)
         EXPECT_EQ(decode(bytes.substr(0, length), &offset), "") << length;
-    for (const size_t fixed : {20, 28}) { // the numbers of a share are refused in its name
+    for (const size_t fixed : {20U, 28U}) { // the numbers of a share are refused in its name
         take_trace();
         EXPECT_EQ(decode(std::string(fixed + 3, '\0'), &offset), "");
         const std::string list = "__get_share_content_info_list";
