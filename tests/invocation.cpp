@@ -362,53 +362,21 @@ bool can_prepare(const char *query)
 
 const std::map<std::string, named> &operations_by_name()
 {
-    // clang-format off
     static const std::map<std::string, named> all = {
-        INNER(__execute_query), INNER(__execute_insert_query), INNER(__common_storage_get_db_version), OP(init),
-        OP(db_upgrade), OP(db_create), OP(check_table_exist), OP(upsert_unique_data), OP(upsert_and_involk_unique_data),
-        OP(get_unique_data), OP(delete_unique_data), OP(upsert_folder_info), OP(get_folder_info),
-        OP(exist_folder_token), OP(delete_folder_info), OP(exist_push_noti), OP(add_push_noti_info),
-        OP(delete_push_noti), OP(delete_expired_push_noti), OP(delete_content_info), OP(delete_expired_content_info),
-        OP(update_read_push_noti), OP(update_check_delete_push_noti), OP(get_received_time_push_noti),
-        OP(get_contents_token_list), OP(add_notification), OP(add_content_info), OP(exist_content_info),
-        OP(get_contents), OP(get_content_name), OP(get_notification_data), OP(update_downloaded_content_info),
-        OP(get_contents_token_content_info), OP(get_content_info_not_downloaded_count), OP(update_status_content_info),
-        OP(add_sync_content_info), OP(update_sync_content_info), OP(set_failed_status_sync_content_info),
-        OP(update_status_sync_content_info), OP(update_status_sync_content_info_by_sync_id),
-        OP(update_status_sync_content_info_by_reqid), OP(update_status_sync_content_info_by_req_id),
-        OP(set_all_status_sync_content_info), OP(update_percentage_sync_content_info), OP(update_upload_info),
-        OP(update_url_info), OP(update_url_info_by_reqid), OP(update_wifi_only_by_req_id),
-        OP(update_mupload_key_sync_content_info), OP(delete_sync_content_info), OP(delete_sync_content_info_by_req_id),
-        OP(delete_sync_content_info_based_on_sync_type), OP(delete_sync_content_info_based_on_param),
-        OP(get_sync_content_info_count), OP(get_sync_content_info_count_for_req_id),
-        OP(get_sync_content_info_remaining_syncable_count_for_req_id),
-        OP(get_sync_content_info_remaining_thumbnail_count_for_req_id), OP(get_pausable_cnt_by_sync_type),
-        OP(get_resumable_and_cancellable_cnt_by_sync_type), OP(get_sync_content_info_list),
-        OP(get_sync_content_info_list_by_req_id), OP(get_sync_content_info_list_only_by_req_id),
-        OP(get_sync_content_info), OP(get_sync_content_info_by_sync_id), OP(get_req_id_by_sync_type_and_status),
-        OP(get_resumable_and_cancellable_req_id_by_sync_type), OP(check_all_file_completed_by_req_id),
-        OP(check_all_file_failed_by_req_id), OP(get_sync_content_info_url_list), OP(get_original_by_sync_id),
-        OP(get_mupload_key_by_sync_id), OP(get_local_path_by_sync_id), OP(get_percentage_by_sync_id),
-        OP(get_upload_info), OP(get_wifi_only_by_sync_id), OP(get_wifi_only_by_req_id), OP(get_sync_type_by_req_id),
-        OP(get_sent_time_by_req_id), OP(get_sent_time_local_path_by_req_id), OP(add_upload_request_info),
-        OP(update_contents_token_info), OP(update_upload_status), OP(update_expiry_time),
-        OP(add_upload_receiver_details), OP(delete_upload_info), OP(delete_recalled_contents),
-        OP(get_upload_content_count), OP(get_upload_total_size), OP(get_upload_expire_time),
-        OP(get_upload_contents_token), OP(get_upload_status), OP(get_upload_app_info),
-        OP(get_reqid_from_contents_token), OP(get_request_id_list), OP(get_upload_list_details),
-        OP(get_resumable_and_cancellable_upload_req_id_and_cnt), OP(get_failed_and_cancelled_upload_req_id_and_cnt),
-        OP(get_resumable_and_cancellable_upload_cnt), OP(get_upload_data), OP(get_upload_recievers_details),
-        OP(get_sync_content_info_file_path_list), OP(get_upload_content_path_list),
-        OP(get_time_upload_total_file_static_hr), OP(get_matched_count_by_sent_time), OP(does_reshare_exist),
-        OP(is_recent_receiver_list_exist), OP(update_timestamp_recent_receiver_group), OP(add_recent_receiver),
-        OP(delete_recent_receiver_by_group), OP(clear_recent_receiver), OP(get_recent_receiver_details),
-        OP(get_recent_receiver_group_list), OP(get_recent_receiver_group_count), OP(get_recent_receiver_count),
-        OP(clear), {"__execute_select_query", bind("__execute_select_query", can_prepare)},
         {"free_sync_content_info", bind("_common_storage_free_sync_content_info", release)},
         {"get_batch_count", bind("_common_storage_get_batch_count", batch_count)},
         {"get_upload_receipients_details", bind("_common_storage_get_upload_receipients_details", recipients)},
+        {"__execute_select_query", bind("__execute_select_query", can_prepare)},
+        INNER(__execute_query),
+        INNER(__execute_insert_query),
+        INNER(__common_storage_get_db_version),
+        OP(delete_push_noti),
+        OP(delete_content_info),
+        OP(add_content_info),
+        OP(exist_content_info),
+        OP(get_contents),
+#include "exported_operations.inc" // OP of each, made from the list of exports; what stands above goes first
     };
-    // clang-format on
     return all;
 }
 
@@ -504,6 +472,14 @@ invocation::invocation(const std::string &text)
         after_record = closes;
         at = stop + quoted;
     }
+}
+
+std::vector<std::string> invocation::names()
+{
+    std::vector<std::string> all;
+    for (const auto &[name, operation] : operations_by_name())
+        all.push_back(name);
+    return all;
 }
 
 int invocation::operator()(answers &out) const

@@ -55,6 +55,9 @@ class invocation
     invocation(const char *text) : invocation(std::string(text)) {}
     explicit invocation(const std::string &text);
 
+    /// Of all operations, without the common head.
+    static std::vector<std::string> names();
+
     int operator()(answers &out) const;
     /// In full.
     std::string function() const;

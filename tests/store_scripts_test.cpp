@@ -265,4 +265,19 @@ TEST_P(StoreScripts, tell)
         world::end();
 }
 
+TEST(StoreScriptsTogether, name_every_operation)
+{
+    std::set<std::string> commands;
+    for (const std::string &name : names()) {
+        std::ifstream file(folder / (name + ".txt"));
+        for (std::string line; std::getline(file, line);) {
+            std::istringstream words(line);
+            for (std::string word; words >> word;)
+                commands.insert(word);
+        }
+    }
+    for (const std::string &operation : invocation::names())
+        EXPECT_TRUE(commands.contains(operation)) << operation << " is in no script";
+}
+
 INSTANTIATE_TEST_SUITE_P(All, StoreScripts, testing::ValuesIn(names()), [](const auto &info) { return info.param; });
