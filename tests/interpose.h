@@ -37,7 +37,7 @@ inline timespec scripted_time{};
 
 /// While it lives, the time of day stands still.
 struct scripted_clock {
-    scripted_clock(long long seconds, long long microseconds)
+    scripted_clock(long long seconds, long microseconds)
     {
         scripted_time = {static_cast<time_t>(seconds), microseconds * 1000};
         clock_is_scripted = true;

@@ -404,7 +404,7 @@ TEST_F(Wire, ShortBuffersAndALyingCountAreRefused)
     const allocation_failure watch(0);
     EXPECT_EQ(decode(std::string(28, '\0') + number(~0U) + std::string(440, '\0'), &offset), "");
     EXPECT_LE(allocations.count, 1 + 10 + 1) << "the items end with the buffer";
-    EXPECT_LE(allocations.largest, sizeof(item));
+    EXPECT_LE(allocations.largest, sizeof(share));
 }
 
 TEST_F(Wire, DecodingSurvivesEveryFailedAllocation)
