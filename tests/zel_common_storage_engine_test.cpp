@@ -1,5 +1,9 @@
 // What the scripts of the store cannot say: a lock given up in between, long statements, addresses, rows of any shape.
 #include "store_fixture.h"
+#include "zel_common_storage/received_shares.h"
+#include "zel_common_storage/recent_receivers.h"
+#include "zel_common_storage/transfers.h"
+#include "zel_common_storage/uploads.h"
 
 using namespace zel_test;
 
@@ -72,15 +76,46 @@ TEST_F(StorageEngine, the_row_callback_takes_the_row_id_column_only)
     char number[] = "12", other[] = "34", name[] = "last_insert_rowid()", wrong[] = "id";
     struct {
         char *values[3], *names[3];
-    } rows[] = {{{other, number, other}, {wrong, name, name}},
-                {{other, number, nullptr}, {nullptr, name, wrong}},
-                {{nullptr, number, other}, {name, name, wrong}}};
+        int found;
+    } rows[] = {{{other, number, other}, {wrong, name, name}, 12},
+                {{other, number, nullptr}, {nullptr, name, wrong}, 12},
+                {{nullptr, number, other}, {name, name, wrong}, 5},
+                {{other, other, other}, {wrong, nullptr, wrong}, 5}};
     for (auto &row : rows) {
         int found = 5;
         EXPECT_EQ(__insert_callback(&found, 3, row.values, row.names), 0);
-        EXPECT_EQ(found, row.values[0] ? 12 : 5);
+        EXPECT_EQ(found, row.found);
         EXPECT_TRACE(whole(function, {found == 12 ? debug(function, "Assigning value 12") : trace()}));
         EXPECT_EQ(__insert_callback(nullptr, 3, row.values, row.names), 0);
         take_trace();
     }
+}
+
+namespace
+{
+
+/// Without a row, or without a record, the reader only writes its Begin and End line.
+template <typename Record> void expect_idle(const char *name, void (*read)(sqlite3_stmt *, Record *), sqlite3_stmt *row)
+{
+    Record record = {};
+    read(nullptr, &record);
+    read(row, nullptr);
+    EXPECT_TRACE(whole(name), whole(name));
+}
+
+} // namespace
+
+TEST_F(StorageEngine, nothing_is_read_without_a_row_or_a_record)
+{
+    sqlite3_stmt *const row = __execute_select_query("SELECT 1");
+    take_trace();
+    expect_idle("__fill_content_sync_info", __fill_content_sync_info, row);
+    expect_idle("__fill_content_info", __fill_content_info, row);
+    expect_idle("__fill_last_receiver_info", __fill_last_receiver_info, row);
+    expect_idle("__fill_upload_receiver_info", __fill_upload_receiver_info, row);
+    expect_idle("__fill_upload_receipient_info", __fill_upload_receipient_info, row);
+    __db_finalize(nullptr);
+    EXPECT_TRACE();
+    EXPECT_EQ(sqlite3_finalize(row), SQLITE_OK);
+    EXPECT_EQ(zel_storage::resize_with_realloc(nullptr, SIZE_MAX, 2), nullptr) << "a size that overflows";
 }
