@@ -66,7 +66,8 @@ table stored(const std::string &name)
     return all;
 }
 
-/// Few, so that rows meet.
+// Few of everything, so that rows meet.
+
 char *any_text(FuzzedDataProvider &in)
 {
     return const_cast<char *>(in.PickValueInArray({"", "a", "b", "it's", "100 %s \xff"}));
@@ -74,12 +75,12 @@ char *any_text(FuzzedDataProvider &in)
 
 zel_file_sync_type any_type(FuzzedDataProvider &in)
 {
-    return static_cast<zel_file_sync_type>(in.ConsumeIntegralInRange(0, 3));
+    return in.PickValueInArray({ZEL_UNKNOWN, ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_FILE});
 }
 
 zel_file_sync_status any_status(FuzzedDataProvider &in)
 {
-    return static_cast<zel_file_sync_status>(in.ConsumeIntegralInRange(0, 5));
+    return in.PickValueInArray({ZEL_SYNC_TODO, ZEL_SYNC_FAILED, ZEL_SYNC_COMPLETE});
 }
 
 /// Merges values into a folder's record, or deletes it.
@@ -111,7 +112,7 @@ void record_step(FuzzedDataProvider &in, model &rows)
     for (char *&text : texts)
         text = any_text(in);
     const auto id = in.ConsumeIntegralInRange(0U, 5U), number = in.ConsumeIntegralInRange(0U, 5U);
-    const auto retries = in.ConsumeIntegralInRange(0U, 7U);
+    const auto retries = in.PickValueInArray({0U, 1U, 5U, 6U}); // around the bounds
     zel_content_sync_info info = {id,       any_type(in), any_status(in), 1,        number,  number & 1,
                                   retries,  number,       number,         -1,       5,       texts[0],
                                   texts[1], texts[2],     texts[3],       texts[4], texts[5]};
