@@ -27,12 +27,6 @@ const trouble troubles[] = {
     {"all_allocations_of_sqlite_from_one_on", {SQLITE_MEMORY, true}, 23, true},
 };
 
-/// Names the test.
-void PrintTo(const trouble &it, std::ostream *out)
-{
-    *out << it.name;
-}
-
 class StorageFaults : public testing::TestWithParam<trouble>
 {
 };
@@ -90,7 +84,8 @@ TEST_P(StorageFaults, each_operation_meets)
     std::cout << injected << " faults in " << operations().size() << " operations\n";
     EXPECT_GT(injected, 0);
 }
-INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(troubles));
+INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(troubles),
+                         [](const auto &it) { return it.param.name; });
 
 TEST(StorageCreation, what_a_fault_kept_from_being_created_is_created_next_time)
 {
