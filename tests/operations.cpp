@@ -171,15 +171,6 @@ const operation table[] = {
     {"clear", WRITES, S, NEVER, NOTHING, NOTHING, ""},
 };
 
-std::set<std::string> lines(const std::string &all)
-{
-    std::istringstream in(all);
-    std::set<std::string> result;
-    for (std::string line; std::getline(in, line);)
-        result.insert(line);
-    return result;
-}
-
 } // namespace
 
 std::span<const operation> operations()
@@ -259,9 +250,22 @@ std::string stored_rows()
     return all;
 }
 
+std::vector<std::string> lines_of(const std::string &text)
+{
+    std::istringstream in(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
 bool lies_between(const std::string &now, const std::string &before, const std::string &after)
 {
-    const std::set<std::string> here = lines(now), first = lines(before), last = lines(after);
+    const auto set_of = [](const std::string &rows) {
+        const std::vector<std::string> lines = lines_of(rows);
+        return std::set<std::string>(lines.begin(), lines.end());
+    };
+    const std::set<std::string> here = set_of(now), first = set_of(before), last = set_of(after);
     const auto known = [&](const std::string &row) { return first.count(row) != 0 || last.count(row) != 0; };
     const auto kept = [&](const std::string &row) { return last.count(row) == 0 || here.count(row) != 0; };
     return std::all_of(here.begin(), here.end(), known) && std::all_of(first.begin(), first.end(), kept);

@@ -65,6 +65,8 @@ class world
 /// the file's integrity.
 std::string stored_rows();
 
+std::vector<std::string> lines_of(const std::string &text);
+
 /// Whether each row of `now` is one of `before` or `after`, and all that those two have in common is there.
 bool lies_between(const std::string &now, const std::string &before, const std::string &after);
 

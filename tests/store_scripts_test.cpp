@@ -17,15 +17,6 @@ using namespace zel_test;
 namespace
 {
 
-std::vector<std::string> lines_of(const std::string &text)
-{
-    std::istringstream in(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 void replace_all(std::string &text, const std::string &from, const std::string &to)
 {
     for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
