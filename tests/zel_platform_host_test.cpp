@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <string>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 TEST(HostPlatform, EachLineIsOneWriteToStandardError)
@@ -19,24 +23,81 @@ TEST(HostPlatform, EachLineIsOneWriteToStandardError)
         const ssize_t length = recv(ends[1], text.data(), text.size(), MSG_DONTWAIT);
         return text.substr(0, length > 0 ? static_cast<size_t>(length) : 0);
     };
+    // The line without its time and thread, which are looked at here.
+    const auto message = [&] {
+        const std::string line = written();
+        int micros = 0, behind = 0;
+        pid_t thread = 0;
+        std::tm at = {};
+        const char *const point = strptime(line.c_str(), "%Y-%m-%d %H:%M:%S.", &at);
+        EXPECT_TRUE(point && point - line.c_str() == 20 && sscanf(point, "%6d %d %n", &micros, &thread, &behind) == 2)
+            << line;
+        EXPECT_NEAR(static_cast<double>(timegm(&at)), static_cast<double>(time(nullptr)), 2);
+        EXPECT_EQ(thread, getpid()) << line;
+        return point ? std::string(point + behind) : line;
+    };
     const std::pair<log_priority, char> letters[] = {{DLOG_VERBOSE, 'V'}, {DLOG_DEBUG, 'D'},   {DLOG_INFO, 'I'},
                                                      {DLOG_WARN, 'W'},    {DLOG_ERROR, 'E'},   {DLOG_FATAL, 'F'},
                                                      {DLOG_UNKNOWN, '?'}, {DLOG_PRIO_MAX, '?'}};
     for (const auto &[priority, letter] : letters) {
         errno = EDOM;
-        EXPECT_EQ(dlog_print(priority, "TAG", "%s %d\n", "text", 7), 14);
+        const int length = dlog_print(priority, "TAG", "%s %d\n", "text", 7);
         EXPECT_EQ(errno, EDOM);
-        EXPECT_EQ(written(), std::string(1, letter) + "/TAG: text 7\n");
+        const std::string line = message();
+        EXPECT_EQ(line, std::string(1, letter) + "/TAG: text 7\n");
+        EXPECT_EQ(length, static_cast<int>(sizeof "2026-11-25 06:34:30.123456 " + std::to_string(getpid()).size() +
+                                           line.size()));
     }
     EXPECT_EQ(dlog_print(DLOG_SILENT, "TAG", "silent\n"), 0);
     EXPECT_EQ(written(), "");
-    for (const std::string &message : {std::string(20000, 'x'), std::string(8184, 'y'), std::string("no newline")}) {
-        dlog_print(DLOG_INFO, "TAG", "%s", message.c_str());
-        EXPECT_EQ(written(), "I/TAG: " + message + "\n");
+    for (const std::string &text : {std::string(20000, 'x'), std::string(8145, 'y'), std::string("no newline")}) {
+        dlog_print(DLOG_INFO, "TAG", "%s", text.c_str());
+        EXPECT_EQ(message(), "I/TAG: " + text + "\n");
+    }
+    // No terminal: no colours, and nothing but colours is taken out.
+    dlog_print(DLOG_INFO, "TAG", "\033[0;31mred\033[0;m \033]0;title\007 \033[2J \033[1\033[0m\033");
+    EXPECT_EQ(message(), "I/TAG: red \033]0;title\007 \033[2J \033[1\033\n");
+    if (const pid_t child = fork(); child == 0) {
+        dlog_print(DLOG_INFO, "TAG", "a child's line");
+        EXPECT_EQ(message(), "I/TAG: a child's line\n");
+        _exit(HasFailure());
+    } else {
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
     }
     dup2(saved, STDERR_FILENO);
     for (const int descriptor : {saved, ends[0], ends[1]})
         close(descriptor);
+}
+
+TEST(HostPlatform, TheEnvironmentNamesTheLowestPriorityThatIsWritten)
+{
+    if (getenv("ZEL_HOST_LOG")) { // a process of the cases below
+        for (const log_priority priority : {DLOG_DEBUG, DLOG_INFO, DLOG_WARN, DLOG_ERROR, DLOG_UNKNOWN})
+            dlog_print(priority, "TAG", "line");
+        return;
+    }
+    const std::pair<const char *, const char *> cases[] = {{"verbose", "DIWE?"}, {"DEBUG", "DIWE?"}, {"warn", "WE?"},
+                                                           {"error", "E?"},      {"silent", "?"},    {"", "DIWE?"},
+                                                           {"warning", "!DIWE?"}};
+    for (const auto &[value, letters] : cases) {
+        const std::string command = "ZEL_HOST_LOG=" + std::string(value) + " /proc/" + std::to_string(getpid()) +
+                                    "/exe --gtest_filter='*TheEnvironment*' 2>&1 >/dev/null";
+        FILE *const lines = popen(command.c_str(), "r");
+        std::string found;
+        char line[256];
+        while (fgets(line, sizeof line, lines)) {
+            const std::string_view text = line;
+            if (const size_t tag = text.find("/TAG: line"); tag != text.npos)
+                found += text[tag - 1];
+            else
+                found +=
+                    text.find("W/zel_platform: ZEL_HOST_LOG=warning is none of verbose, ") != text.npos ? '!' : 'x';
+        }
+        EXPECT_EQ(pclose(lines), 0);
+        EXPECT_EQ(found, letters) << value;
+    }
 }
 
 TEST(HostPlatform, OneFeatureIsKnownAndHandlesAreIndependent)

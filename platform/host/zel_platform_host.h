@@ -1,11 +1,20 @@
 /*
  * The platform of an ordinary Linux: what a program on it can do beyond the seam itself (zel_platform.h).
  *
- * The log goes to standard error: each dlog_print is one line, "LETTER/TAG: MESSAGE", in one write. The letter is that
- * of the priority (V, D, I, W, E, F; ? for one that is none of these), the message is ended with a newline if it has
- * none, and a line of priority DLOG_SILENT is not written. Lines of different threads never mix, nor do they with what
- * the program itself writes through stderr; errno stays as it was. The result is the number of bytes of the line, or
- * the negative errno value of a write that failed.
+ * The log goes to standard error: each dlog_print is one line, in one write, for instance
+ *
+ *     2026-11-25 06:34:30.123456 4711 I/QUILLO_COMMON: MESSAGE
+ *
+ * That is: the time (UTC), the thread's id, the letter of the priority (V, D, I, W, E, F; ? for one that is none of
+ * these), the tag, and the message, which is ended with a newline if it has none. Lines stand in the order of their
+ * times. Lines of different threads never mix, nor do they with what the program itself writes through stderr; errno
+ * stays as it was. The result is the number of bytes of the line, or the negative errno value of a write that failed.
+ *
+ * Colours in a message (ESC [ ... m) are left out unless standard error is a terminal, which each thread looks at once
+ * a second. The environment variable ZEL_HOST_LOG names the lowest priority that is written: verbose (all lines, as
+ * without the variable), debug, info, warn, error, fatal or silent (none). It is read when the program is loaded; a
+ * value that is none of these is told in a line, and all lines are written. A line of priority DLOG_SILENT is never
+ * written, one of a priority without a letter always.
  *
  * The feature registry holds "quillo.feature.enhanced" (true) and no other key.
  *
