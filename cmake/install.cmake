@@ -1,11 +1,10 @@
-# What cmake --install puts in place, in two components that become two Debian packages (cpack): the run-time libraries
-# (runtime) and what it takes to build against them (development).
+# What cmake --install puts in place. Its components become the Debian packages that cpack makes (packages.cmake):
+# runtime the library, platform that of an ordinary Linux, development what it takes to build against both.
 include(CMakePackageConfigHelpers)
 
 set(cmake_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zel_common)
 set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/zel-common)
 
-set(installed_targets zel_common zel_common_static zel_platform_seam)
 set(headers
     src/zel_common.h
     src/zel_common_log.h
@@ -15,14 +14,19 @@ set(headers
     src/zel_common_thread.h
     platform/zel_platform.h)
 if(ZEL_HOST_PLATFORM)
-  list(APPEND installed_targets zel_platform)
   list(APPEND headers platform/host/zel_platform_host.h)
   set(ZEL_PC_PLATFORM_LIBS " -lzel_platform")
   set(ZEL_PLATFORM_NOTE "with the platform of an ordinary Linux")
   # In the build tree a program chooses its platform itself.
-  foreach(library zel_common zel_common_static)
-    target_link_libraries(${library} INTERFACE $<INSTALL_INTERFACE:zel_common::zel_platform>)
-  endforeach()
+  target_link_libraries(zel_common INTERFACE $<INSTALL_INTERFACE:zel_common::zel_platform>)
+  target_link_libraries(zel_common_static INTERFACE $<INSTALL_INTERFACE:zel_common::zel_platform_static>)
+  install(
+    TARGETS zel_platform zel_platform_static
+    EXPORT zel_common
+    LIBRARY COMPONENT platform NAMELINK_COMPONENT development
+    ARCHIVE COMPONENT development
+    INCLUDES
+    DESTINATION ${header_folder})
 else()
   set(ZEL_PC_PLATFORM_LIBS "")
   set(ZEL_PLATFORM_NOTE "without a platform: the program supplies dlog_print, system_info_get_custom_bool, \
@@ -30,7 +34,7 @@ app_control_clone and app_control_destroy as zel_platform.h declares them")
 endif()
 
 install(
-  TARGETS ${installed_targets}
+  TARGETS zel_common zel_common_static zel_platform_seam
   EXPORT zel_common
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development
@@ -65,24 +69,6 @@ install(
   COMPONENT development)
 
 # Debian's tools find architecture and dependencies of a package only where it is for the machine itself.
-if(CMAKE_CROSSCOMPILING)
-  return()
+if(NOT CMAKE_CROSSCOMPILING)
+  include(cmake/packages.cmake)
 endif()
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "zel_common developers <root@localhost>")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzel-common${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}")
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzel-common-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}), libglib2.0-dev, libsqlite3-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)")
-include(CPack)

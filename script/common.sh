@@ -23,3 +23,8 @@ run_tests() {
     mkdir -p "build/$1/tmp"
     TMPDIR=$PWD/build/$1/tmp ctest --preset "$1" --parallel "$(nproc)" "${@:2}"
 }
+
+# library_version: as the public header has it.
+library_version() {
+    sed -n 's/^#define ZEL_COMMON_VERSION_[A-Z]* \([0-9]*\)$/\1/p' src/zel_common.h | paste -sd .
+}

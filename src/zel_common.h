@@ -15,6 +15,21 @@
 #include <stddef.h>
 #include <sys/types.h>
 
+/* Version ---------------------------------------------------------------------------------------------------- */
+
+/** First number of the version: raised when programs built before no longer run with the library. */
+#define ZEL_COMMON_VERSION_MAJOR 1
+/** Second number: raised when something was added. */
+#define ZEL_COMMON_VERSION_MINOR 1
+/** Third number: raised when something was mended. */
+#define ZEL_COMMON_VERSION_PATCH 0
+/** Whether these headers are of this version or of a later one. */
+#define ZEL_COMMON_CHECK_VERSION(major, minor, patch)                                                                  \
+    (ZEL_COMMON_VERSION_MAJOR > (major) ||                                                                             \
+     (ZEL_COMMON_VERSION_MAJOR == (major) &&                                                                           \
+      (ZEL_COMMON_VERSION_MINOR > (minor) ||                                                                           \
+       (ZEL_COMMON_VERSION_MINOR == (minor) && ZEL_COMMON_VERSION_PATCH >= (patch)))))
+
 /** Gives an enumeration a signed 32-bit type where the language can say so: typedef enum ZEL_ENUM_INT { ... } name. */
 #ifdef __cplusplus
 #define ZEL_ENUM_INT : int

@@ -10,6 +10,10 @@
 #include <zel_common_thread.h>
 
 #define CHECK(truth) ((truth) ? (void)0 : (void)(++failures, printf("consumer.c:%d: not so: %s\n", __LINE__, #truth)))
+#if !ZEL_COMMON_CHECK_VERSION(1, 1, 0) || ZEL_COMMON_CHECK_VERSION(2, 0, 0)
+#error "another version"
+#endif
+
 #define IS(text, wanted) (g_strcmp0((const char *)(text), wanted) == 0)
 
 static int failures;
