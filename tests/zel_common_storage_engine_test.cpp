@@ -57,6 +57,18 @@ TEST_F(StorageEngine, inserts_of_any_length_give_the_new_id)
     EXPECT_EQ(__execute_insert_query(("INSERT" + std::string(9000, ' ')).c_str(), &row_id), 0) << "no memory";
 }
 
+TEST_F(StorageEngine, an_insert_that_fails_behind_a_row_of_its_own_is_a_failure)
+{
+    database.run("CREATE TRIGGER refuse AFTER INSERT ON folder_info BEGIN SELECT RAISE(FAIL, 'no'); END");
+    for (const char *statement : {"INSERT OR FAIL INTO unique_data(key) VALUES ('a'), ('a')",
+                                  "INSERT INTO folder_info(group_id) VALUES ('a')"}) {
+        EXPECT_EQ(__execute_insert_query(statement, &row_id), 0) << statement;
+        EXPECT_EQ(row_id, 77u) << statement;
+    }
+    EXPECT_EQ(database.rows("SELECT key FROM unique_data UNION ALL SELECT group_id FROM folder_info"), "a\na\n")
+        << "the rows stay";
+}
+
 TEST_F(StorageEngine, a_write_hands_its_callback_the_very_pointers)
 {
     static const void *called_with[2];

@@ -67,7 +67,7 @@ int insert_once(const char *text, int *row_id, bool *stored, char **message)
     sqlite3_mutex_enter(mutex);
     const int changes = sqlite3_total_changes(_g_sqlite_handle);
     const int code = sqlite3_exec(_g_sqlite_handle, text, __insert_callback, row_id, message);
-    if (code != SQLITE_OK && sqlite3_total_changes(_g_sqlite_handle) != changes) {
+    if (code == SQLITE_NOMEM && sqlite3_total_changes(_g_sqlite_handle) != changes) {
         *row_id = static_cast<int>(sqlite3_last_insert_rowid(_g_sqlite_handle));
         *stored = true;
     }
