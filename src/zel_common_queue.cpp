@@ -249,8 +249,9 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
     GList *node = find_node(req_queue, func, user_data);
     const bool found = node != nullptr;
     if (found) {
+        void *item = unlink_node(req_queue, node);
         ZEL_DEBUG("elem[%p]", static_cast<void *>(node));
-        free_func(unlink_node(req_queue, node));
+        free_func(item);
     }
     __leave_critical_section(req_queue);
     ZEL_END();

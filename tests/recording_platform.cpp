@@ -76,6 +76,8 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
     va_start(arguments, fmt);
     const std::unique_ptr<char, decltype(&g_free)> text(g_strdup_vprintf(fmt, arguments), g_free);
     va_end(arguments);
+    if (prio == DLOG_DEBUG && platform.on_debug_line)
+        platform.on_debug_line();
 
     char function[100] = "";
     int number = 0;

@@ -137,6 +137,7 @@ void expect_nulls_refused(size_t count, int result, const trace &lines, const ch
 struct platform_state {
     int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     bool feature_value = false;
+    void (*on_debug_line)() = nullptr; ///< called before the line is recorded
 
     std::set<app_control_h> handles; ///< those that exist
     int clone_result = 0;            ///< other than 0: the next clone fails with it, leaving this in its output

@@ -183,8 +183,10 @@ TEST_F(Queue, SearchesTakeTheNewestAndReleasesStartWithIt)
     EXPECT_LOCKED(0, trace(), _common_queue_remove, queue, item(17));
     std::ostringstream element;
     element << "elem[" << queue->item_list->next << "]";
-    EXPECT_LOCKED(true, join({debug(it, element.str()), noted("release 27, locked")}), _common_queue_find_and_remove,
-                  queue, last_digits_differ, release, item(7));
+    platform.on_debug_line = [] { note(std::to_string(g_list_length(queue->item_list)) + " left"); };
+    EXPECT_LOCKED(true, join({noted("3 left"), debug(it, element.str()), noted("release 27, locked")}),
+                  _common_queue_find_and_remove, queue, last_digits_differ, release, item(7));
+    platform.on_debug_line = nullptr;
     EXPECT_LOCKED(false, trace(), _common_queue_find_and_remove, queue, last_digits_differ, release, item(9));
     EXPECT_EQ(_common_queue_pop(queue), item(17));
     take_trace();
