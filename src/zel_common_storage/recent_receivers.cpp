@@ -92,6 +92,20 @@ bool group_matches(int group, const recipient_set &recipients, unsigned int leng
     return true;
 }
 
+void release_member(quillo_msisdn_s *member)
+{
+    g_free(member->ccc);
+    g_free(member->phone_number);
+    g_free(member);
+}
+
+void release_members(quillo_msisdn_s **members, unsigned int count)
+{
+    for (unsigned int i = 0; i < count; ++i)
+        release_member(members[i]);
+    free(members);
+}
+
 /** Puts the members of a group behind those gathered so far; a group that cannot be read is passed over. */
 zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &count, log_site site = log_here())
 {
@@ -102,23 +116,13 @@ zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &co
         auto *member = static_cast<quillo_msisdn_s *>(g_try_malloc0(sizeof(quillo_msisdn_s)));
         if (!member)
             continue;
+        __fill_last_receiver_info(rows.statement, member);
         if (!append(members, count, member, resize_with_realloc)) {
-            g_free(member);
+            release_member(member);
             return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure", site);
         }
-        __fill_last_receiver_info(rows.statement, member);
     } while (rows.next());
     return ZEL_ERR_NONE;
-}
-
-void release_members(quillo_msisdn_s **members, unsigned int count)
-{
-    for (unsigned int i = 0; i < count; ++i) {
-        g_free(members[i]->ccc);
-        g_free(members[i]->phone_number);
-        g_free(members[i]);
-    }
-    free(members);
 }
 
 } // namespace
