@@ -99,10 +99,12 @@ side copy_pieces(const share_holder &share, const buffer &to)
             end = copy(end, pieces.expired_time);
             end = copy(end, pieces.length);
             for (const item_pieces &item : pieces.items) {
+                ZEL_BEGIN();
                 for (const text &each : item.texts)
                     end = copy(end, each);
                 for (const unsigned int number : item.numbers)
                     end = copy(end, number);
+                ZEL_END();
             }
             ZEL_END();
         }

@@ -351,6 +351,7 @@ void count_items(share *share_content_info)
 
 zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_info *content_info)
 {
+    ZEL_BEGIN();
     if (refused(!buf || !offset || !content_info, "Fail: Invalid Parameter"))
         return ZEL_ERR_INVALID_ARG;
 
@@ -359,6 +360,7 @@ zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_inf
     for (auto number : ITEM_NUMBERS)
         end = put(end, content_info->*number);
     *offset += static_cast<int>(end - begin);
+    ZEL_END();
     return ZEL_ERR_NONE;
 }
 

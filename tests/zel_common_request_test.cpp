@@ -226,9 +226,10 @@ TEST(Request, NullArgumentsAreRejected)
     const char *body = "Fail: Invalid Parameter";
     EXPECT_NULLS_REFUSED(2, ZEL_ERR_INVALID_ARG, body, __set_unsigned_int, __set_int, __set_unsigned_long_long,
                          __set_string);
-    EXPECT_NULLS_REFUSED(3, ZEL_ERR_INVALID_ARG, body, __set_content_info, __get_unsigned_int, __get_int,
-                         __get_unsigned_long_long, __get_string, __get_content_info);
-    EXPECT_NULLS_REJECTED(3, ZEL_ERR_INVALID_ARG, body, __set_share_content_info_list, __get_share_content_info_list);
+    EXPECT_NULLS_REFUSED(3, ZEL_ERR_INVALID_ARG, body, __get_unsigned_int, __get_int, __get_unsigned_long_long,
+                         __get_string, __get_content_info);
+    EXPECT_NULLS_REJECTED(3, ZEL_ERR_INVALID_ARG, body, __set_content_info, __set_share_content_info_list,
+                          __get_share_content_info_list);
     EXPECT_NULLS_REJECTED(1, 0, body, __print_share_content_info_list);
     EXPECT_NULLS_REJECTED(1, 0, "Invalid Parameter", __find_length_of_content_info,
                           __find_length_of_share_content_info_list);
@@ -337,7 +338,9 @@ TEST_F(Wire, EncodingAndSizesByteForByte)
     EXPECT_EQ(one->content_info_list_length, 2u);
     one->content_info_list_length = 77;
     std::string encoded(size + 1, '#');
-    EXPECT_WHOLE(ZEL_ERR_NONE, trace(), __set_share_content_info_list, encoded.data(), &offset, one);
+    const trace item_written = whole("__set_content_info");
+    EXPECT_WHOLE(ZEL_ERR_NONE, join({item_written, item_written}), __set_share_content_info_list, encoded.data(),
+                 &offset, one);
     EXPECT_EQ(encoded, bytes + "#");
     EXPECT_EQ(offset, static_cast<int>(size));
 
