@@ -2,6 +2,7 @@
 #include "zel_common_internal.h"
 #include "zel_common_log_internal.h"
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <sys/time.h>
@@ -168,5 +169,6 @@ void _common_thread_set_is_running(zel_thread_s *req_thread, bool value)
 
 bool _common_thread_get_wait_status(zel_thread_s *req_thread)
 {
-    return !refused(!req_thread, "req_thread is NULL") && req_thread->thread_wait_status;
+    /* The flag is its owner's, who need not hold the lock to write it. */
+    return !refused(!req_thread, "req_thread is NULL") && std::atomic_ref<bool>(req_thread->thread_wait_status);
 }

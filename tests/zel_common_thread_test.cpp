@@ -2,9 +2,11 @@
 #include "recording_platform.h"
 #include "zel_common_thread.h"
 
+#include <atomic>
 #include <cerrno>
 #include <future>
 #include <pthread.h>
+#include <thread>
 
 using namespace zel_test;
 
@@ -75,6 +77,14 @@ TEST_F(Thread, RecordStatesAndNullArguments)
                           _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop);
     EXPECT_NULLS_REJECTED(1, EINVAL, body, _common_thread_waitCallback);
     EXPECT_NULLS_REFUSED(1, false, body, _common_thread_get_wait_status);
+}
+
+TEST_F(Thread, OwnerWritesItsFlagWhileOthersReadIt)
+{
+    std::atomic_ref<bool> flag(thread.record->thread_wait_status);
+    const auto raised = std::async(std::launch::async, [&] { flag = true; });
+    while (!_common_thread_get_wait_status(thread.record))
+        std::this_thread::yield();
 }
 
 TEST_F(Thread, FailedStepsOfStartAndStop)
