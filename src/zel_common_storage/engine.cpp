@@ -329,7 +329,8 @@ int __insert_callback(void *user_data, int argc, char **argv, char **col_name)
             continue;
         if (argv[i] && user_data) {
             ZEL_DEBUG("Assigning value %s", argv[i]);
-            *static_cast<int *>(user_data) = atoi(argv[i]);
+            /* The lowest 32 bits of the id, on every target. */
+            *static_cast<int *>(user_data) = static_cast<int>(strtoll(argv[i], nullptr, 10));
         }
         break;
     }
