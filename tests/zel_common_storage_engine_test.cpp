@@ -79,6 +79,18 @@ TEST_F(StorageEngine, a_large_row_id_wraps_to_32_bits)
     }
 }
 
+TEST_F(StorageEngine, a_list_is_looked_into_only_beside_a_group_of_its_size)
+{
+    database.run("INSERT INTO recent_receiver_group VALUES (1, 1, 0); "
+                 "INSERT INTO recent_receiver_details VALUES (1, 1, '1', '1', 1)");
+    quillo_msisdn_s *list[2] = {};
+    int group = 0;
+    bool exists = true;
+    EXPECT_EQ(_common_storage_is_recent_receiver_list_exist(list, 2, &group, &exists), ZEL_ERR_NONE);
+    EXPECT_EQ(group, 2);
+    EXPECT_FALSE(exists);
+}
+
 TEST_F(StorageEngine, a_write_hands_its_callback_the_very_pointers)
 {
     static const void *called_with[2];

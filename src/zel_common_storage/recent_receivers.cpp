@@ -51,26 +51,35 @@ int recipient_equal(const void *recipient, const void *other)
            g_str_equal(one->ccc, two->ccc);
 }
 
-recipient_set set_of(quillo_msisdn_s *const *list, unsigned int length)
-{
-    recipient_set set(g_hash_table_new(recipient_hash, recipient_equal));
-    for (unsigned int i = 0; i < length; ++i)
-        if (list[i]->phone_number && list[i]->ccc)
-            g_hash_table_add(set.get(), list[i]);
-    return set;
-}
+/** The list that is looked up; it is looked into only when a group of its length is found. */
+struct recipient_list {
+    quillo_msisdn_s *const *records;
+    unsigned int length;
+    recipient_set set = nullptr;
+
+    bool contains(const quillo_msisdn_s &sought)
+    {
+        if (!set) {
+            set.reset(g_hash_table_new(recipient_hash, recipient_equal));
+            for (unsigned int i = 0; i < length; ++i)
+                if (records[i]->phone_number && records[i]->ccc)
+                    g_hash_table_add(set.get(), records[i]);
+        }
+        return g_hash_table_contains(set.get(), &sought);
+    }
+};
 
 /** Whether the member row that a query stands on is among the recipients. */
-bool is_listed(const query &member, const recipient_set &recipients)
+bool is_listed(const query &member, recipient_list &recipients)
 {
     const quillo_msisdn_s sought = {const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_CCC)),
                                     const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_PHONE_NO)),
                                     int_column(member, COLUMN_RECENT_RECEIVER_NUM_ID), 0};
-    return sought.ccc && sought.phone_number && g_hash_table_contains(recipients.get(), &sought);
+    return sought.ccc && sought.phone_number && recipients.contains(sought);
 }
 
-/** Whether a group has `length` members, and each of them is among the recipients. */
-bool group_matches(int group, const recipient_set &recipients, unsigned int length, log_site site = log_here())
+/** Whether a group has as many members as there are recipients, and each of them is among those. */
+bool group_matches(int group, recipient_list &recipients, log_site site = log_here())
 {
     static constexpr char FAILURE[] = "ExecuteSelectQuery Failed";
 
@@ -79,7 +88,7 @@ bool group_matches(int group, const recipient_set &recipients, unsigned int leng
         return false;
     const unsigned int member_count = counted.next() ? uint_column(counted, 0) : 0;
     counted.close();
-    if (member_count != length)
+    if (member_count != recipients.length)
         return false;
 
     query members(sql("SELECT * FROM %Q WHERE group_id = %d;", TABLE_RECENT_RECEIVER_DETAILS, group), site);
@@ -141,9 +150,9 @@ zel_err_e _common_storage_is_recent_receiver_list_exist(quillo_msisdn_s **to_msi
     const group_array owner(groups);
     *exist = false;
     *group_id = count < GROUP_LIMIT ? count + 1 : groups[count - 1]; /* for a new list */
-    const recipient_set recipients = set_of(to_msisdn_list, to_msisdn_list_length);
+    recipient_list recipients = {to_msisdn_list, to_msisdn_list_length};
     for (int i = 0; i < count; ++i) {
-        if (group_matches(groups[i], recipients, to_msisdn_list_length)) {
+        if (group_matches(groups[i], recipients)) {
             *exist = true;
             *group_id = groups[i];
             break;
