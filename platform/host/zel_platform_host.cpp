@@ -231,7 +231,7 @@ __attribute__((format(printf, 3, 4))) int print(char letter, const char *tag, co
 }
 
 /** The lowest priority that is written, as the environment wants it. */
-log_priority wanted_priority()
+log_priority wanted_priority() noexcept
 {
     const char *const wanted = getenv("ZEL_HOST_LOG");
     if (!wanted || !*wanted)
