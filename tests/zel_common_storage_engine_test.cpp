@@ -72,10 +72,11 @@ TEST_F(StorageEngine, an_insert_that_fails_behind_a_row_of_its_own_is_a_failure)
 TEST_F(StorageEngine, a_large_row_id_wraps_to_32_bits)
 {
     for (const long long id : {0x7fffffffLL, 0x80000000LL, 0xffffffffLL, 0x100000000LL, 0x7ffffffffffffffeLL}) {
-        database.run("INSERT INTO sqlite_sequence VALUES ('contact_details', " + std::to_string(id - 1) + ")");
+        database.run("DELETE FROM contact_details; DELETE FROM sqlite_sequence; "
+                     "INSERT INTO sqlite_sequence VALUES ('contact_details', " +
+                     std::to_string(id - 1) + ")");
         EXPECT_EQ(__execute_insert_query(insert.c_str(), &row_id), 1);
         EXPECT_EQ(row_id, static_cast<unsigned int>(id));
-        database.run("DELETE FROM contact_details; DELETE FROM sqlite_sequence");
     }
 }
 
