@@ -2,8 +2,10 @@
  * The seam to the device platform: everything that the library expects of it, and nothing else.
  *
  * A program that loads the library supplies these functions: on a plain Linux by linking zel_platform (the
- * implementation in platform/host), on a device by linking the device's own services. All of them may be called
- * from any thread.
+ * implementation in platform/host), on a device by linking the device's own services.
+ *
+ * All of them have C linkage, must be visible to the dynamic linker, and are called from any thread, several at a time,
+ * by code that is built without exceptions: they must not throw.
  */
 #ifndef ZEL_PLATFORM_H
 #define ZEL_PLATFORM_H
@@ -32,7 +34,11 @@ typedef enum {
 } log_priority;
 
 /**
- * Writes one line to the platform's log.
+ * Writes one line to the platform's log, in one piece. Lines of 10,000 bytes and more occur (statement texts) and must
+ * keep their tail.
+ *
+ * It must not call the library and must not block for long. Every operation writes a few lines, many of them while it
+ * holds a lock (six of the ten of _common_queue_push), so that a slow line holds up other threads.
  *
  * @param prio how important the line is; filtering is the platform's business, the library always calls
  * @param tag  who writes; every line of the library carries "QUILLO_COMMON"
@@ -49,7 +55,8 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...) __attri
 #define SYSTEM_INFO_ERROR_INVALID_PARAMETER (-22)
 
 /**
- * Asks the platform's feature registry for a yes or no.
+ * Asks the platform's feature registry for a yes or no. The library asks for "quillo.feature.enhanced" and keeps the
+ * answer, or that the key is unknown, for the life of the process; after a failure it asks again.
  *
  * @param key   name of the feature
  * @param value receives the answer on success
@@ -64,7 +71,7 @@ int system_info_get_custom_bool(const char *key, bool *value);
 typedef struct app_control_s *app_control_h;
 
 /**
- * Makes an independent copy of a handle.
+ * Makes a copy of a handle that lives on when the original is released.
  *
  * @param clone       receives the new handle, which its holder releases with app_control_destroy
  * @param app_control the handle to copy

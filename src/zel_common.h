@@ -44,7 +44,10 @@ extern "C" {
 
 /* Result codes ----------------------------------------------------------------------------------------------- */
 
-/** Result of an operation inside the library and the service. */
+/**
+ * Result of an operation inside the library and the service. A switch over it wants a default: in C there is one
+ * enumerator more, and an operation of the store can return -1.
+ */
 typedef enum ZEL_ENUM_INT {
 #ifndef __cplusplus
     ZEL_ERR_FORCE_SIGNED = -1, /**< not a code: makes the type signed in C, so that a negative value compares below 0 */
@@ -151,7 +154,7 @@ typedef enum ZEL_ENUM_INT {
     APP_TYPE_NONE = 0,        /**< not known */
     QUILLO_APP_TYPE = 1,      /**< the sharing client itself */
     PIKO_APP_TYPE = 2,        /**< the second client application */
-    MOSAIC_EVENT_APP_TYPE = 3 /**< the event application */
+    MOSAIC_EVENT_APP_TYPE = 3 /**< the event application; in the two status lists of the store 3 means all */
 } quillo_app_type_e;
 
 /** How far an upload has come, as the client is told. */
@@ -174,7 +177,10 @@ typedef enum ZEL_ENUM_INT {
     QUILLO_PUSH_STATUS_SHARE_RECALLED = 2  /**< the sender took the share back */
 } quillo_push_status_e;
 
-/** A recipient. Sets of recipients are arrays of pointers to these records with a separate count. */
+/**
+ * A recipient. Sets of recipients are arrays of pointers to these records with a separate count. A record on its own
+ * has no release operation: g_free for ccc, phone_number and then the record.
+ */
 typedef struct quillo_msisdn_s {
     char *ccc;          /**< country calling code; owned */
     char *phone_number; /**< phone number without the calling code; owned */
@@ -195,7 +201,7 @@ typedef struct zel_trans_url_ids_info {
     unsigned long long expired_time; /**< when the URL expires, in the unit of the party that filled it */
 } zel_trans_url_ids_info;
 
-/** One content item of a received share. */
+/** One content item of a received share, which releases it. On its own: g_free for each string, then for the record. */
 typedef struct zel_trans_content_info {
     char *original;                  /**< URL of the full file; owned */
     char *thumbnail;                 /**< URL of the small thumbnail; owned */
@@ -272,8 +278,8 @@ void _common_free_upload_info(void *data);
 /**
  * A hash map that threads share. Every operation but _common_foreach_read_from_hash_table holds the mutex for one
  * access to the table and has let go of it when it returns: another thread may remove (and release) a returned value
- * at any time unless the callers agree otherwise. Functions that are called under the mutex must not call an operation
- * of the same table.
+ * at any time unless the callers agree otherwise. The functions that a caller passes, the two release functions among
+ * them, run under the mutex: they must not call an operation of the same table, and must not throw.
  */
 typedef struct zel_hash_table {
     pthread_mutex_t mutex; /**< taken by every operation but _common_foreach_read_from_hash_table; not recursive */
@@ -289,7 +295,8 @@ typedef void (*_common_hash_table_addon_cb)(void *value);
 
 /**
  * Creates a table. With a key release the keys are strings, compared by content, and the table owns those it stores;
- * without one they are plain pointers or integers, compared by identity and never released.
+ * without one they are plain pointers or integers, compared by identity and never released. Neither a key nor a value
+ * can be 0.
  *
  * @param hash_table receives the new table, which _common_deinit_hash_table releases; NULL when the allocation fails.
  *                   Without this argument nothing happens
@@ -308,7 +315,8 @@ void _common_deinit_hash_table(zel_hash_table *hash_table);
 
 /**
  * Stores a value. If the key is there already, the stored key stays, the old value is released, and so is the key
- * passed in. Any thread may call it.
+ * passed in. So never pass the very key or value that the table holds: it would be released and stay in use. Any thread
+ * may call it.
  *
  * @param hash_table the table
  * @param key        the key; handed over if the table has a key release
@@ -430,7 +438,8 @@ int _common_util_file_size(const char *file_path, unsigned int *file_size);
  * Tells whether a path exists, whatever it names; symbolic links are followed. Any thread may call it.
  *
  * @param file_path the path; must not be NULL
- * @return true when it exists; always true for "/"
+ * @return true when it exists, and always for "/"; false also for a link that leads nowhere and for a path that cannot
+ *         be examined
  */
 bool _common_util_file_exist(const char *file_path);
 
@@ -456,11 +465,13 @@ char *_common_util_get_ext(const char *file_path);
 /**
  * Finds a free path for a new file by numbering its name: a.jpg gives a_1.jpg, or a_2.jpg if that exists, and so on.
  * The number is added whether or not the path itself exists. A path without an extension, or whose only dot is its
- * first character, is handed back unchanged. Nothing is reserved: two threads or processes may be given the same path.
+ * first character, is handed back unchanged; /data/.profile becomes /data/_1.profile. Free is what
+ * _common_util_file_exist does not find. Nothing is reserved: two threads or processes may be given the same path.
  *
  * @param file_path     the path; NULL gives an empty one
- * @param file_new_path receives the free path; a buffer of ZEL_NEW_PATH_SIZE bytes of the caller's, not NULL. A longer
- *                      path is cut off; one that loses its number to the cut may be taken
+ * @param file_new_path receives the free path; a buffer of ZEL_NEW_PATH_SIZE bytes of the caller's, not NULL, that does
+ *                      not overlap file_path. A longer path is cut off; one that loses its number to the cut may be
+ *                      taken
  */
 void _common_util_get_file_valid_path(const char *file_path, char *file_new_path);
 

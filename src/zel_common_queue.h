@@ -4,7 +4,8 @@
  *
  * The queue stores the pointers it is given and never owns what they point to; only a release function that the caller
  * passes releases an item. Every operation but _common_queue_get_wait_status holds the queue's lock for its whole list
- * work. Functions that the caller passes run under that lock and must not call an operation of the same queue.
+ * work. Functions that the caller passes run under that lock: they must not call an operation of the same queue, and
+ * must not throw.
  */
 #ifndef ZEL_COMMON_QUEUE_H
 #define ZEL_COMMON_QUEUE_H
@@ -19,11 +20,14 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** A queue. Made by _common_queue_init only; its fields are for reading. */
+/**
+ * A queue. Made by _common_queue_init only. Its fields are for reading under the lock: more is kept behind them, and a
+ * change to item_list corrupts the queue.
+ */
 typedef struct zel_queue_s {
     pthread_mutex_t available_lock;  /**< guards item_list and queue_wait_status; not recursive */
     pthread_cond_t available_signal; /**< signalled when the queue goes from empty to one item */
-    bool queue_wait_status;          /**< a thread is asleep in _common_queue_pop */
+    bool queue_wait_status;          /**< a thread is asleep in _common_queue_pop; see _common_queue_get_wait_status */
     GList *item_list;                /**< the items, newest first; NULL when the queue is empty */
 } zel_queue_s;
 
@@ -70,7 +74,7 @@ void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func);
 
 /**
  * Adds an item. If it is the only one, one thread asleep in _common_queue_pop is woken; an item added to others wakes
- * nobody. Any thread may call it.
+ * nobody, even while several threads sleep and the first has not yet taken its own. Any thread may call it.
  *
  * @param req_queue the queue; NULL is rejected
  * @param data      the item; NULL is queued like any other
@@ -79,7 +83,7 @@ void _common_queue_push(zel_queue_s *req_queue, void *data);
 
 /**
  * Takes the oldest item out; sleeps, without a time limit, while the queue is empty. It wakes once and does not look
- * again. Any thread may call it.
+ * again: a worker calls it in a loop. Any thread may call it; one that is cancelled in it keeps the lock for good.
  *
  * @param req_queue the queue
  * @return the item, now the caller's, which is NULL if NULL was queued; NULL also when it woke and found nothing, and
@@ -92,12 +96,13 @@ void *_common_queue_pop(zel_queue_s *req_queue);
  * Any thread may call it.
  *
  * @param req_queue the queue
- * @return true when one is; false when the queue is NULL
+ * @return true when one is; false when none is, when the first of several has woken, and when the queue is NULL
  */
 bool _common_queue_get_wait_status(zel_queue_s *req_queue);
 
 /**
- * Finds the newest item that matches, and leaves it in the queue. Any thread may call it.
+ * Finds the newest item that matches, and leaves it in the queue, where another thread may take it out and release it.
+ * Any thread may call it.
  *
  * @param req_queue the queue
  * @param func      the comparison

@@ -67,6 +67,9 @@ typedef enum ZEL_ENUM_INT {
 /**
  * A client's request. Which fields a command uses is settled between client and service; times are in the unit of the
  * party that fills them.
+ *
+ * Make one zero-filled with g_new0, and its strings and lists with GLib too (g_strdup, g_list_append). Whoever uses
+ * response_mutex looks after it, in each copy anew: g_mutex_init first, g_mutex_clear before the release.
  */
 typedef struct _zel_request {
     zel_cmd cmd;                                   /**< the command */
@@ -95,7 +98,7 @@ typedef struct _zel_request {
     int list_count;                      /**< number of entries of a server listing */
     char *list_next;                     /**< next-page mark of a server listing; owned */
     char *list_more;                     /**< more-entries mark of a server listing; owned */
-    GMutex response_mutex;               /**< guards the response; the service's, never locked here */
+    GMutex response_mutex;               /**< guards the response; never initialised, locked or cleared here */
     unsigned int send_push;              /**< non-zero when the recipients are to be notified by push */
     app_control_h caller;                /**< launch-request handle of the application that asks; owned */
 } zel_request;

@@ -3,25 +3,53 @@
  * requests and their recipients, recently used recipient groups, folder tokens and a key-value table, in one SQLite
  * database.
  *
+ * Terms. An upload request sends files to recipients; the server makes a share of them, named by a contents token. A
+ * share that others send to this device is announced by a notification and consists of content items. A transfer is one
+ * file on its way in either direction.
+ *
  * Rules that hold for every operation, unless it says otherwise
  *
- * Opening. Call _common_storage_init first and let it return before any other thread touches the store. The connection
- * it opens serves the whole process and is never closed.
+ * Opening. Call _common_storage_init first, and let it return ZEL_ERR_NONE before any other thread touches the store.
+ * The connection that it opens serves the whole process and is never closed; a child of fork() must not use it.
+ *
+ * Threads. From then on any thread may call any operation; the library takes no lock of its own and relies on SQLite's
+ * serialized mode. A record that an operation writes into belongs to the calling thread meanwhile. Without a successful
+ * init, threads that call the store at once can each open a connection.
+ *
+ * Statements. Each takes effect whole or not at all, by itself: there is no transaction. An operation of several
+ * statements, or a question followed by an update, may see other writers in between. What a statement has stored
+ * survives the end of the process. A power cut can undo the very last statement that was reported as done, since SQLite
+ * by default removes its journal without syncing the folder (docs/durability.md).
+ *
+ * Other processes. One process owns the database file; others ask it (docs/several-programs.md). While another one
+ * holds the file locked, be it for an instant, writes fail and questions find nothing: a first row that cannot be
+ * fetched is taken for one that is not there. An operation that acts on such an answer says what comes of it.
  *
  * Arguments. Every pointer must be given. Texts are NUL-terminated byte strings; they are quoted on the way into the
  * database, so any character may stand in them. Texts and records passed in stay the caller's. A count, a status, a
- * kind or a percentage is stored as it is given, without a range check.
+ * kind or a percentage is stored as it is given, without a range check. A time from 2^63 on, such as a "never", is
+ * none: it can read back changed, or as long past.
+ *
+ * Empty texts. A token, URL, name or path that was not given is stored as "". So do not look up, update or delete by
+ * "": all rows that lack the text match. Read back, an empty text is NULL in a record or array; as a single value it
+ * leaves the output untouched, with ZEL_ERR_NONE: set that to NULL before the call.
+ *
+ * Request ids. Use 1 to INT_MAX. 0 can be stored but not asked for. Above INT_MAX, operations that take an int reject
+ * the id or find nothing, and _common_storage_update_url_info_by_reqid succeeds without changing anything. Nothing
+ * makes an id unique: of two requests with one id, reads answer from the first; updates, deletions and lists take both.
  *
  * Result codes.
- *   ZEL_ERR_NONE                   done. An update or deletion that matches no row is a success too.
- *   ZEL_ERR_INVALID_ARG            an argument was rejected; the database was not asked.
- *   ZEL_ERR_MEMORY                 the result could not be allocated.
+ *   ZEL_ERR_NONE                   done. An update or deletion that matches no row is a success too, and so is a list
+ *                                  whose reading breaks off behind its first row: it is shorter.
+ *   ZEL_ERR_INVALID_ARG            an argument was rejected, before the database was asked or, in an operation of
+ *                                  several steps, by a later one.
+ *   ZEL_ERR_MEMORY                 the result could not be allocated. A string that cannot be copied ends the process
+ *                                  instead, as everywhere in GLib.
  *   ZEL_ERR_STORAGE_FAILURE        the database refused the statement, could not be opened, or stayed locked by another
  *                                  process for ten attempts (about a millisecond).
  *   ZEL_ERR_STORAGE_NO_RECORDS,
- *   ZEL_ERR_RESOURCE_DOESNT_EXIST  there is nothing to hand out. Which of the two says it differs from operation to
- *                                  operation. A read that fails only when its first row is fetched, as it does while
- *                                  another process holds the database locked, looks the same.
+ *   ZEL_ERR_RESOURCE_DOESNT_EXIST  there is nothing to hand out, or its first row could not be fetched. Which of the
+ *                                  two says it differs from operation to operation.
  * Each operation names the codes that it can return.
  *
  * Outputs. They are written on success and stay untouched on every failure.
@@ -29,10 +57,6 @@
  * Ownership. Whatever is handed out is new and belongs to the caller. Strings and arrays are released with g_free (an
  * array's elements first), with two exceptions that need free for the array itself:
  * _common_storage_get_contents_token_list and _common_storage_get_recent_receiver_details.
- *
- * Threads. After _common_storage_init any thread may call any operation; the library takes no lock of its own and
- * relies on SQLite's serialized mode. Each statement takes effect by itself and there is no transaction: an operation
- * of several statements, or a question followed by an update, may see other writers in between.
  *
  * Trace. Every operation writes its steps and failures to the log (docs/log.md).
  */
@@ -58,9 +82,10 @@ typedef struct sqlite3_stmt sqlite3_stmt;
  * Opens the database file ".quillo_service.db" in the service's data directory, creating it when it is missing (the
  * directory must exist), then creates the missing tables and stamps the schema version.
  *
- * Not safe against any other call of the store. A second call does nothing. A table or version that cannot be written
- * is only logged: the statements that need it fail later. When another operation has opened the connection before, the
- * tables are not created; call this one first.
+ * Not safe against any other call of the store. After a success a further call does nothing; after a failure it tries
+ * again. When another operation has opened the connection before, the tables are not created: call this one first. A
+ * table or version that cannot be written is only logged, and statements that need it fail later. Two processes that
+ * start on a new file at once can bring that about; _common_storage_db_create tells, and mends it.
  *
  * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_INIT_FAILURE when the file cannot be opened
  */
@@ -102,14 +127,15 @@ bool _common_storage_check_table_exist(const char *table_name);
  * Creates those of the nine tables that are missing. A table that exists is left as it is, a table that fails does not
  * keep the others from being created.
  *
- * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE when at least one creation failed
+ * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE when at least one creation failed: call it again if another process was
+ *         in the way
  */
 zel_err_e _common_storage_db_create(void);
 
 /* Key-value data and folder records -------------------------------------------------------------------------- */
 
 /**
- * What _common_storage_upsert_and_involk_unique_data calls after the write.
+ * What _common_storage_upsert_and_involk_unique_data calls after the write; must not throw.
  *
  * @param key   the key, the very pointer that the operation was given; not to be changed or released
  * @param value the value, likewise
@@ -146,7 +172,8 @@ zel_err_e _common_storage_upsert_and_involk_unique_data(const char *key, const c
                                                         quillo_storage_unique_data_involk_cb pointer);
 
 /**
- * Reads what is stored under a key.
+ * Reads what is stored under a key. A counter is safe in a key only while no other process uses the file: one that
+ * finds the key absent while the file is locked would start again at zero.
  *
  * @param key   the key
  * @param val   receives the value
@@ -169,7 +196,8 @@ zel_err_e _common_storage_delete_unique_data(const char *key);
 /**
  * Merges values into the record of a group's folder. A NULL token or a zero time keeps what is stored, so that nothing
  * can be cleared this way; use _common_storage_delete_folder_info for that. Reading and writing back are two
- * statements: of two concurrent merges of one group, the later write wins whole.
+ * statements: of two concurrent merges of one group the later write wins whole, and a merge whose reading meets another
+ * process's lock erases what it should keep.
  *
  * @param group_id                   the group
  * @param content_token              the group's contents token, or NULL
@@ -202,11 +230,10 @@ zel_err_e _common_storage_get_folder_info(const char *group_id, char **content_t
                                           unsigned long long *folder_sync_time);
 
 /**
- * Tells whether a group has a folder token.
+ * Tells whether a group has a folder token that is not empty.
  *
  * @param group_id the group
- * @param is_exist receives true when a token is stored that is not empty; false on every failure but a rejected
- *                 argument
+ * @param is_exist receives the answer; false on every failure but a rejected argument
  * @return ZEL_ERR_NONE when the group has a record, whether or not with a token; ZEL_ERR_INVALID_ARG when an argument
  *         is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when it has none; ZEL_ERR_STORAGE_FAILURE
  */
@@ -226,7 +253,11 @@ zel_err_e _common_storage_delete_folder_info(const char *group_id);
 /*
  * A received share has one notification (unread, read or marked for deletion) and one row for each of its content
  * items; its contents token joins them. Times are compared as they are given: pass the bound of a deletion in the unit
- * in which the times were stored.
+ * in which the times were stored. Of a share whose expiry is 2^63 or more, a deletion of what has expired takes the
+ * items and leaves the notification.
+ *
+ * Storing a notification, or the items of a share, asks first whether the token is there already. Two writers at once
+ * can both find it missing, and so does one that meets another process's lock: then it is stored twice.
  */
 
 /**
@@ -238,7 +269,8 @@ zel_err_e _common_storage_delete_folder_info(const char *group_id);
 bool _common_storage_exist_push_noti(const char *contents_token);
 
 /**
- * Stores the notification of a share as unread. A notification that is stored already is left as it is.
+ * Stores the notification of a share as unread. One that is stored already is left as it is, even if it is marked for
+ * deletion.
  *
  * @param contents_token the share
  * @param type           the share's type, by which notifications are grouped; may be NULL
@@ -268,7 +300,7 @@ zel_err_e _common_storage_delete_expired_push_noti(unsigned long long current_ti
 zel_err_e _common_storage_delete_expired_content_info(unsigned long long current_time);
 
 /**
- * Marks every unread notification of a type as read.
+ * Marks every unread notification of a type as read. This reaches none that was stored without a type.
  *
  * @param type the type
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when type is NULL; ZEL_ERR_STORAGE_FAILURE
@@ -295,14 +327,15 @@ zel_err_e _common_storage_get_received_time_push_noti(const char *contents_token
 
 /**
  * Lists the contents tokens of received shares, the latest arrival first. Notifications marked for deletion are never
- * listed.
+ * listed, nor are empty tokens.
  *
  * @param type                only notifications of this type; NULL for every type
  * @param except_read         true: only unread ones; false: read ones too
  * @param contents_token_list receives an array of tokens; release each with g_free and the array with free
  * @param length              receives the number of tokens
- * @return ZEL_ERR_NONE, also (with a NULL array and length 0) when memory ran out on the way; ZEL_ERR_INVALID_ARG when
- *         an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is none; ZEL_ERR_STORAGE_FAILURE
+ * @return ZEL_ERR_NONE, also (with a NULL array and length 0) when memory ran out on the way or all tokens are empty;
+ *         ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is none;
+ *         ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_get_contents_token_list(const char *type, bool except_read, char ***contents_token_list,
                                                   unsigned int *length);
@@ -322,7 +355,7 @@ zel_err_e _common_storage_add_notification(zel_trans_share_content_info *noti_in
  * Finds the name of a content item.
  *
  * @param url  the URL of the item's file or of any of its three thumbnails; the first match counts
- * @param name receives the name; stays untouched, with ZEL_ERR_NONE, when the item has none: set it to NULL before
+ * @param name receives the name; stays untouched when the item has none
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an argument is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when no item has
  *         the URL; ZEL_ERR_STORAGE_FAILURE
  */
@@ -332,8 +365,8 @@ zel_err_e _common_storage_get_content_name(const char *url, char **name);
  * Reads a share back with its items.
  *
  * @param contents_token the share
- * @param noti_info      receives a new share, released with _common_free_share_content_info. Texts that are not stored
- *                       are NULL, and so is type always; max_download_count of the items is 0
+ * @param noti_info      receives a new share, released with _common_free_share_content_info. type is always NULL, and
+ *                       max_download_count of the items 0
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an argument is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when the share has
  *         no item; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */
@@ -351,7 +384,7 @@ zel_err_e _common_storage_update_downloaded_content_info(const char *original);
  * Finds the share that a URL belongs to.
  *
  * @param url            the URL of an item's file or of any of its three thumbnails; the first match counts
- * @param contents_token receives the share's contents token; stays untouched, with ZEL_ERR_NONE, when it is empty
+ * @param contents_token receives the share's contents token; stays untouched when it is empty
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an argument is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when no item has
  *         the URL; ZEL_ERR_STORAGE_FAILURE
  */
@@ -379,9 +412,23 @@ zel_err_e _common_storage_update_status_content_info(const char *contents_token,
 
 /* Transfers -------------------------------------------------------------------------------------------------- */
 
-/** What a transfer moves. */
+/*
+ * A transfer is born in the status that its record carries and moves only when the service says so; the store refuses
+ * no move.
+ *
+ * Failure. An upload is marked as failed with _common_storage_update_status_sync_content_info, so that it stays with
+ * its request. _common_storage_set_failed_status_sync_content_info also detaches it, for good: a request of two files
+ * then counts as finished when the other one is, and a retry does not come back to it.
+ *
+ * Retry. Read the record, raise fail_retry_count, set the new status and write it back with
+ * _common_storage_update_sync_content_info. A text that was empty was read as NULL: make it "" again, or the statement
+ * fails.
+ */
+
+/** Kind of a transfer: what it moves. */
 typedef enum ZEL_ENUM_INT {
-    ZEL_UNKNOWN = 0,            /**< no kind; where a list selects by kind it stands for every kind */
+    ZEL_UNKNOWN = 0,            /**< no kind. It stands for every kind in _common_storage_get_sync_content_info_list and
+                                     its _by_req_id form; all other operations take it literally */
     ZEL_UPLOAD_FILE = 1,        /**< a file of an upload request, sent to the server in chunks */
     ZEL_DOWNLOAD_THUMBNAIL = 2, /**< a thumbnail of a received share */
     ZEL_DOWNLOAD_FILE = 3       /**< a file of a received share */
@@ -401,7 +448,7 @@ typedef enum ZEL_ENUM_INT {
 } zel_file_sync_status;
 
 /**
- * The transfer of one file. A record that the store hands out owns its strings; an empty one is handed out as NULL.
+ * The transfer of one file; its size is not kept. A record that the store hands out owns its strings.
  */
 typedef struct zel_content_sync_info {
     unsigned int sync_id;          /**< the transfer's id, given by the store */
@@ -436,15 +483,15 @@ zel_err_e _common_storage_add_sync_content_info(zel_content_sync_info *content_s
  * Rewrites the transfer with the record's sync_id: everything but percentage, local_path, mupload_key and the content
  * type, which keep what is stored. This is how a retry is counted.
  *
- * @param sync_info the record; contents_token, original, thumbnail and name must be there, or the statement fails.
- *                  Receives the current time in sent_time, also when the statement fails
+ * @param sync_info the record; contents_token, original, thumbnail and name must be there ("" is enough), or the
+ *                  statement fails. Receives the current time in sent_time, also when the statement fails
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when the record is NULL; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_update_sync_content_info(zel_content_sync_info *sync_info);
 
 /**
- * Marks a transfer as failed and detaches it from its request: its req_id and sent_time become 0, so that questions
- * about the request no longer see it, while the retry lists do.
+ * Marks a transfer as failed and detaches it from its request (not for uploads: see above). Its req_id and sent_time
+ * become 0: questions about the request no longer see it, the lists of failed transfers do.
  *
  * @param sync_id the transfer
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when sync_id is not above 0; ZEL_ERR_STORAGE_FAILURE
@@ -473,8 +520,7 @@ zel_err_e _common_storage_update_status_sync_content_info_by_sync_id(int sync_id
                                                                      zel_file_sync_status previous_status);
 
 /**
- * Sets the status of every transfer of a request, whatever it was. Not to be confused with the _by_req_id form, which
- * is conditional.
+ * Sets the status of every transfer of a request, whatever it was. (The _by_req_id form asks for the status it was in.)
  *
  * @param req_id the request
  * @param status the new status
@@ -496,7 +542,7 @@ zel_err_e _common_storage_update_status_sync_content_info_by_req_id(int req_id, 
 /**
  * Moves all transfers of a kind from one status to another, whatever their request.
  *
- * @param type           the kind; ZEL_UNKNOWN means only transfers stored with it
+ * @param type           the kind
  * @param current_status the status that is left
  * @param set_status     the new status
  * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE
@@ -582,7 +628,7 @@ zel_err_e _common_storage_delete_sync_content_info_by_req_id(unsigned int req_id
 /**
  * Removes every transfer of a kind.
  *
- * @param type the kind; ZEL_UNKNOWN means only transfers stored with it
+ * @param type the kind
  * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_delete_sync_content_info_based_on_sync_type(zel_file_sync_type type);
@@ -591,7 +637,7 @@ zel_err_e _common_storage_delete_sync_content_info_based_on_sync_type(zel_file_s
  * Removes the transfers of a request that have a kind and a status.
  *
  * @param req_id the request; 0 means the transfers that belong to none
- * @param type   the kind; ZEL_UNKNOWN means only transfers stored with it
+ * @param type   the kind
  * @param status the status
  * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE
  */
@@ -612,10 +658,8 @@ void _common_storage_free_sync_content_info(void *data);
  * Counts: a count of zero is reported as a failure code with the output untouched, never as a zero.
  *
  * Lists of records hold zel_content_sync_info; release them with
- * g_list_free_full(list, _common_storage_free_sync_content_info). A record that cannot be allocated is left out.
- *
- * Single fields of a transfer: a text that is not stored, or is empty, leaves the output untouched with ZEL_ERR_NONE;
- * set the output to NULL before the call.
+ * g_list_free_full(list, _common_storage_free_sync_content_info). A record that cannot be allocated is left out; a list
+ * without any is NULL, with ZEL_ERR_NONE.
  */
 
 /**
@@ -690,13 +734,13 @@ zel_err_e _common_storage_get_pausable_cnt_by_sync_type(zel_file_sync_type type,
 zel_err_e _common_storage_get_resumable_and_cancellable_cnt_by_sync_type(zel_file_sync_type type, unsigned int *count);
 
 /**
- * Tells how many of the 10 places of a batch are free.
+ * Tells how many of the 10 places of a batch, the transfers of a kind that go on at once, are free.
  *
  * @param type       the kind of transfer
  * @param status     the status that takes up a place
  * @param fail_retry true: places are taken by transfers retried 1 to 5 times; false: by those never retried
- * @return the number of free places, 0 to 10: a number, not a result code, in spite of its type. It is 10 when no place
- *         is taken and also when the store could not be asked
+ * @return the number of free places, 0 to 10: a number, not a result code, in spite of its type. It is 10 also when the
+ *         store could not be asked
  */
 zel_err_e _common_storage_get_batch_count(zel_file_sync_type type, zel_file_sync_status status, bool fail_retry);
 
@@ -704,7 +748,7 @@ zel_err_e _common_storage_get_batch_count(zel_file_sync_type type, zel_file_sync
  * Lists transfers in a status. Asked for ZEL_SYNC_FAILED it gives the candidates for a retry: those retried at most 5
  * times, least retried first.
  *
- * @param type              the kind; ZEL_UNKNOWN for every kind
+ * @param type              the kind, or ZEL_UNKNOWN for every kind
  * @param status            the status
  * @param content_info_list receives the list
  * @param limit             the most transfers to list; negative for all
@@ -717,7 +761,7 @@ zel_err_e _common_storage_get_sync_content_info_list(zel_file_sync_type type, ze
 /**
  * Lists the transfers of one request in a status; ZEL_SYNC_FAILED as in _common_storage_get_sync_content_info_list.
  *
- * @param type              the kind; ZEL_UNKNOWN for every kind
+ * @param type              the kind, or ZEL_UNKNOWN for every kind
  * @param status            the status
  * @param content_info_list receives the list
  * @param req_id            the request; 0 means the transfers that belong to none, among them those detached by
@@ -731,7 +775,7 @@ zel_err_e _common_storage_get_sync_content_info_list_by_req_id(zel_file_sync_typ
 /**
  * Lists the transfers of one request and kind, whatever their status.
  *
- * @param type              the kind; ZEL_UNKNOWN means only transfers stored with it
+ * @param type              the kind
  * @param content_info_list receives the list
  * @param req_id            the request
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when content_info_list is NULL; ZEL_ERR_STORAGE_NO_RECORDS when there is
@@ -791,7 +835,8 @@ zel_err_e _common_storage_get_resumable_and_cancellable_req_id_by_sync_type(zel_
                                                                             unsigned int *count);
 
 /**
- * Tells whether every transfer of a request is finished: complete or failed. True for a request without transfers.
+ * Tells whether every transfer of a request is finished: complete or failed. True for a request without transfers,
+ * stored or not. Two counts are compared: if the second cannot be read, the answer is false.
  *
  * @param req_id        the request
  * @param all_completed receives the answer
@@ -801,7 +846,8 @@ zel_err_e _common_storage_get_resumable_and_cancellable_req_id_by_sync_type(zel_
 zel_err_e _common_storage_check_all_file_completed_by_req_id(int req_id, bool *all_completed);
 
 /**
- * Tells whether every transfer of a request has failed. True for a request without transfers.
+ * Tells whether every transfer of a request has failed; otherwise like
+ * _common_storage_check_all_file_completed_by_req_id, also for a request without transfers.
  *
  * @param req_id     the request
  * @param all_failed receives the answer
@@ -929,6 +975,12 @@ zel_err_e _common_storage_get_sent_time_local_path_by_req_id(int req_id, int *se
 
 /* Upload requests and recipients ----------------------------------------------------------------------------- */
 
+/*
+ * An upload is a request with its recipients and one transfer for each file, stored one by one under the same id. Store
+ * the transfers and recipients first and the request last: a request whose transfers are missing counts as completed,
+ * whereas transfers whose request is missing (_common_storage_get_upload_status says so) show that a kill came between.
+ */
+
 /** An upload request as it is stored. The record and its strings are the caller's. */
 typedef struct zel_upload_request_info {
     unsigned int unique_id;          /**< the stored request's row id, given by the store */
@@ -1009,7 +1061,8 @@ zel_err_e _common_storage_delete_upload_info(unsigned int req_id);
 /**
  * Removes the transfers of a recalled share; the request and its recipients stay stored.
  *
- * @param contents_token the share
+ * @param contents_token the share, never "": that names the first request without a token. Of several requests with one
+ *                       token, too, only the first is found
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when contents_token is NULL, or when the request found has the id 0;
  *         ZEL_ERR_STORAGE_NO_RECORDS when no request has the token; ZEL_ERR_STORAGE_FAILURE
  */
@@ -1049,7 +1102,7 @@ zel_err_e _common_storage_get_upload_expire_time(unsigned int req_id, unsigned l
  * Reads the token of a request's share.
  *
  * @param req_id         the request
- * @param contents_token receives the token; stays untouched, with ZEL_ERR_NONE, while there is none
+ * @param contents_token receives the token; stays untouched while there is none
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0 or contents_token NULL; ZEL_ERR_STORAGE_NO_RECORDS when
  *         the request is not stored; ZEL_ERR_STORAGE_FAILURE
  */
@@ -1070,7 +1123,7 @@ zel_err_e _common_storage_get_upload_status(unsigned int req_id, int *status);
  *
  * @param req_id      the request
  * @param app_type    receives a quillo_app_type_e value
- * @param description receives the description, and stays untouched, with ZEL_ERR_NONE, when there is none; may be NULL
+ * @param description receives the description, and stays untouched when there is none; may be NULL
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0 or app_type NULL; ZEL_ERR_STORAGE_NO_RECORDS when the
  *         request is not stored; ZEL_ERR_STORAGE_FAILURE
  */
@@ -1089,7 +1142,7 @@ zel_err_e _common_storage_get_reqid_from_contents_token(const char *contents_tok
 /**
  * Lists the requests of an application, the latest first.
  *
- * @param app_type         the application; APP_TYPE_NONE for all
+ * @param app_type         the application; APP_TYPE_NONE (0) for all
  * @param request_id_list  receives an array of request ids
  * @param request_id_count receives the number of ids
  * @return ZEL_ERR_NONE, also (with a NULL array and a count of 0) when memory ran out on the way; -1, which is no
@@ -1116,10 +1169,12 @@ zel_err_e _common_storage_get_upload_list_details(unsigned int **upload_list, un
 
 /**
  * Lists the requests that can be resumed or cancelled: all but the failed, the cancelled and those whose share is
- * finished (QUILLO_UPLOAD_STATUS_SHARE_FINISHED).
+ * finished (QUILLO_UPLOAD_STATUS_SHARE_FINISHED). A request whose files are done (QUILLO_UPLOAD_STATUS_FINISHED) is
+ * listed, and so is a recalled one.
  *
  * @param app_type    a bit set: with both of its lowest bits, as in 3, requests of every application; any other value
- *                    selects the requests stored with just that value (so 0 does not mean all)
+ *                    selects the requests stored with just that value. So 0 does not mean all, and
+ *                    MOSAIC_EVENT_APP_TYPE, which is 3, does
  * @param upload_list receives an array of request ids
  * @param count       receives the number of its places
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is none;
@@ -1152,19 +1207,19 @@ zel_err_e _common_storage_get_resumable_and_cancellable_upload_cnt(unsigned int 
 
 /**
  * Puts together the report of a request: its own data, its recipients and the local paths of its files (none for a
- * recalled share).
+ * recalled share, an empty text for a file without a path).
  *
  * The report is handed out, with an empty file list, even when the code is that of a failed read of the files. So set
  * the output to NULL before the call, and test it rather than the code.
  *
  * @param request_id  the request
  * @param upload_info receives a new report, released with _common_free_upload_info. A place of msisdn_list is NULL when
- *                    fewer recipients are stored than the request has
+ *                    fewer recipients are stored than the request has; contents_token is "" while there is none
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when request_id is 0 or upload_info NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST
- *         when the request or its recipients are not stored; ZEL_ERR_STORAGE_NO_RECORDS when the share has no token;
- *         ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE. With the report handed out: the code of
- *         _common_storage_get_sync_content_info_file_path_list, which is ZEL_ERR_STORAGE_NO_RECORDS for a request
- *         without transfers and ZEL_ERR_INVALID_ARG for an id above INT_MAX
+ *         when the request or its recipients are not stored, or its receiver_count is 0; ZEL_ERR_STORAGE_NO_RECORDS
+ *         when the stored token is NULL, which this library never writes; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE. With
+ *         the report handed out: the code of _common_storage_get_sync_content_info_file_path_list, which is
+ *         ZEL_ERR_STORAGE_NO_RECORDS for a request without transfers and ZEL_ERR_INVALID_ARG for an id above INT_MAX
  */
 zel_err_e _common_storage_get_upload_data(unsigned int request_id, zel_trans_upload_info **upload_info);
 
@@ -1173,8 +1228,7 @@ zel_err_e _common_storage_get_upload_data(unsigned int request_id, zel_trans_upl
  *
  * @param req_id                       the request
  * @param upload_receiver_list_details receives an array of records; release each place that is not NULL (ccc,
- *                                     phone_number, record) and the array with g_free. group_id is 0; empty texts are
- *                                     NULL
+ *                                     phone_number, record) and the array with g_free. group_id is 0
  * @param count                        receives the number of places: the receiver_count of the request, not the number
  *                                     of recipients stored. Places without a recipient are NULL, recipients without a
  *                                     place are not listed
@@ -1191,7 +1245,7 @@ zel_err_e _common_storage_get_upload_recievers_details(unsigned int req_id,
  *
  * @param req_id      the request
  * @param upload_info the report; what its file_path_list held is overwritten, not released. The list becomes the
- *                    report's, and is NULL when no file has a path
+ *                    report's and holds one text for each file, an empty one for a file without a path
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is not above 0 or upload_info is NULL;
  *         ZEL_ERR_STORAGE_NO_RECORDS when the request has no transfer; ZEL_ERR_STORAGE_FAILURE
  */
@@ -1212,11 +1266,10 @@ zel_err_e _common_storage_get_upload_receipients_details(unsigned int req_id, un
                                                          char ***receipients);
 
 /**
- * Lists the local paths of a request's files.
+ * Lists the local paths of a request's files, of those that have one.
  *
  * @param req_id            the request
- * @param content_path_list receives an array of paths. Files without a path take no place, the places left over are
- *                          NULL
+ * @param content_path_list receives an array of paths; places left over are NULL
  * @param length            receives the number of places: the file_count of the request, not the number of paths
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0 or an output NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when the
  *         request is not stored, has a file_count of 0, or has no transfer; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
@@ -1249,7 +1302,8 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
 zel_err_e _common_storage_get_matched_count_by_sent_time(int sent_time, int *matched_count);
 
 /**
- * Tells whether a request's share has been sent again: whether more transfers carry its start time than it has files.
+ * Tells whether a request's share has been sent again: whether more transfers, of any request, carry its start time
+ * than it has files.
  *
  * @param req_id             the request
  * @param sent_time          its start time, in seconds since the epoch
@@ -1262,12 +1316,16 @@ zel_err_e _common_storage_does_reshare_exist(unsigned int req_id, int sent_time,
 /* Recent receivers ------------------------------------------------------------------------------------------- */
 
 /*
- * The recipient lists that were last shared to, as groups numbered from 1 to at most 9. To record the use of a list:
+ * The recipient lists that were last shared to, as groups numbered from 1 to at most 9. To record the use of a list, on
+ * one thread at a time:
  *
  *   1. _common_storage_is_recent_receiver_list_exist tells whether it is stored, and its number.
  *   2. If it is not: _common_storage_delete_recent_receiver_by_group for that number, since at nine groups the least
  *      recently used one is given away, then _common_storage_add_recent_receiver for each recipient.
  *   3. _common_storage_update_timestamp_recent_receiver_group, in either case.
+ *
+ * A lock that another process holds for an instant does harm: step 1 can take a stored list for a new one, even give it
+ * the number of a group in use, whose members step 2 then removes; step 3 can store a group twice.
  *
  * Recency has a resolution of one second; of groups used within the same second, the one created later counts as the
  * more recent.
@@ -1277,9 +1335,10 @@ zel_err_e _common_storage_does_reshare_exist(unsigned int req_id, int sent_time,
  * Looks up a recipient list among the stored groups, or finds the number to store it under.
  *
  * A group matches when it has as many members as the list and each member equals (number_id, phone_number and ccc) some
- * entry of the list, in any order. An empty list matches no group.
+ * entry of the list, in any order: the members {A, A} match the list {A, B}. An empty list matches no group.
  *
- * @param to_msisdn_list        the recipients, each with phone_number and ccc; not tested for NULL
+ * @param to_msisdn_list        the recipients; not tested for NULL. An entry whose phone_number or ccc is NULL equals
+ *                              no member: a calling code that was read as NULL must be "" again
  * @param to_msisdn_list_length their number
  * @param group_id              receives the number of the matching group, or the number to use: the next one, or, with
  *                              nine groups, that of the least recently used; not tested for NULL
@@ -1327,8 +1386,8 @@ zel_err_e _common_storage_clear_recent_receiver(void);
  * Lists the members of all groups, the most recently used group first. A group that cannot be read is left out.
  *
  * @param recent_receiver_list_details receives an array of records; release ccc, phone_number and each record with
- *                                     g_free and the array with free. NULL when no group has members; empty texts are
- *                                     NULL
+ *                                     g_free and the array with free. NULL when no group has members; a calling code
+ *                                     that is empty is NULL
  * @param count                        receives the number of records
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no
  *         group or the groups could not be counted; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
@@ -1340,7 +1399,8 @@ zel_err_e _common_storage_get_recent_receiver_details(quillo_msisdn_s ***recent_
  * Lists the numbers of the groups, the most recently used first.
  *
  * @param group_list receives an array of numbers; stays untouched when count is set to 0
- * @param count      receives their number; 0 only when they were counted but their first row could not be read
+ * @param count      receives the number of places: groups that vanish between the count and the list leave zeros. It is
+ *                   0 when they were counted but their first row could not be read
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no
  *         group or the groups could not be counted; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */

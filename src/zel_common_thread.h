@@ -5,6 +5,9 @@
  * The starter calls _common_thread_start and usually _common_thread_wait_till_start. The started thread calls
  * _common_thread_notify_started and may call _common_thread_waitCallback again and again, woken by
  * _common_thread_sendSignal from other threads. _common_thread_stop comes last, once no thread uses the record.
+ *
+ * Both waits sleep on one condition, and one signal ends one of them, whichever it reaches. Their limits follow the
+ * real-time clock: setting it makes them longer or shorter.
  */
 #ifndef ZEL_COMMON_THREAD_H
 #define ZEL_COMMON_THREAD_H
@@ -20,10 +23,11 @@ extern "C" {
 /** A worker thread. Made by _common_thread_start; callers may read and write the fields. */
 typedef struct zel_thread_s {
     pthread_t thread_id;             /**< the thread */
-    bool is_running;                 /**< the thread has reported that it runs; guarded by available_lock */
+    bool is_running;                 /**< what was last reported, also after the thread has ended; guarded by
+                                          available_lock */
     pthread_mutex_t available_lock;  /**< recursive; guards is_running, and every wait on available_signal uses it */
-    pthread_cond_t available_signal; /**< wakes both waits; uses the real-time clock */
-    bool thread_wait_status;         /**< the owner's flag: starts false, only ever read here */
+    pthread_cond_t available_signal; /**< wakes both waits */
+    bool thread_wait_status;         /**< the owner's flag: starts false, only ever read here, atomically */
     void *data;                      /**< the owner's slot: starts NULL, never touched here */
 } zel_thread_s;
 
@@ -71,7 +75,7 @@ void _common_thread_sendSignal(zel_thread_s *req_thread);
  * Any thread may call it that does not hold available_lock.
  *
  * @param req_thread the record
- * @return whether the thread runs, as it stood after the wait; false when the record is NULL
+ * @return is_running as it stood after the wait; false when the record is NULL
  */
 bool _common_thread_wait_till_start(zel_thread_s *req_thread);
 
@@ -91,7 +95,8 @@ void _common_thread_notify_started(zel_thread_s *req_thread);
 void _common_thread_set_is_running(zel_thread_s *req_thread, bool value);
 
 /**
- * Gives the owner's flag. Takes no lock: threads that write the flag agree among themselves.
+ * Gives the owner's flag. Takes no lock and reads the flag atomically: threads that write it do so atomically too, or
+ * agree with the readers.
  *
  * @param req_thread the record
  * @return thread_wait_status; false when the record is NULL
