@@ -21,14 +21,14 @@
  * survives the end of the process. A power cut can undo the very last statement that was reported as done, since SQLite
  * by default removes its journal without syncing the folder (docs/durability.md).
  *
- * Other processes. One process owns the database file; others ask it (docs/several-programs.md). While another one
- * holds the file locked, be it for an instant, writes fail and questions find nothing: a first row that cannot be
- * fetched is taken for one that is not there. An operation that acts on such an answer says what comes of it.
+ * Other processes. One process should own the database file, and others ask it (docs/several-programs.md). While
+ * another holds the file locked, be it for an instant, writes fail and questions find nothing: a first row that cannot
+ * be fetched is taken for one that is not there. Where an operation acts on such an answer, it says what can come of it.
  *
  * Arguments. Every pointer must be given. Texts are NUL-terminated byte strings; they are quoted on the way into the
  * database, so any character may stand in them. Texts and records passed in stay the caller's. A count, a status, a
- * kind or a percentage is stored as it is given, without a range check. A time from 2^63 on, such as a "never", is
- * none: it can read back changed, or as long past.
+ * kind or a percentage is stored as it is given, without a range check. A "never" of 2^63 or more is no time: it can
+ * read back changed, or as long past.
  *
  * Empty texts. A token, URL, name or path that was not given is stored as "". So do not look up, update or delete by
  * "": all rows that lack the text match. Read back, an empty text is NULL in a record or array; as a single value it
@@ -447,9 +447,7 @@ typedef enum ZEL_ENUM_INT {
     ZEL_SYNC_COMPLETE = 5     /**< transferred */
 } zel_file_sync_status;
 
-/**
- * The transfer of one file; its size is not kept. A record that the store hands out owns its strings.
- */
+/** The transfer of one file, whose size is not kept. A record that the store hands out owns its strings. */
 typedef struct zel_content_sync_info {
     unsigned int sync_id;          /**< the transfer's id, given by the store */
     zel_file_sync_type type;       /**< what is moved */
@@ -645,8 +643,7 @@ zel_err_e _common_storage_delete_sync_content_info_based_on_param(unsigned int r
                                                                   zel_file_sync_status status);
 
 /**
- * Releases a transfer record that the store handed out, with its strings. Its shape lets it release a list:
- * g_list_free_full(list, _common_storage_free_sync_content_info).
+ * Releases a transfer record that the store handed out, with its strings; also as the element release of a list.
  *
  * @param data the zel_content_sync_info; NULL is only logged
  */
