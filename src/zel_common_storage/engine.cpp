@@ -1,5 +1,7 @@
 #include "engine.h"
 
+#include "schema.h"
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -14,7 +16,6 @@ namespace
 {
 
 constexpr char DATABASE_PATH[] = ZEL_APPS_ROOT "quillo.service/data/.quillo_service.db";
-constexpr int SCHEMA_VERSION = 104;
 constexpr size_t INSERT_BUFFER_SIZE = 8046;
 
 /** Rides out a busy database: ten attempts, a short sleep behind each failed one. */

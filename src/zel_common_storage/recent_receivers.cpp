@@ -12,8 +12,6 @@ using namespace zel_storage;
 namespace
 {
 
-constexpr int GROUP_LIMIT = 9;
-
 using group_array = std::unique_ptr<int, releaser<g_free>>;
 
 zel_err_e count_rows(const char *table, int *count, log_site site = log_here())

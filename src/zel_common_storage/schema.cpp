@@ -4,16 +4,7 @@
 
 using namespace zel_storage;
 
-namespace
-{
-
-struct table {
-    const char *name;
-    const char *create; /**< binding to the character: queries read the columns by position */
-};
-
-/** In the order of creation. */
-constexpr table TABLES[] = {
+const table zel_storage::TABLES[] = {
     {TABLE_PUSH_NOTI_INFO, "CREATE TABLE push_noti_info ("
                            "\tid \t\t\t\t\tINTEGER PRIMARY KEY AUTOINCREMENT,"
                            "\tcontents_token\tTEXT NOT NULL,"
@@ -102,8 +93,6 @@ constexpr table TABLES[] = {
                         "folder_token_expired_time\tINTEGER,"
                         "folder_sync_time\t\t\tINTEGER);"},
 };
-
-} // namespace
 
 zel_err_e _common_storage_db_create(void)
 {

@@ -1,6 +1,6 @@
 /*
- * The nine tables: their names and, for the tables that are read by position, the position of each column.
- * schema.cpp holds the statements that create them.
+ * The nine tables: their names, the limits of what they hold and, for the tables that are read by position, the
+ * position of each column. schema.cpp holds the statements that create them.
  */
 #ifndef ZEL_COMMON_STORAGE_SCHEMA_H
 #define ZEL_COMMON_STORAGE_SCHEMA_H
@@ -17,6 +17,19 @@ constexpr char TABLE_UPLOAD_REQUEST_DATA[] = "upload_request_data";
 constexpr char TABLE_CONTACT_DETAILS[] = "contact_details";
 constexpr char TABLE_UNIQUE_DATA[] = "unique_data";
 constexpr char TABLE_FOLDER_INFO[] = "folder_info";
+
+struct table {
+    const char *name;
+    const char *create; /**< binding to the character: queries read the columns by position */
+};
+
+/** In the order of creation. */
+extern const table TABLES[9];
+
+constexpr int SCHEMA_VERSION = 104;
+constexpr int BATCH_LIMIT = 10; /**< transfers at once */
+constexpr int RETRY_CAP = 5;    /**< retries of a transfer */
+constexpr int GROUP_LIMIT = 9;  /**< groups of recent receivers */
 
 } // namespace zel_storage
 

@@ -10,8 +10,6 @@ namespace
 {
 
 constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
-constexpr int BATCH_LIMIT = 10;
-constexpr int RETRY_CAP = 5;
 
 /* Counts. ---------------------------------------------------------------------------------------------------------- */
 
