@@ -23,7 +23,7 @@
  *
  * Other processes. One process should own the database file, and others ask it (docs/several-programs.md). While
  * another holds the file locked, be it for an instant, writes fail and questions find nothing: a first row that cannot
- * be fetched is taken for one that is not there. Where an operation acts on such an answer, it says what can come of it.
+ * be fetched is taken for one that is not there. An operation that acts on such an answer says what can come of it.
  *
  * Arguments. Every pointer must be given. Texts are NUL-terminated byte strings; they are quoted on the way into the
  * database, so any character may stand in them. Texts and records passed in stay the caller's. A count, a status, a
