@@ -68,6 +68,26 @@ install(
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
+# The library's pages are found by the header's name and by that of each operation.
+if(ZEL_BUILD_MAN)
+  find_package(Doxygen REQUIRED)
+  file(GLOB pages_from CONFIGURE_DEPENDS src/*.h platform/*.h platform/host/*.h docs/reference/*)
+  add_custom_command(
+    OUTPUT ${PROJECT_BINARY_DIR}/man/stamp
+    COMMAND ${CMAKE_COMMAND} -E env ZEL_VERSION=${PROJECT_VERSION} ZEL_MAN_FOLDER=${PROJECT_BINARY_DIR}/man
+            $<TARGET_FILE:Doxygen::doxygen> docs/reference/Doxyfile.man
+    COMMAND ${CMAKE_COMMAND} -E touch ${PROJECT_BINARY_DIR}/man/stamp
+    DEPENDS ${pages_from}
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  add_custom_target(zel_man ALL DEPENDS ${PROJECT_BINARY_DIR}/man/stamp)
+  install(
+    DIRECTORY ${PROJECT_BINARY_DIR}/man/man/man3
+    DESTINATION ${CMAKE_INSTALL_MANDIR}
+    COMPONENT development
+    FILES_MATCHING
+    REGEX "/(_common|__|zel_common|zel_platform|zel_service_log|dlog_print)[^/]*\\.3$")
+endif()
+
 # Debian's tools find architecture and dependencies of a package only where it is for the machine itself.
 if(NOT CMAKE_CROSSCOMPILING)
   include(cmake/packages.cmake)

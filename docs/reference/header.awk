@@ -71,7 +71,10 @@ END {
             title = line[i]
             sub(/^\/\* /, "", title)
             sub(/ -+ \*\/$/, "", title)
-            part = id "_" ++parts
+            part = tolower(title)
+            gsub(/[^a-z]+/, "_", part)
+            part = id "_" part
+            ++parts
             close_part = parts > 1 ? "/** @} */ " : ""
             if (line[i + 2] == "/*") {
                 line[i] = close_part
