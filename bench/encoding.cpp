@@ -2,8 +2,8 @@
 
 #include "measures.h"
 #include "samples.h"
-#include "zel_common_log_internal.h"
-#include "zel_common_request_internal.h"
+#include "zel_common_log/trace.h"
+#include "zel_common_request/share_encoding.h"
 
 #include <cstring>
 #include <memory>

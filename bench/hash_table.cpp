@@ -2,7 +2,7 @@
 
 #include "measures.h"
 #include "zel_common.h"
-#include "zel_common_log_internal.h"
+#include "zel_common_log/trace.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 /* The queue beside GLib's, whose peer writes the queue's log lines. */
 
 #include "measures.h"
-#include "zel_common_log_internal.h"
+#include "zel_common_log/trace.h"
 #include "zel_common_queue.h"
 
 #include <memory>

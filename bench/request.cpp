@@ -2,7 +2,7 @@
 
 #include "measures.h"
 #include "samples.h"
-#include "zel_common_log_internal.h"
+#include "zel_common_log/trace.h"
 #include "zel_common_request.h"
 
 #include <cstdlib>

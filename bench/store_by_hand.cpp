@@ -1,6 +1,6 @@
 #include "store_by_hand.h"
 
-#include "zel_common_log_internal.h"
+#include "zel_common_log/trace.h"
 #include "zel_common_storage/schema.h"
 
 #include <cstdlib>

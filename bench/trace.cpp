@@ -1,10 +1,10 @@
 /* The cost of the trace when the host platform writes it. Standard error is a file meanwhile. */
 
+#include "zel_common_log/trace.h"
 #include "harness.h"
 #include "samples.h"
 #include "store_by_hand.h"
 #include "store_scratch.h"
-#include "zel_common_log_internal.h"
 #include "zel_common_queue.h"
 #include "zel_platform.h"
 

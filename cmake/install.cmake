@@ -5,14 +5,7 @@ include(CMakePackageConfigHelpers)
 set(cmake_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zel_common)
 set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/zel-common)
 
-set(headers
-    src/zel_common.h
-    src/zel_common_log.h
-    src/zel_common_queue.h
-    src/zel_common_request.h
-    src/zel_common_storage.h
-    src/zel_common_thread.h
-    platform/zel_platform.h)
+set(headers ${zel_public_headers})
 if(ZEL_HOST_PLATFORM)
   list(APPEND headers platform/host/zel_platform_host.h)
   set(ZEL_PC_PLATFORM_LIBS " -lzel_platform")

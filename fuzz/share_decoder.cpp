@@ -1,7 +1,7 @@
 // The share encoding: any bytes, read at any offset with any length up to theirs. What is read is written: the same
 // bytes, if no string was odd. Those are read and written once more.
 #include "fuzz.h"
-#include "zel_common_request_internal.h"
+#include "zel_common_request/share_encoding.h"
 
 #include <algorithm>
 #include <memory>

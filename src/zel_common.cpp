@@ -1,6 +1,6 @@
 #include "zel_common.h"
-#include "zel_common_internal.h"
-#include "zel_common_log_internal.h"
+#include "zel_common/holders.h"
+#include "zel_common_log/trace.h"
 #include "zel_platform.h"
 
 #include <atomic>

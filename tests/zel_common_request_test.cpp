@@ -1,7 +1,7 @@
 // Requests, and the encoding of a share.
 #include "interpose.h"
 #include "recording_platform.h"
-#include "zel_common_request_internal.h"
+#include "zel_common_request/share_encoding.h"
 
 #include <climits>
 #include <cstring>

@@ -2,7 +2,7 @@
 
 // The library does not export its byte encoding, since on a device only the service's own push handler takes part in
 // it. This file stands in for that handler and for the sender, so it reaches into the static library.
-#include "zel_common_request_internal.h"
+#include "zel_common_request/share_encoding.h"
 
 namespace demo
 {

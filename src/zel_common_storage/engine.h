@@ -17,8 +17,8 @@
 #define ZEL_COMMON_STORAGE_ENGINE_H
 
 #include "zel_common.h"
-#include "zel_common_internal.h"
-#include "zel_common_log_internal.h"
+#include "zel_common/holders.h"
+#include "zel_common_log/trace.h"
 #include "zel_common_storage.h"
 
 #include <glib.h>

@@ -12,8 +12,8 @@
  * Results: ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when a pointer other than a string's value is NULL; the bounded readers
  * also ZEL_ERR_MEMORY when a field does not fit or an allocation fails, and then hand nothing out and leave *offset.
  */
-#ifndef ZEL_COMMON_REQUEST_INTERNAL_H
-#define ZEL_COMMON_REQUEST_INTERNAL_H
+#ifndef ZEL_COMMON_REQUEST_SHARE_ENCODING_H
+#define ZEL_COMMON_REQUEST_SHARE_ENCODING_H
 
 #include "zel_common_request.h"
 

@@ -1,7 +1,7 @@
+#include "zel_common/holders.h"
+#include "zel_common_log/trace.h"
 #include "zel_common_request.h"
-#include "zel_common_internal.h"
-#include "zel_common_log_internal.h"
-#include "zel_common_request_internal.h"
+#include "zel_common_request/share_encoding.h"
 
 #include <algorithm>
 #include <climits>

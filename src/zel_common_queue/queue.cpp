@@ -1,7 +1,7 @@
+#include "zel_common/holders.h"
+#include "zel_common_log/trace.h"
 #include "zel_common_queue.h"
-#include "zel_common_internal.h"
-#include "zel_common_log_internal.h"
-#include "zel_common_queue_internal.h"
+#include "zel_common_queue/steps.h"
 
 #include <atomic>
 #include <cstddef>

@@ -8,8 +8,8 @@
  * operation takes a log_site as its last parameter, defaulted to log_here(), and uses the _AT form, so that the trace
  * reads by operation.
  */
-#ifndef ZEL_COMMON_LOG_INTERNAL_H
-#define ZEL_COMMON_LOG_INTERNAL_H
+#ifndef ZEL_COMMON_LOG_TRACE_H
+#define ZEL_COMMON_LOG_TRACE_H
 
 #include "zel_platform.h"
 

@@ -2,8 +2,8 @@
  * The single steps that the queue's operations are made of. The queue is one of _common_queue_init and is not tested;
  * every step but the lock itself is taken with the lock held.
  */
-#ifndef ZEL_COMMON_QUEUE_INTERNAL_H
-#define ZEL_COMMON_QUEUE_INTERNAL_H
+#ifndef ZEL_COMMON_QUEUE_STEPS_H
+#define ZEL_COMMON_QUEUE_STEPS_H
 
 #include "zel_common_queue.h"
 

@@ -1,11 +1,11 @@
 /*
  * What the areas of the library share behind their public headers.
  */
-#ifndef ZEL_COMMON_INTERNAL_H
-#define ZEL_COMMON_INTERNAL_H
+#ifndef ZEL_COMMON_HOLDERS_H
+#define ZEL_COMMON_HOLDERS_H
 
 #include "zel_common.h"
-#include "zel_common_log_internal.h"
+#include "zel_common_log/trace.h"
 
 /** Deleter of a std::unique_ptr: releases with the function it is given. */
 template <auto release> struct releaser {
