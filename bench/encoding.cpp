@@ -3,6 +3,7 @@
 #include "measures.h"
 #include "samples.h"
 #include "zel_common_log/trace.h"
+#include "zel_common_request/dumps.h"
 #include "zel_common_request/share_encoding.h"
 
 #include <cstring>

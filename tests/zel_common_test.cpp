@@ -2,7 +2,7 @@
 #include "interpose.h"
 #include "recording_platform.h"
 #include "zel_common.h"
-#include "zel_common/holders.h"
+#include "zel_common/records.h"
 #include "zel_common_log.h"
 
 #include <cerrno>

@@ -58,4 +58,12 @@ constexpr const char *log_text(const char *text)
 #define ZEL_PLAIN(body, ...) ZEL_PLAIN_AT(log_here(), body __VA_OPT__(, ) __VA_ARGS__)
 #define ZEL_DEBUG(body, ...) ZEL_DEBUG_AT(log_here(), body __VA_OPT__(, ) __VA_ARGS__)
 
+/** Whether an operation's arguments are unusable; if so, says it in the operation's name. */
+inline bool refused(bool unusable, const char *message, log_site site = log_here())
+{
+    if (unusable)
+        ZEL_CRITICAL_AT(site, "%s", message);
+    return unusable;
+}
+
 #endif

@@ -1,6 +1,6 @@
-#include "zel_common/holders.h"
+/* The blocking request queue. */
+
 #include "zel_common_log/trace.h"
-#include "zel_common_queue.h"
 #include "zel_common_queue/steps.h"
 
 #include <atomic>

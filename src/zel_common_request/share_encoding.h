@@ -19,9 +19,6 @@
 
 extern "C" {
 
-/** Duplicates a list of strings, up to its first NULL element; NULL for an empty list. */
-GList *_common_glist_dup(const GList *src);
-
 /* Fields */
 
 zel_err_e __set_unsigned_int(void *buf, int *offset, unsigned int value);
@@ -61,9 +58,6 @@ unsigned int __find_length_of_content_info(const zel_trans_content_info *content
 
 /** Number of bytes that __set_share_content_info_list writes, after bringing the item count up to date; 0 for NULL. */
 unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_info *share_content_info);
-
-/** Writes a share with its items to the log. */
-void __print_share_content_info_list(const zel_trans_share_content_info *share_content_info);
 }
 
 #endif

@@ -1,3 +1,5 @@
+/* Start and control of a worker thread. */
+
 #include "zel_common/holders.h"
 #include "zel_common_log/trace.h"
 #include "zel_common_thread.h"
@@ -5,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <glib.h>
 #include <sys/time.h>
 
 namespace
