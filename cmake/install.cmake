@@ -37,6 +37,12 @@ install(
   FILES ${headers}
   DESTINATION ${header_folder}
   COMPONENT development)
+# For programs that link statically: the shared library does not export it.
+install(
+  FILES src/zel_common_request/share_encoding.h
+  DESTINATION ${header_folder}
+  RENAME zel_common_share_encoding.h
+  COMPONENT development)
 install(
   EXPORT zel_common
   NAMESPACE zel_common::

@@ -1,5 +1,7 @@
 /*
  * The share encoding: how a received share with its content items is laid out in a message between service and client.
+ * The shared library does not export it: programs that link statically use it, under the name
+ * zel_common_share_encoding.h once it is installed.
  *
  * Integers are 4 or 8 bytes in the host's order; a string is its length as a signed 4-byte integer and then its bytes,
  * without a terminator; an absent string is a length of 0, and so is an empty one. Fields follow one another without
@@ -17,7 +19,9 @@
 
 #include "zel_common_request.h"
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 /* Fields */
 
@@ -58,6 +62,9 @@ unsigned int __find_length_of_content_info(const zel_trans_content_info *content
 
 /** Number of bytes that __set_share_content_info_list writes, after bringing the item count up to date; 0 for NULL. */
 unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_info *share_content_info);
+
+#ifdef __cplusplus
 }
+#endif
 
 #endif

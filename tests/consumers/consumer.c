@@ -6,6 +6,9 @@
 #include <zel_common_log.h>
 #include <zel_common_queue.h>
 #include <zel_common_request.h>
+#ifdef ZEL_LINKED_STATICALLY
+#include <zel_common_share_encoding.h>
+#endif
 #include <zel_common_storage.h>
 #include <zel_common_thread.h>
 
@@ -54,6 +57,17 @@ int main(void)
     CHECK(IS(copy.file_list->data, "a.jpg"));
     _common_free_zel_request_members(&copy);
     _common_free_zel_request_members(&request);
+
+#ifdef ZEL_LINKED_STATICALLY
+    zel_trans_share_content_info share = {0}, *decoded = NULL;
+    char bytes[100], text[] = "token";
+    int written = 0, decoded_bytes = 0;
+    share.contents_token = text;
+    CHECK(__set_share_content_info_list(bytes, &written, &share) == ZEL_ERR_NONE);
+    CHECK(__get_share_content_info_list(bytes, written, &decoded_bytes, &decoded) == ZEL_ERR_NONE);
+    CHECK(decoded_bytes == written && decoded && IS(decoded->contents_token, "token"));
+    _common_free_share_content_info(decoded);
+#endif
 
     char *token = NULL;
     unsigned long long synced = 0;
