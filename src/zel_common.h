@@ -278,8 +278,8 @@ void _common_free_upload_info(void *data);
 /**
  * A hash map that threads share. Every operation but _common_foreach_read_from_hash_table holds the mutex for one
  * access to the table and has let go of it when it returns: another thread may remove (and release) a returned value
- * at any time unless the callers agree otherwise. The functions that a caller passes, the two release functions among
- * them, run under the mutex: they must not call an operation of the same table, and must not throw.
+ * at any time unless the callers agree otherwise. The functions that a caller passes to the others, and the two release
+ * functions, run under the mutex: they must not call an operation of the same table, and must not throw.
  */
 typedef struct zel_hash_table {
     pthread_mutex_t mutex; /**< taken by every operation but _common_foreach_read_from_hash_table; not recursive */
@@ -471,7 +471,7 @@ char *_common_util_get_ext(const char *file_path);
  * @param file_path     the path; NULL gives an empty one
  * @param file_new_path receives the free path; a buffer of ZEL_NEW_PATH_SIZE bytes of the caller's, not NULL, that does
  *                      not overlap file_path. A longer path is cut off; one that loses its number to the cut may be
- *                      taken
+ *                      taken. When memory runs out the path itself is handed back
  */
 void _common_util_get_file_valid_path(const char *file_path, char *file_new_path);
 

@@ -32,19 +32,22 @@
  *
  * Empty texts. A token, URL, name or path that was not given is stored as "". So do not look up, update or delete by
  * "": all rows that lack the text match. Read back, an empty text is NULL in a record or array; as a single value it
- * leaves the output untouched, with ZEL_ERR_NONE: set that to NULL before the call.
+ * leaves the output untouched, with ZEL_ERR_NONE: set that to NULL before the call. Keys and folder records are
+ * handed out as they are stored.
  *
- * Request ids. Use 1 to INT_MAX. 0 can be stored but not asked for. Above INT_MAX, operations that take an int reject
- * the id or find nothing, and _common_storage_update_url_info_by_reqid succeeds without changing anything. Nothing
- * makes an id unique: of two requests with one id, reads answer from the first; updates, deletions and lists take both.
+ * Request ids. Use 1 to INT_MAX. 0 can be stored; where it is taken at all, it stands for the transfers that belong to
+ * no request. Above INT_MAX, operations that take an int reject the id or find nothing, the completion tests answer
+ * true, and _common_storage_update_url_info_by_reqid succeeds without changing anything; so does
+ * _common_storage_update_url_info with such a sync_id. Nothing makes an id unique: of two requests with one id, reads
+ * answer from the first; updates, deletions and lists take both.
  *
  * Result codes.
- *   ZEL_ERR_NONE                   done. An update or deletion that matches no row is a success too, and so is a list
- *                                  whose reading breaks off behind its first row: it is shorter.
+ *   ZEL_ERR_NONE                   done. An update or deletion that matches no row is a success too, and so is a walk
+ *                                  over rows that breaks off behind the first: a list is shorter, a sum smaller.
  *   ZEL_ERR_INVALID_ARG            an argument was rejected, before the database was asked or, in an operation of
  *                                  several steps, by a later one.
- *   ZEL_ERR_MEMORY                 the result could not be allocated. A string that cannot be copied ends the process
- *                                  instead, as everywhere in GLib.
+ *   ZEL_ERR_MEMORY                 the result could not be allocated; a list leaves out single records for which there
+ *                                  is no memory. A string that cannot be copied ends the process, as GLib does it.
  *   ZEL_ERR_STORAGE_FAILURE        the database refused the statement, could not be opened, or stayed locked by another
  *                                  process for ten attempts (about a millisecond).
  *   ZEL_ERR_STORAGE_NO_RECORDS,
@@ -176,7 +179,7 @@ zel_err_e _common_storage_upsert_and_involk_unique_data(const char *key, const c
  * finds the key absent while the file is locked would start again at zero.
  *
  * @param key   the key
- * @param val   receives the value
+ * @param val   receives the value, an empty one as an empty string
  * @param resv0 receives the first extra value, empty when none was given; may be NULL
  * @param resv1 receives the second extra value, likewise
  * @param resv2 receives the third extra value, likewise
@@ -216,9 +219,9 @@ zel_err_e _common_storage_upsert_folder_info(const char *group_id, const char *c
  * Reads the record of a group's folder. Any output may be NULL when it is not wanted.
  *
  * @param group_id                   the group
- * @param content_token              receives the contents token; set to NULL when none is stored
+ * @param content_token              receives the contents token, which may be empty; set to NULL when none is stored
  * @param content_token_expired_time receives its expiry, 0 when none was given
- * @param folder_token               receives the folder token; set to NULL when none is stored
+ * @param folder_token               receives the folder token, likewise
  * @param folder_token_expired_time  receives its expiry, 0 when none was given
  * @param folder_sync_time           receives the time of the last synchronisation, 0 when none was given
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when group_id is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when the group has no
