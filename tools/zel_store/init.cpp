@@ -1,0 +1,125 @@
+/* Makes the build's own store ready, through the library itself. */
+
+#include "commands.h"
+
+#include "text.h"
+#include "zel_platform.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+
+namespace zel_store
+{
+
+namespace
+{
+
+/** Of the library's lines only the failures are kept, for when it does not come about. */
+std::string failures;
+
+/** Makes the folder of the store, closed to others; says so when it is there and open to them. */
+void make_folder(const std::filesystem::path &folder)
+{
+    std::error_code error;
+    if (folder.has_parent_path())
+        std::filesystem::create_directories(folder.parent_path(), error);
+    struct stat status = {};
+    if (mkdir(folder.c_str(), 0700) == 0) {
+        std::printf("Made the folder %s, mode 0700.\n", safe(folder.string()).c_str());
+    } else if (stat(folder.c_str(), &status) != 0) {
+        throw unreadable(safe(folder.string()) + ": " + g_strerror(errno) +
+                         ". Run it as who may write there, then give the folder to the service's user.");
+    } else if (status.st_mode & 077U) {
+        std::printf(
+            "The folder %s has mode %04o: others may look into it, and the store holds phone numbers and tokens. "
+            "chmod 0700 closes it.\n",
+            safe(folder.string()).c_str(), status.st_mode & 07777U);
+    }
+}
+
+std::string missing_tables()
+{
+    std::string missing;
+    for (const table &one : TABLES)
+        if (!_common_storage_check_table_exist(one.name))
+            missing += std::string(missing.empty() ? "" : ", ") + one.name;
+    return missing;
+}
+
+void set_log()
+{
+    sqlite3 *opened = nullptr;
+    sqlite3_open_v2(ZEL_DATABASE, &opened, SQLITE_OPEN_READWRITE, nullptr);
+    const connection database(opened);
+    sqlite3_busy_timeout(opened, 2000);
+    std::string complaint;
+    const std::vector<row> mode = rows_of(opened, "PRAGMA journal_mode = WAL", &complaint);
+    if (mode.empty() || mode[0][0].text != "wal")
+        throw unreadable("The write-ahead log could not be set: " +
+                         (complaint.empty() ? "SQLite keeps mode " + mode[0][0].text : complaint) +
+                         ". End the programs that have the store open and try again.");
+    std::puts("The write-ahead log is set, for every program and for good. From now on\n"
+              "- readers and a writer do not meet any more; two writers still do;\n"
+              "- a statement that was acknowledged is safe against a power cut;\n"
+              "- .quillo_service.db-wal and -shm lie beside the store while it is open and belong to it: copy it with\n"
+              "  zel-store copy, and keep it on a local file system;\n"
+              "- whoever reads the store must be able to write to its folder (zel-store itself need not).\n"
+              "Back again: end the programs, then PRAGMA journal_mode = DELETE in the sqlite3 shell.");
+}
+
+} // namespace
+
+int make_ready(bool uses_log)
+{
+    static constexpr int ATTEMPTS = 20; // while another program makes tables too
+    make_folder(std::filesystem::path(ZEL_DATABASE).parent_path());
+    if (_common_storage_init() != ZEL_ERR_NONE)
+        throw unreadable("The store could not be opened:\n" + failures +
+                         "Look whether " ZEL_DATABASE " and its folder belong to you.");
+    for (int i = 0; i < ATTEMPTS && !missing_tables().empty(); ++i) {
+        g_usleep(10000);
+        _common_storage_db_create();
+    }
+    _common_storage_db_upgrade();
+    if (const std::string missing = missing_tables(); !missing.empty())
+        throw unreadable("These tables could not be made: " + missing + "\n" + failures);
+    std::printf("%s is ready: version %d, all %zu tables.\n", safe(ZEL_DATABASE).c_str(), SCHEMA_VERSION,
+                std::size(TABLES));
+    if (uses_log)
+        set_log();
+    return FINE;
+}
+
+} // namespace zel_store
+
+// The tool is the platform of the library that it holds.
+
+int dlog_print(log_priority prio, const char *, const char *fmt, ...)
+{
+    if (prio < DLOG_ERROR)
+        return 0;
+    va_list args;
+    va_start(args, fmt);
+    char *const line = g_strdup_vprintf(fmt, args);
+    va_end(args);
+    zel_store::failures += "  " + zel_store::safe(std::string_view(line).substr(0, strlen(line) - 1)) + "\n";
+    g_free(line);
+    return 0;
+}
+
+int system_info_get_custom_bool(const char *, bool *)
+{
+    return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
+}
+
+int app_control_clone(app_control_h *, app_control_h)
+{
+    return -ENOSYS;
+}
+
+int app_control_destroy(app_control_h)
+{
+    return 0;
+}

@@ -1,0 +1,55 @@
+/*
+ * Texts for a terminal. What comes out of a store or a trace can hold any bytes: safe() makes of them what may be
+ * shown, and only the tool itself adds colours behind it.
+ */
+#ifndef ZEL_STORE_TEXT_H
+#define ZEL_STORE_TEXT_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zel_store
+{
+
+/** Where the output goes; begins as a pipe that takes ASCII only. */
+struct terminal {
+    int width = 0; /**< columns; 0: as wide as it takes */
+    int height = 0;
+    bool is_terminal = false, has_colours = false, knows_utf8 = false;
+
+    /** Looks at standard output, the locale and the environment. */
+    void look();
+};
+extern terminal screen;
+
+/** As printf would write it. */
+__attribute__((format(printf, 1, 2))) std::string format(const char *fmt, ...);
+
+/** The text with control bytes, invalid UTF-8 and what changes the direction of writing shown as \xNN or \u{N}. */
+std::string safe(std::string_view text);
+
+/** Columns that a text takes; colours take none. */
+int width_of(std::string_view text);
+
+/** The text in exactly so many columns: cut with an ellipsis, or filled up with blanks. */
+std::string in_columns(std::string_view text, int columns);
+
+/** The text in at most so many columns; 0: the whole text. */
+std::string cut(std::string_view text, int columns);
+
+/** A secret as it may be shown: its ends, or nothing of a short one. */
+std::string shortened(std::string_view secret);
+
+enum class colour { plain, dim, bold, red, green, yellow, blue };
+std::string coloured(colour wanted, const std::string &text);
+
+/** A bar of so many cells that is full at 100 percent. */
+std::string bar(long long percent, int cells);
+
+/** Broken between words so that it fits behind the indentation, which all lines but the first get. */
+std::string wrapped(std::string_view text, int indentation);
+
+} // namespace zel_store
+
+#endif
