@@ -6,7 +6,7 @@
 #include "store_scratch.h"
 #include "zel_common_queue.h"
 #include "zel_common_storage.h"
-#include "zel_common_storage/engine.h"
+#include "zel_common_storage/patterns.h"
 
 #include <filesystem>
 #include <malloc.h>

@@ -4,7 +4,7 @@
 #include "samples.h"
 #include "store_scratch.h"
 #include "zel_common_storage.h"
-#include "zel_common_storage/engine.h"
+#include "zel_common_storage/patterns.h"
 
 #include <cstdlib>
 #include <map>

@@ -3,7 +3,7 @@
 #include "harness.h"
 #include "samples.h"
 #include "zel_common_storage.h"
-#include "zel_common_storage/engine.h"
+#include "zel_common_storage/patterns.h"
 
 #include <filesystem>
 

@@ -2,7 +2,7 @@
 // The database lives in memory and is emptied for every input.
 #include "fuzz.h"
 #include "zel_common_storage.h"
-#include "zel_common_storage/engine.h"
+#include "zel_common_storage/patterns.h"
 
 #include <algorithm>
 #include <map>

@@ -6,7 +6,7 @@
 #include "recording_platform.h"
 #include "zel_common.h"
 #include "zel_common_storage.h"
-#include "zel_common_storage/engine.h"
+#include "zel_common_storage/patterns.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>

@@ -1,9 +1,6 @@
 // What the scripts of the store cannot say: a lock given up in between, long statements, addresses, rows of any shape.
 #include "store_fixture.h"
-#include "zel_common_storage/received_shares.h"
-#include "zel_common_storage/recent_receivers.h"
-#include "zel_common_storage/transfers.h"
-#include "zel_common_storage/uploads.h"
+#include "zel_common_storage/rows.h"
 
 using namespace zel_test;
 

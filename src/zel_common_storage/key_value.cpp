@@ -5,8 +5,9 @@
  * whose reset clears the code of a failed step.
  */
 
-#include "engine.h"
-#include "schema.h"
+#include "zel_common_storage/database.h"
+#include "zel_common_storage/patterns.h"
+#include "zel_common_storage/schema.h"
 
 using namespace zel_storage;
 
@@ -85,10 +86,7 @@ zel_err_e _common_storage_get_unique_data(const char *key, char **val, char **re
 
 zel_err_e _common_storage_delete_unique_data(const char *key)
 {
-    ZEL_BEGIN();
-    if (!key)
-        return finish(reject("[key] is NULL_PARAM"));
-    return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error"));
+    return delete_key(key);
 }
 
 zel_err_e _common_storage_upsert_folder_info(const char *group_id, const char *content_token,

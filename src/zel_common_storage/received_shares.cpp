@@ -1,9 +1,9 @@
 /* Received shares: their push notifications (push_noti_info) and their items (content_info). */
 
-#include "received_shares.h"
-
-#include "engine.h"
-#include "schema.h"
+#include "zel_common_storage/received_shares.h"
+#include "zel_common_storage/patterns.h"
+#include "zel_common_storage/rows.h"
+#include "zel_common_storage/schema.h"
 
 #include <cstdlib>
 
@@ -55,7 +55,7 @@ void list_tokens(const query &rows, char ***tokens, unsigned int *length, log_si
 
 } // namespace
 
-/* Notifications. --------------------------------------------------------------------------------------------------- */
+/* Notifications ---------------------------------------------------------------------------------------------- */
 
 bool _common_storage_exist_push_noti(const char *contents_token)
 {
@@ -155,7 +155,7 @@ zel_err_e _common_storage_get_contents_token_list(const char *type, bool except_
     return finish(rows, result);
 }
 
-/* Shares and their items. ------------------------------------------------------------------------------------------ */
+/* Shares and their items ------------------------------------------------------------------------------------- */
 
 bool _common_storage_exist_content_info(const char *contents_token)
 {
@@ -310,24 +310,6 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
         *noti_info = share.release();
     share.reset(); /* its lines stand before the End line */
     return finish(result);
-}
-
-void __fill_content_info(sqlite3_stmt *stmt, zel_trans_content_info *content_info)
-{
-    ZEL_BEGIN();
-    if (stmt && content_info) {
-        content_info->content_id = uint_column(stmt, COLUMN_CONTENT_INFO_CONTENT_ID);
-        content_info->download_count = uint_column(stmt, COLUMN_CONTENT_INFO_DOWNLOAD_COUNT);
-        content_info->size = uint_column(stmt, COLUMN_CONTENT_INFO_SIZE);
-        content_info->contents_token = copy_column(stmt, COLUMN_CONTENT_INFO_CONTENTS_TOKEN);
-        content_info->original = copy_column(stmt, COLUMN_CONTENT_INFO_ORIGINAL);
-        content_info->thumbnail = copy_column(stmt, COLUMN_CONTENT_INFO_THUMBNAIL);
-        content_info->name = copy_column(stmt, COLUMN_CONTENT_INFO_NAME);
-        content_info->content_type = copy_column(stmt, COLUMN_CONTENT_INFO_CONTENT_TYPE);
-        content_info->big_thumbnail = copy_column(stmt, COLUMN_CONTENT_INFO_BIG_THUMBNAIL);
-        content_info->mid_thumbnail = copy_column(stmt, COLUMN_CONTENT_INFO_MID_THUMBNAIL);
-    }
-    ZEL_END();
 }
 
 zel_err_e _common_storage_get_notification_data(const char *contents_token, zel_trans_share_content_info **noti_info)

@@ -6,8 +6,6 @@
 
 #include "zel_common.h"
 
-#include <sqlite3.h>
-
 extern "C" {
 
 /** Deletes the notifications of a token and, when that succeeds, its items. */
@@ -26,9 +24,6 @@ bool _common_storage_exist_content_info(const char *contents_token);
 
 /** Reads a share with its items into a new record. */
 zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_share_content_info **noti_info);
-
-/** Fills a zero-filled item from the row that a "SELECT *" of content_info stands on. */
-void __fill_content_info(sqlite3_stmt *stmt, zel_trans_content_info *content_info);
 }
 
 #endif

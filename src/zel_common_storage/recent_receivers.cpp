@@ -1,9 +1,9 @@
 /* Recently used recipient groups (recent_receiver_group) and their members (recent_receiver_details). */
 
-#include "recent_receivers.h"
-
-#include "engine.h"
-#include "schema.h"
+#include "zel_common/records.h"
+#include "zel_common_storage/patterns.h"
+#include "zel_common_storage/rows.h"
+#include "zel_common_storage/schema.h"
 
 #include <cstdlib>
 
@@ -272,16 +272,4 @@ zel_err_e _common_storage_get_recent_receiver_count(int *count)
     if (!count)
         return reject("Invalid Params");
     return count_rows(TABLE_RECENT_RECEIVER_DETAILS, count);
-}
-
-void __fill_last_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_info)
-{
-    ZEL_BEGIN();
-    if (stmt && receiver_info) {
-        receiver_info->number_id = sqlite3_column_int(stmt, COLUMN_RECENT_RECEIVER_NUM_ID);
-        receiver_info->phone_number = copy_column(stmt, COLUMN_RECENT_RECEIVER_PHONE_NO);
-        receiver_info->ccc = copy_column(stmt, COLUMN_RECENT_RECEIVER_CCC);
-        receiver_info->group_id = sqlite3_column_int(stmt, COLUMN_RECENT_RECEIVER_GROUP_ID);
-    }
-    ZEL_END();
 }

@@ -1,6 +1,6 @@
-#include "schema.h"
+/* The statements that create the nine tables. */
 
-#include "engine.h"
+#include "zel_common_storage/schema.h"
 
 using namespace zel_storage;
 
@@ -93,20 +93,3 @@ const table zel_storage::TABLES[] = {
                         "folder_token_expired_time\tINTEGER,"
                         "folder_sync_time\t\t\tINTEGER);"},
 };
-
-zel_err_e _common_storage_db_create(void)
-{
-    ZEL_BEGIN();
-    zel_err_e result = ZEL_ERR_NONE;
-    for (const table &entry : TABLES) {
-        if (_common_storage_check_table_exist(entry.name))
-            continue;
-        if (__execute_query(sql(entry.create).get())) {
-            ZEL_INFO("Success : create [%s]", entry.name);
-        } else {
-            ZEL_CRITICAL("FAIL : create [%s]", entry.name);
-            result = ZEL_ERR_STORAGE_FAILURE;
-        }
-    }
-    return finish(result);
-}

@@ -1,9 +1,7 @@
 /* The transfer rows of content_info_status: adding, rewriting, moving and deleting them. */
 
-#include "transfers.h"
-
-#include "engine.h"
-#include "schema.h"
+#include "zel_common_storage/patterns.h"
+#include "zel_common_storage/schema.h"
 
 using namespace zel_storage;
 
@@ -185,48 +183,4 @@ zel_err_e _common_storage_delete_sync_content_info_based_on_param(unsigned int r
     ZEL_BEGIN();
     return change(
         sql("DELETE FROM %Q WHERE req_id = %u AND sync_type = %d AND status =%d", TABLE, req_id, type, status));
-}
-
-void __fill_content_sync_info(sqlite3_stmt *stmt, zel_content_sync_info *sync_info)
-{
-    ZEL_BEGIN();
-    if (stmt && sync_info) {
-        sync_info->sync_id = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_SYNC_ID);
-        sync_info->type = static_cast<zel_file_sync_type>(sqlite3_column_int(stmt, COLUMN_CONTENT_SYNC_INFO_TYPE));
-        sync_info->status =
-            static_cast<zel_file_sync_status>(sqlite3_column_int(stmt, COLUMN_CONTENT_SYNC_INFO_STATUS));
-        sync_info->content_id = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_CONTENT_ID);
-        sync_info->req_id = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_REQ_ID);
-        sync_info->wifi_only = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_WIFI_ONLY);
-        sync_info->fail_retry_count = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_FAIL_COUNT);
-        sync_info->percentage = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_PERCENTAGE);
-        sync_info->offset = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_OFFSET);
-        sync_info->chunk_no = sqlite3_column_int(stmt, COLUMN_CONTENT_SYNC_INFO_CHUNK_NO);
-        sync_info->sent_time = ullong_column(stmt, COLUMN_CONTENT_SYNC_INFO_SENT_TIME);
-        sync_info->contents_token = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_CONTENTS_TOKEN);
-        sync_info->original = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_ORIGINAL);
-        sync_info->thumbnail = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_THUMBNAIL);
-        sync_info->name = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_NAME);
-        sync_info->local_path = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_LOCAL_PATH);
-        sync_info->mupload_key = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_MUPLOAD_KEY);
-    }
-    ZEL_END();
-}
-
-void _common_storage_free_sync_content_info(void *data)
-{
-    ZEL_BEGIN();
-    if (!data) {
-        ZEL_CRITICAL("Data is NULL");
-        return;
-    }
-    auto *info = static_cast<zel_content_sync_info *>(data);
-    g_free(info->contents_token);
-    g_free(info->original);
-    g_free(info->thumbnail);
-    g_free(info->name);
-    g_free(info->local_path);
-    g_free(info->mupload_key);
-    g_free(info);
-    ZEL_END();
 }

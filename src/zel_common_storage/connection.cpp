@@ -1,9 +1,10 @@
-#include "engine.h"
+/* The connection, and the executors that all statements run through. */
 
-#include "schema.h"
+#include "zel_common_storage/connection.h"
+#include "zel_common_log/trace.h"
+#include "zel_common_storage.h"
 
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,10 +13,11 @@ using namespace zel_storage;
 
 sqlite3 *_g_sqlite_handle;
 
+const char zel_storage::DATABASE_PATH[] = ZEL_APPS_ROOT "quillo.service/data/.quillo_service.db";
+
 namespace
 {
 
-constexpr char DATABASE_PATH[] = ZEL_APPS_ROOT "quillo.service/data/.quillo_service.db";
 constexpr size_t INSERT_BUFFER_SIZE = 8046;
 
 /** Rides out a busy database: ten attempts, a short sleep behind each failed one. */
@@ -90,152 +92,7 @@ sql_text sql(const char *format, ...)
     return text;
 }
 
-void query::close()
-{
-    if (!statement)
-        return;
-    const int code = sqlite3_finalize(statement);
-    statement = nullptr;
-    ZEL_DEBUG_AT(site, "sqlite3_finalize = [%d]", code);
-}
-
-char *copy_column(sqlite3_stmt *row, int column)
-{
-    const char *text = text_column(row, column);
-    return text && *text ? g_strdup(text) : nullptr;
-}
-
-void hand_out_column(const query &row, int column, char **output)
-{
-    if (char *copy = copy_column(row.statement, column))
-        *output = copy;
-}
-
-zel_err_e fail(zel_err_e code, const char *message, log_site site)
-{
-    ZEL_CRITICAL_AT(site, "%s", message);
-    return code;
-}
-
-zel_err_e reject(const char *message, log_site site)
-{
-    return fail(ZEL_ERR_INVALID_ARG, message, site);
-}
-
-zel_err_e run(const sql_text &statement, const char *failure, log_site site)
-{
-    return __execute_query(statement.get()) ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
-}
-
-zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *failure, log_site site)
-{
-    return __execute_insert_query(statement.get(), row_id) ? ZEL_ERR_NONE
-                                                           : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
-}
-
-zel_err_e prepared(const query &rows, const char *failure, log_site site)
-{
-    return rows.statement ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
-}
-
-zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_site site)
-{
-    const zel_err_e result = prepared(rows, failure, site);
-    if (result != ZEL_ERR_NONE || rows.next())
-        return result;
-    return fail(none, "No records found", site);
-}
-
-zel_err_e finish(zel_err_e result, log_site site)
-{
-    ZEL_END_AT(site);
-    return result;
-}
-
-zel_err_e finish(query &rows, zel_err_e result, log_site site)
-{
-    rows.close();
-    return finish(result, site);
-}
-
-zel_err_e finish_on_success(zel_err_e result, log_site site)
-{
-    return result == ZEL_ERR_NONE ? finish(result, site) : result;
-}
-
-zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site)
-{
-    rows.close();
-    return finish_on_success(result, site);
-}
-
-void *resize_with_realloc(void *block, size_t count, size_t size)
-{
-    return count > SIZE_MAX / size ? nullptr : realloc(block, count * size);
-}
-
-bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_site site)
-{
-    if (append(ids, count, id, g_try_realloc_n))
-        return true;
-    ZEL_CRITICAL_AT(site, "Memory Allocation Failed!!");
-    g_clear_pointer(&ids, g_free);
-    count = 0;
-    return false;
-}
-
 } // namespace zel_storage
-
-zel_err_e _common_storage_init(void)
-{
-    ZEL_BEGIN();
-    if (_g_sqlite_handle) {
-        ZEL_DEBUG("DB Already Opened");
-        return finish(ZEL_ERR_NONE);
-    }
-    ZEL_DEBUG("Opening DB.....\n");
-    sqlite3 *handle = nullptr;
-    const int code = sqlite3_open_v2(DATABASE_PATH, &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    if (code != SQLITE_OK) {
-        ZEL_CRITICAL("sqlite3_open error - %d", code);
-        sqlite3_close(handle);
-        return ZEL_ERR_STORAGE_INIT_FAILURE;
-    }
-    ZEL_DEBUG("DB open Success");
-    _g_sqlite_handle = handle;
-    _common_storage_db_create();
-    _common_storage_db_upgrade();
-    return finish(ZEL_ERR_NONE);
-}
-
-zel_err_e __common_storage_get_db_version(int *version)
-{
-    ZEL_BEGIN();
-    if (!version)
-        return reject("Invalid Params");
-    query row(sql("PRAGMA user_version;"));
-    zel_err_e result = prepared(row, "ExecuteSelectQuery Failed");
-    if (result == ZEL_ERR_NONE) {
-        if (row.next())
-            *version = int_column(row, 0);
-        else
-            result = fail(ZEL_ERR_STORAGE_FAILURE, "Failed to get DB version");
-    }
-    return finish(row, result);
-}
-
-zel_err_e _common_storage_db_upgrade(void)
-{
-    ZEL_BEGIN();
-    int version = 0;
-    const zel_err_e result = __common_storage_get_db_version(&version);
-    if (result != ZEL_ERR_NONE)
-        return fail(result, "DB version get failed!");
-    ZEL_INFO("DB version is %d", version);
-    if (version == SCHEMA_VERSION)
-        return ZEL_ERR_NONE;
-    return finish(run(sql("PRAGMA user_version = %d", SCHEMA_VERSION), "Failed to version up"));
-}
 
 bool __execute_query(const char *query)
 {
@@ -347,30 +204,4 @@ void __db_finalize(sqlite3_stmt *stmt)
     sqlite3_reset(stmt);
     const int code = sqlite3_finalize(stmt);
     ZEL_DEBUG("sqlite3_finalize = [%d]", code);
-}
-
-bool _common_storage_check_table_exist(const char *table_name)
-{
-    ZEL_BEGIN();
-    if (!table_name) {
-        ZEL_CRITICAL("Invalid Params");
-        return false;
-    }
-    const sql_text text = sql("select count(name) from sqlite_master where name=%Q", table_name);
-    ZEL_DEBUG("check query [%s]", log_text(text.get()));
-    query row(text);
-    bool exists = false;
-    if (prepared(row, "ExecuteSelectQuery Failed ") == ZEL_ERR_NONE) {
-        if (!row.next()) {
-            ZEL_DEBUG("No records found");
-        } else if (const int count = int_column(row, 0); count >= 1) {
-            ZEL_DEBUG("records found [%d]", count);
-            exists = true;
-        } else {
-            ZEL_DEBUG("no records [%d]", count);
-        }
-    }
-    row.close();
-    ZEL_END();
-    return exists;
 }

@@ -1,6 +1,5 @@
 /*
- * The storage engine: the one connection, the three executors, and the few patterns that every store operation is a
- * variation of. A typical operation reads:
+ * The few patterns that every store operation is a variation of. A typical operation reads:
  *
  *     ZEL_BEGIN();
  *     if (!req_id || !contents_token)
@@ -13,51 +12,22 @@
  *
  * The functions that write a line for an operation take its name and line through their last parameter.
  */
-#ifndef ZEL_COMMON_STORAGE_ENGINE_H
-#define ZEL_COMMON_STORAGE_ENGINE_H
+#ifndef ZEL_COMMON_STORAGE_PATTERNS_H
+#define ZEL_COMMON_STORAGE_PATTERNS_H
 
 #include "zel_common.h"
 #include "zel_common/holders.h"
 #include "zel_common_log/trace.h"
 #include "zel_common_storage.h"
+#include "zel_common_storage/connection.h"
 
 #include <glib.h>
 #include <memory>
 #include <sqlite3.h>
 #include <utility>
 
-extern "C" {
-
-/** The process-wide connection; null until the store is opened, then set for the life of the process. */
-extern sqlite3 *_g_sqlite_handle;
-
-/** Runs a statement text to its end; opens the store when it is closed. False on any failure. */
-bool __execute_query(const char *query);
-
-/**
- * Prepares a statement text; opens the store when it is closed. The caller finalizes the statement.
- * Null on any failure.
- */
-sqlite3_stmt *__execute_select_query(const char *query);
-
-/**
- * Runs an insert (one statement, no semicolon behind it) and stores the new row's id in unique_id unless that is null.
- * Never opens the store. 1 on success; 0 on failure, with unique_id unchanged.
- */
-int __execute_insert_query(const char *query, unsigned int *unique_id);
-
-/** Row callback of the insert: puts the column "last_insert_rowid()" into the int that user_data points to. */
-int __insert_callback(void *user_data, int argc, char **argv, char **col_name);
-}
-
 namespace zel_storage
 {
-
-/** A text that SQLite allocated. */
-using sql_text = std::unique_ptr<char, releaser<sqlite3_free>>;
-
-/** A statement text, put together by SQLite's printf; null when memory ran out, which every executor reports. */
-sql_text sql(const char *format, ...);
 
 /** For the columns that never hold NULL. */
 inline const char *text_or_empty(const char *text)
@@ -207,6 +177,45 @@ template <typename T> bool append(T *&array, unsigned int &count, T value, resiz
  * null, with a count of 0.
  */
 bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_site site = log_here());
+
+/* Lists whose length is counted or stored beforehand. */
+
+/** A zero-filled array for an operation to hand out; reports the failure when there is no memory for it. */
+template <typename T> T *new_array(unsigned int count, log_site site = log_here())
+{
+    void *array = g_try_malloc0_n(count, sizeof(T));
+    if (!array)
+        ZEL_CRITICAL_AT(site, "Memory Allocation Failure");
+    return static_cast<T *>(array);
+}
+
+/** The number that sizes a list to come; without one, or when it is zero, there is nothing to list. */
+zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site = log_here());
+
+/** Hands out what is read from the rows of `listing`, in as many places as `counting` says; a row can give nothing. */
+template <typename T>
+zel_err_e list_counted(const sql_text &counting, const sql_text &listing, bool (*read)(const query &row, T *place),
+                       T **list, unsigned int *count, log_site site = log_here())
+{
+    unsigned int size = 0;
+    zel_err_e result = read_size(counting, &size, site);
+    if (result != ZEL_ERR_NONE)
+        return result;
+    query rows(listing, site);
+    result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
+    if (result != ZEL_ERR_NONE)
+        return result;
+    T *const found = new_array<T>(size, site);
+    if (!found)
+        return ZEL_ERR_MEMORY;
+    unsigned int filled = 0;
+    do
+        filled += read(rows, &found[filled]);
+    while (filled < size && rows.next());
+    *list = found;
+    *count = size;
+    return finish_on_success(rows, ZEL_ERR_NONE, site);
+}
 
 } // namespace zel_storage
 

@@ -1,0 +1,131 @@
+/* The database file: opening, its tables and their version, the wipe. */
+
+#include "zel_common_storage/database.h"
+#include "zel_common_storage/patterns.h"
+#include "zel_common_storage/schema.h"
+
+using namespace zel_storage;
+
+zel_err_e zel_storage::delete_key(const char *key, log_site site)
+{
+    ZEL_BEGIN_AT(site);
+    if (!key)
+        return finish(reject("[key] is NULL_PARAM", site), site);
+    return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error", site),
+                  site);
+}
+
+zel_err_e _common_storage_init(void)
+{
+    ZEL_BEGIN();
+    if (_g_sqlite_handle) {
+        ZEL_DEBUG("DB Already Opened");
+        return finish(ZEL_ERR_NONE);
+    }
+    ZEL_DEBUG("Opening DB.....\n");
+    sqlite3 *handle = nullptr;
+    const int code = sqlite3_open_v2(DATABASE_PATH, &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (code != SQLITE_OK) {
+        ZEL_CRITICAL("sqlite3_open error - %d", code);
+        sqlite3_close(handle);
+        return ZEL_ERR_STORAGE_INIT_FAILURE;
+    }
+    ZEL_DEBUG("DB open Success");
+    _g_sqlite_handle = handle;
+    _common_storage_db_create();
+    _common_storage_db_upgrade();
+    return finish(ZEL_ERR_NONE);
+}
+
+zel_err_e __common_storage_get_db_version(int *version)
+{
+    ZEL_BEGIN();
+    if (!version)
+        return reject("Invalid Params");
+    query row(sql("PRAGMA user_version;"));
+    zel_err_e result = prepared(row, "ExecuteSelectQuery Failed");
+    if (result == ZEL_ERR_NONE) {
+        if (row.next())
+            *version = int_column(row, 0);
+        else
+            result = fail(ZEL_ERR_STORAGE_FAILURE, "Failed to get DB version");
+    }
+    return finish(row, result);
+}
+
+zel_err_e _common_storage_db_upgrade(void)
+{
+    ZEL_BEGIN();
+    int version = 0;
+    const zel_err_e result = __common_storage_get_db_version(&version);
+    if (result != ZEL_ERR_NONE)
+        return fail(result, "DB version get failed!");
+    ZEL_INFO("DB version is %d", version);
+    if (version == SCHEMA_VERSION)
+        return ZEL_ERR_NONE;
+    return finish(run(sql("PRAGMA user_version = %d", SCHEMA_VERSION), "Failed to version up"));
+}
+
+zel_err_e _common_storage_db_create(void)
+{
+    ZEL_BEGIN();
+    zel_err_e result = ZEL_ERR_NONE;
+    for (const table &entry : TABLES) {
+        if (_common_storage_check_table_exist(entry.name))
+            continue;
+        if (__execute_query(sql(entry.create).get())) {
+            ZEL_INFO("Success : create [%s]", entry.name);
+        } else {
+            ZEL_CRITICAL("FAIL : create [%s]", entry.name);
+            result = ZEL_ERR_STORAGE_FAILURE;
+        }
+    }
+    return finish(result);
+}
+
+bool _common_storage_check_table_exist(const char *table_name)
+{
+    ZEL_BEGIN();
+    if (!table_name) {
+        ZEL_CRITICAL("Invalid Params");
+        return false;
+    }
+    const sql_text text = sql("select count(name) from sqlite_master where name=%Q", table_name);
+    ZEL_DEBUG("check query [%s]", log_text(text.get()));
+    query row(text);
+    bool exists = false;
+    if (prepared(row, "ExecuteSelectQuery Failed ") == ZEL_ERR_NONE) {
+        if (!row.next()) {
+            ZEL_DEBUG("No records found");
+        } else if (const int count = int_column(row, 0); count >= 1) {
+            ZEL_DEBUG("records found [%d]", count);
+            exists = true;
+        } else {
+            ZEL_DEBUG("no records [%d]", count);
+        }
+    }
+    row.close();
+    ZEL_END();
+    return exists;
+}
+
+zel_err_e _common_storage_clear(void)
+{
+    static constexpr const char *TABLES[] = {
+        TABLE_PUSH_NOTI_INFO,          TABLE_CONTENT_INFO,
+        TABLE_CONTENT_INFO_STATUS,     TABLE_RECENT_RECEIVER_GROUP,
+        TABLE_RECENT_RECEIVER_DETAILS, TABLE_UPLOAD_REQUEST_DATA,
+        TABLE_CONTACT_DETAILS,
+    };
+    static constexpr const char *KEYS[] = {"evt_refresh_token", "evt_access_token", "evt_push_token"};
+
+    ZEL_BEGIN();
+    zel_err_e result = ZEL_ERR_NONE;
+    for (const char *table : TABLES) {
+        if (run(sql("DELETE FROM %Q", table), "Failed to delete all content") != ZEL_ERR_NONE)
+            result = ZEL_ERR_STORAGE_FAILURE;
+    }
+    for (const char *key : KEYS)
+        delete_key(key, log_here("_common_storage_delete_unique_data"));
+    return finish(result);
+}
