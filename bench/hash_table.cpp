@@ -1,6 +1,6 @@
 /* The hash table beside GHashTable under a mutex of one's own. */
 
-#include "measures.h"
+#include "harness.h"
 #include "zel_common.h"
 #include "zel_common_log/trace.h"
 
@@ -95,47 +95,35 @@ peer_table_holder new_peer_table(size_t entries)
 }
 
 /** Does something with one key after another, over and over. */
-template <typename Table, typename Action> side with_each_key(Table table, size_t entries, Action action)
+template <typename Make, typename Action> side with_each_key(Make make, size_t entries, Action action)
 {
-    return {.run = [=, next = std::make_shared<size_t>(0)](size_t count) {
-        size_t key = *next;
-        for (size_t i = 0; i < count; ++i) {
+    return repeat([=] {
+        return [=, table = make(entries), key = size_t{0}]() mutable {
             action(table.get(), key_of(key));
             if (++key == entries)
                 key = 0;
-        }
-        *next = key;
-    }};
+        };
+    });
 }
 
 template <typename Own, typename Peer> void add_beside(const std::string &action, size_t entries, Own own, Peer peer)
 {
-    add({
-        .name = "hash table: " + action + ", " + std::to_string(entries) + " entries / GHashTable",
-        .bound = 1.2,
-        .make =
-            [=] {
-                return sides{with_each_key(new_own_table(entries), entries, own),
-                             with_each_key(new_peer_table(entries), entries, peer)};
-            },
-    });
+    add({.name = "hash table: " + action + ", " + std::to_string(entries) + " entries / GHashTable",
+         .bound = 1.2,
+         .make = [=] {
+             return sides{with_each_key(new_own_table, entries, own), with_each_key(new_peer_table, entries, peer)};
+         }});
 }
 
 /** The cost of an operation on a whole table. */
 template <typename Action> void add_walk(const char *name, Action action)
 {
     add_growth(std::string("hash table ") + name, 100, [=](size_t n) {
-        return side{.run = [table = new_own_table(n), action](size_t count) {
-            for (size_t i = 0; i < count; ++i)
-                action(table.get());
-        }};
+        return repeat([=] { return [table = new_own_table(n), action] { action(table.get()); }; });
     });
 }
 
-} // namespace
-
-void add_hash_table_measures()
-{
+const group measures([] {
     for (const size_t entries : {10, 100000}) {
         add_beside(
             "write", entries, [](zel_hash_table *table, void *key) { _common_write_to_hash_table(table, key, &value); },
@@ -159,18 +147,16 @@ void add_hash_table_measures()
     }
     const auto read = [](zel_hash_table *table, void *key) { _common_read_from_hash_table(table, key); };
     add_growth(
-        "hash table read", 100, [=](size_t n) { return with_each_key(new_own_table(n), n, read); }, true);
+        "hash table read", 100, [=](size_t n) { return with_each_key(new_own_table, n, read); }, true);
     add_walk("find", [](zel_hash_table *table) { _common_find_in_hash_table(table, no, nullptr); });
     add_walk("walk", [](zel_hash_table *table) { _common_foreach_read_from_hash_table(table, no, nullptr); });
     add_walk("removal by predicate",
              [](zel_hash_table *table) { _common_foreach_remove_in_hash_table(table, no, nullptr); });
     add_walk("list of keys", [](zel_hash_table *table) { g_list_free(_common_get_keys_from_hash_table(table)); });
-    add_growth("hash table fill and release", 100, [](size_t n) {
-        return side{.run = [n](size_t count) {
-            for (size_t i = 0; i < count; ++i)
-                new_own_table(n);
-        }};
-    });
-}
+    add_growth("hash table fill and release", 100,
+               [](size_t n) { return repeat([=] { return [=] { new_own_table(n); }; }); });
+});
+
+} // namespace
 
 } // namespace bench

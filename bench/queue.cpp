@@ -1,6 +1,6 @@
 /* The queue beside GLib's, whose peer writes the queue's log lines. */
 
-#include "measures.h"
+#include "harness.h"
 #include "zel_common_log/trace.h"
 #include "zel_common_queue.h"
 
@@ -75,36 +75,22 @@ peer_queue new_peer_queue(size_t length)
 
 side own_push_and_pop(size_t length)
 {
-    const own_queue queue = new_own_queue(length);
-    return {.run = [queue](size_t count) {
-        for (size_t i = 0; i < count; ++i) {
+    return repeat([=] {
+        return [queue = new_own_queue(length)] {
             _common_queue_push(queue.get(), &item);
             require(_common_queue_pop(queue.get()) == &item, "the queue is empty");
-        }
-    }};
+        };
+    });
 }
 
 side peer_push_and_pop(size_t length)
 {
-    const peer_queue queue = new_peer_queue(length);
-    return {.run = [queue](size_t count) {
-        for (size_t i = 0; i < count; ++i) {
+    return repeat([=] {
+        return [queue = new_peer_queue(length)] {
             peer_push(queue.get(), &item);
             require(peer_pop(queue.get()) == &item, "the queue is empty");
-        }
-    }};
-}
-
-/** The same without a log line. */
-side silent_push_and_pop(size_t length)
-{
-    const peer_queue queue = new_peer_queue(length);
-    return {.run = [queue](size_t count) {
-        for (size_t i = 0; i < count; ++i) {
-            g_async_queue_push(queue.get(), &item);
-            require(g_async_queue_pop(queue.get()) == &item, "the queue is empty");
-        }
-    }};
+        };
+    });
 }
 
 /** Keeps this thread and those it starts on one processor, so that none is waited for. */
@@ -173,112 +159,80 @@ template <typename Queue> class echo
     std::thread thread;
 };
 
-template <typename Queue> side hand_over(std::shared_ptr<echo<Queue>> partner)
+/** On one processor, which is taken before the other thread is started. */
+template <typename Make> side hand_over(Make make)
 {
-    return {.run = [partner](size_t count) {
-        for (size_t i = 0; i < count; ++i)
-            partner->hand_over_and_back();
-    }};
-}
-
-sides hand_overs()
-{
-    return {hand_over(std::make_shared<echo<zel_queue_s>>(new_own_queue(0), new_own_queue(0), _common_queue_push,
-                                                          _common_queue_pop)),
-            hand_over(std::make_shared<echo<GAsyncQueue>>(new_peer_queue(0), new_peer_queue(0), peer_push, peer_pop))};
-}
-
-/** The same on one processor, which the first side holds on to. */
-sides hand_overs_on_one_processor()
-{
-    const auto here = std::make_shared<one_processor>();
-    sides made = hand_overs();
-    made.own.prepare = [here](size_t) {};
-    return made;
-}
-
-} // namespace
-
-void add_queue_measures()
-{
-    add({
-        .name = "control: the same work on both sides",
-        .bound = NOT_JUDGED,
-        .make =
-            [] {
-                return sides{peer_push_and_pop(10), peer_push_and_pop(10)};
-            },
+    return repeat([=] {
+        return [here = std::make_shared<one_processor>(), partner = make()] { partner->hand_over_and_back(); };
     });
+}
+
+/** The cost of an operation on a whole queue. */
+template <typename Operation> void add_walk(const char *name, Operation operation)
+{
+    add_growth(std::string("queue ") + name, 100, [=](size_t n) {
+        return repeat([=] { return [queue = new_own_queue(n), operation] { operation(queue.get()); }; });
+    });
+}
+
+const group measures([] {
+    add({.name = "control: the same work on both sides", .bound = NOT_JUDGED, .make = [] {
+             return sides{peer_push_and_pop(10), peer_push_and_pop(10)};
+         }});
     for (const size_t length : {10, 1000, 100000})
-        add({
-            .name = "queue: push and pop, " + std::to_string(length) + " queued / GAsyncQueue",
-            .bound = 1.0,
-            .make =
-                [=] {
-                    return sides{own_push_and_pop(length), peer_push_and_pop(length)};
-                },
-        });
+        add({.name = "queue: push and pop, " + std::to_string(length) + " queued / GAsyncQueue",
+             .bound = 1.0,
+             .make = [=] {
+                 return sides{own_push_and_pop(length), peer_push_and_pop(length)};
+             }});
     // The lines of a hand-over depend on which thread comes first.
-    add({
-        .name = "queue: hand-over to a thread and back, on one processor / GAsyncQueue",
-        .bound = 1.0,
-        .make = hand_overs_on_one_processor,
-        .same_lines = false,
-        .source = time_source::process_cpu,
-    });
-    add({
-        .name = "queue: hand-over to a thread and back, time that passes / GAsyncQueue",
-        .bound = NOT_JUDGED,
-        .make = hand_overs,
-        .same_lines = false,
-        .source = time_source::clock,
-    });
-    add({
-        .name = "trace discarded: push and pop, 10 queued / GAsyncQueue without a line",
-        .bound = NOT_JUDGED,
-        .make =
-            [] {
-                return sides{own_push_and_pop(10), silent_push_and_pop(10)};
-            },
-        .same_lines = false,
-    });
+    add({.name = "queue: hand-over to a thread and back, on one processor / GAsyncQueue",
+         .bound = 1.1,
+         .make =
+             [] {
+                 return sides{hand_over([] {
+                                  return std::make_shared<echo<zel_queue_s>>(new_own_queue(0), new_own_queue(0),
+                                                                             _common_queue_push, _common_queue_pop);
+                              }),
+                              hand_over([] {
+                                  return std::make_shared<echo<GAsyncQueue>>(new_peer_queue(0), new_peer_queue(0),
+                                                                             peer_push, peer_pop);
+                              })};
+             },
+         .same_lines = false,
+         .source = time_source::process});
     add_growth("queue push and pop", 1000, own_push_and_pop, true);
     add_growth(
         "queue length", 1000,
         [](size_t n) {
-            return side{.run = [queue = new_own_queue(n), n](size_t count) {
-                for (size_t i = 0; i < count; ++i)
+            return repeat([=] {
+                return [queue = new_own_queue(n), n] {
                     require(_common_queue_length(queue.get()) == static_cast<int>(n), "a wrong length");
-            }};
+                };
+            });
         },
         true);
-    add_growth("queue find, the oldest", 100, [](size_t n) {
-        return side{.run = [queue = new_own_queue(n)](size_t count) {
-            for (size_t i = 0; i < count; ++i)
-                _common_queue_find(
-                    queue.get(), [](void *, void *) { return 1; }, nullptr);
-        }};
+    add_walk("find, the oldest", [](zel_queue_s *queue) {
+        _common_queue_find(
+            queue, [](void *, void *) { return 1; }, nullptr);
     });
-    add_growth("queue remove, the oldest", 100, [](size_t n) {
-        const own_queue queue = new_own_queue(n);
-        return side{.run = [queue](size_t count) {
-            char other;
-            for (size_t i = 0; i < count; ++i) {
-                _common_queue_remove(queue.get(), &other);
-                _common_queue_find_and_remove(
-                    queue.get(), [](void *, void *) { return 1; }, [](void *) {}, nullptr);
-            }
-        }};
+    add_walk("remove, the oldest", [](zel_queue_s *queue) {
+        char other;
+        _common_queue_remove(queue, &other);
+        _common_queue_find_and_remove(
+            queue, [](void *, void *) { return 1; }, [](void *) {}, nullptr);
     });
     add_growth("queue fill and clear", 100, [](size_t n) {
-        return side{.run = [queue = new_own_queue(0), n](size_t count) {
-            for (size_t i = 0; i < count; ++i) {
+        return repeat([=] {
+            return [queue = new_own_queue(0), n] {
                 for (size_t pushed = 0; pushed < n; ++pushed)
                     _common_queue_push(queue.get(), &item);
                 _common_queue_clear(queue.get(), [](void *) {});
-            }
-        }};
+            };
+        });
     });
-}
+});
+
+} // namespace
 
 } // namespace bench

@@ -1,6 +1,6 @@
 /* Copy and release of a request beside the same allocations and copies by hand. */
 
-#include "measures.h"
+#include "harness.h"
 #include "samples.h"
 #include "zel_common_log/trace.h"
 #include "zel_common_request.h"
@@ -8,25 +8,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
-
-/* The platform's other services, as cheap as they can be. */
-
-int system_info_get_custom_bool(const char *, bool *)
-{
-    return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
-}
-
-int app_control_clone(app_control_h *clone, app_control_h)
-{
-    *clone = static_cast<app_control_h>(malloc(1));
-    return 0;
-}
-
-int app_control_destroy(app_control_h app_control)
-{
-    free(app_control);
-    return 0;
-}
 
 namespace bench
 {
@@ -63,13 +44,13 @@ request_holder new_request(size_t files)
 
 side copy_and_release(const request_holder &request)
 {
-    return {.run = [request](size_t count) {
-        for (size_t i = 0; i < count; ++i) {
+    return repeat([=] {
+        return [=] {
             zel_request copy;
             _common_copy_zel_request_members(request.get(), &copy);
             _common_free_zel_request_members(&copy);
-        }
-    }};
+        };
+    });
 }
 
 GList *copy_texts_by_hand(const GList *source)
@@ -127,46 +108,40 @@ GList *copy_texts_by_hand(const GList *source)
 
 side copy_and_release_by_hand(const request_holder &request)
 {
-    return {.run = [request](size_t count) {
-        for (size_t i = 0; i < count; ++i) {
+    return repeat([=] {
+        return [=] {
             zel_request copy;
             copy_by_hand(request.get(), &copy);
             release_by_hand(&copy);
-        }
-    }};
+        };
+    });
 }
 
-} // namespace
-
-void add_request_measures()
-{
+const group measures([] {
     for (const size_t files : {1, 10})
-        add({
-            .name = "request: copy and release, lists of " + std::to_string(files) + " / by hand",
-            .bound = 1.1,
-            .make =
-                [=] {
-                    const request_holder request = new_request(files);
-                    return sides{copy_and_release(request), copy_and_release_by_hand(request)};
-                },
-        });
+        add({.name = "request: copy and release, lists of " + std::to_string(files) + " / by hand",
+             .bound = 1.1,
+             .make = [=] {
+                 const request_holder request = new_request(files);
+                 return sides{copy_and_release(request), copy_and_release_by_hand(request)};
+             }});
     add_growth("copy and release a request's files", 10, [](size_t n) { return copy_and_release(new_request(n)); });
     add_growth("numbering of a file whose numbers are taken", 10, [](size_t n) {
-        const std::string name = memory_folder() + "/numbered-" + std::to_string(n);
+        const std::string name = "numbered-" + std::to_string(n);
         for (size_t i = 1; i <= n; ++i)
             std::ofstream(name + "_" + std::to_string(i) + ".jpg");
-        return side{.run = [name](size_t count) {
-            char path[ZEL_NEW_PATH_SIZE];
-            for (size_t i = 0; i < count; ++i)
+        return repeat([=] {
+            return [=] {
+                char path[ZEL_NEW_PATH_SIZE];
                 _common_util_get_file_valid_path((name + ".jpg").c_str(), path);
-        }};
+            };
+        });
     });
     add_growth("dump a request's files", 10, [](size_t n) {
-        return side{.run = [request = new_request(n)](size_t count) {
-            for (size_t i = 0; i < count; ++i)
-                __print_zel_request(request.get(), "bench", 1);
-        }};
+        return repeat([request = new_request(n)] { return [=] { __print_zel_request(request.get(), "bench", 1); }; });
     });
-}
+});
+
+} // namespace
 
 } // namespace bench

@@ -301,7 +301,10 @@ template <typename Result, typename... Parameters, typename... Held>
 Result call_with(Result (*function)(Parameters...), const tokens &given, answers &out, Held &...held)
 {
     if constexpr (sizeof...(Held) == sizeof...(Parameters)) {
-        return function(held.value...);
+        at_call(true);
+        const Result result = function(held.value...);
+        at_call(false);
+        return result;
     } else {
         reader in(given.at(1 + sizeof...(Held)));
         argument<std::tuple_element_t<sizeof...(Held), std::tuple<Parameters...>>> next(in, out);

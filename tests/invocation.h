@@ -14,6 +14,9 @@ namespace zel_test
 /// What the text argument "word" stands for: "word" unless a test has another word.
 extern const char *word;
 
+/// Told when an operation itself begins and ends, its arguments being read already: for whoever takes its time.
+inline void (*at_call)(bool begins) = [](bool) {};
+
 inline char nowhere[16];
 /// What an output holds before a call: nothing that any operation would put there.
 template <typename T> constexpr T UNTOUCHED = 77;
