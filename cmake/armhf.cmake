@@ -1,5 +1,5 @@
 # Toolchain for 32-bit ARM (Debian's armhf) on a Debian machine: the cross compiler and qemu-user come through
-# script/bootstrap ci, what is linked against through script/armhf-sysroot.
+# script/bootstrap ci, what is linked against through script/checks/armhf-sysroot.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
