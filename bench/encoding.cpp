@@ -1,20 +1,60 @@
-/* The share encoding beside memcpy of the same pieces, and its decoding beside GVariant. */
+/* The share encoding beside memcpy of the same pieces, and its decoding beside copies of the same records. */
 
 #include "harness.h"
-#include "samples.h"
 #include "zel_common_log/trace.h"
 #include "zel_common_request/dumps.h"
 #include "zel_common_request/share_encoding.h"
 
-#include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 namespace bench
 {
 
 namespace
 {
+
+/* The members of records. */
+
+std::array<char **, 5> texts_of(zel_trans_share_content_info &share)
+{
+    return {&share.contents_token, &share.description, &share.type, &share.from_msisdn, &share.to_list};
+}
+
+std::array<char **, 7> texts_of(zel_trans_content_info &item)
+{
+    return {&item.original, &item.thumbnail,    &item.mid_thumbnail, &item.big_thumbnail,
+            &item.name,     &item.content_type, &item.contents_token};
+}
+
+std::array<unsigned int *, 4> numbers_of(zel_trans_content_info &item)
+{
+    return {&item.download_count, &item.max_download_count, &item.size, &item.content_id};
+}
+
+using share_holder = std::shared_ptr<zel_trans_share_content_info>;
+
+share_holder hold(zel_trans_share_content_info *share)
+{
+    return {share, _common_free_share_content_info};
+}
+
+share_holder new_share(size_t items)
+{
+    auto *share = g_new0(zel_trans_share_content_info, 1);
+    for (char **text : texts_of(*share))
+        *text = g_strdup("Three days at the lake, the best of them");
+    share->content_info_list_length = static_cast<unsigned int>(items);
+    for (size_t i = 0; i < items; ++i) {
+        auto *item = g_new0(zel_trans_content_info, 1);
+        for (char **text : texts_of(*item))
+            *text = g_strdup("https://files.example.org/v1/contents/4f1c9a7e2b5d4803/0001");
+        share->content_info_list = g_list_prepend(share->content_info_list, item);
+    }
+    return hold(share);
+}
 
 using buffer = std::shared_ptr<char[]>;
 
@@ -34,63 +74,42 @@ side encode(const share_holder &share, const buffer &to)
 }
 
 /** What an encoding is made of, its lengths known beforehand. */
-struct text {
-    const char *bytes;
+struct piece {
+    const void *bytes;
     int length;
+    bool is_text; /**< with its length in front */
 };
 
-template <size_t N> std::array<text, N> lengths_of(const std::array<char **, N> &texts)
+template <typename Record> void add_texts(std::vector<piece> &pieces, Record &record)
 {
-    std::array<text, N> all;
-    std::transform(texts.begin(), texts.end(), all.begin(), [](char **each) {
-        return text{*each, static_cast<int>(strlen(*each))};
-    });
-    return all;
-}
-
-struct item_pieces {
-    std::array<text, 7> texts;
-    std::array<unsigned int, 4> numbers;
-};
-
-template <typename Value> char *copy(char *to, const Value &value)
-{
-    memcpy(to, &value, sizeof value);
-    return to + sizeof value;
-}
-
-char *copy(char *to, const text &value)
-{
-    to = copy(to, value.length);
-    memcpy(to, value.bytes, static_cast<size_t>(value.length));
-    return to + value.length;
+    for (char **text : texts_of(record))
+        pieces.push_back({*text, static_cast<int>(strlen(*text)), true});
 }
 
 side copy_pieces(const share_holder &share, const buffer &to)
 {
+    std::vector<piece> pieces;
+    add_texts(pieces, *share);
+    pieces.push_back({&share->expired_time, sizeof share->expired_time, false});
+    pieces.push_back({&share->content_info_list_length, sizeof share->content_info_list_length, false});
+    for (const GList *node = share->content_info_list; node; node = node->next) {
+        auto &item = *static_cast<zel_trans_content_info *>(node->data);
+        add_texts(pieces, item);
+        for (const unsigned int *number : numbers_of(item))
+            pieces.push_back({number, sizeof *number, false});
+    }
     return repeat([=] {
-        std::vector<item_pieces> items;
-        for (const GList *node = share->content_info_list; node; node = node->next) {
-            auto &item = *static_cast<zel_trans_content_info *>(node->data);
-            const auto n = numbers_of(item);
-            items.push_back({lengths_of(texts_of(item)), {*n[0], *n[1], *n[2], *n[3]}});
-        }
-        return [=, texts = lengths_of(texts_of(*share))] {
-            ZEL_BEGIN();
-            char *end = to.get();
-            for (const text &each : texts)
-                end = copy(end, each);
-            end = copy(end, share->expired_time);
-            end = copy(end, share->content_info_list_length);
-            for (const item_pieces &item : items) {
+        return [=] {
+            for (unsigned int i = 0; i <= share->content_info_list_length; ++i) { // the share's lines and each item's
                 ZEL_BEGIN();
-                for (const text &each : item.texts)
-                    end = copy(end, each);
-                for (const unsigned int number : item.numbers)
-                    end = copy(end, number);
                 ZEL_END();
             }
-            ZEL_END();
+            char *end = to.get();
+            for (const piece &each : pieces) {
+                if (each.is_text)
+                    end = static_cast<char *>(mempcpy(end, &each.length, sizeof each.length));
+                end = static_cast<char *>(mempcpy(end, each.bytes, static_cast<size_t>(each.length)));
+            }
         };
     });
 }
@@ -116,81 +135,41 @@ side decode(size_t items)
     });
 }
 
-const auto SHARE_TYPE = reinterpret_cast<const GVariantType *>("(sssssta(sssssssuuuu))");
-
-/** Copies of texts; an empty one stands for an absent one. */
-template <typename Record> void take_texts(Record &record, const char *const *texts)
+template <typename Record> Record *copy_record(const Record &from)
 {
-    for (char **each : texts_of(record)) {
-        *each = **texts ? g_strdup(*texts) : nullptr;
-        ++texts;
-    }
+    auto *to = static_cast<Record *>(g_memdup2(&from, sizeof from));
+    for (char **text : texts_of(*to))
+        *text = g_strdup(*text);
+    return to;
 }
 
-zel_trans_share_content_info *decode_variant(GVariant *encoded)
+/** Makes the records that decoding makes, with its lines, of those that are there already. */
+side copy_records(size_t items)
 {
-    ZEL_BEGIN();
-    GVariant *variant = g_variant_ref_sink(g_variant_new_from_data(
-        SHARE_TYPE, g_variant_get_data(encoded), g_variant_get_size(encoded), TRUE, nullptr, nullptr));
-    auto *share = g_new0(zel_trans_share_content_info, 1);
-    const char *texts[5];
-    guint64 expired_time = 0;
-    GVariantIter *items = nullptr;
-    g_variant_get(variant, "(&s&s&s&s&sta(sssssssuuuu))", &texts[0], &texts[1], &texts[2], &texts[3], &texts[4],
-                  &expired_time, &items);
-    take_texts(*share, texts);
-    share->expired_time = expired_time;
-    const char *t[7];
-    unsigned int n[4];
-    while (g_variant_iter_next(items, "(&s&s&s&s&s&s&suuuu)", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5], &t[6], &n[0],
-                               &n[1], &n[2], &n[3])) {
-        auto *item = g_new0(zel_trans_content_info, 1);
-        take_texts(*item, t);
-        for (size_t i = 0; i < std::size(n); ++i)
-            *numbers_of(*item)[i] = n[i];
-        share->content_info_list = g_list_prepend(share->content_info_list, item);
-        ++share->content_info_list_length;
-    }
-    share->content_info_list = g_list_reverse(share->content_info_list);
-    g_variant_iter_free(items);
-    g_variant_unref(variant);
-    __print_share_content_info_list(share);
-    ZEL_END();
-    return share;
-}
-
-side decode_variants(size_t items)
-{
-    const share_holder share = new_share(items);
-    GVariantBuilder list;
-    g_variant_builder_init(&list, G_VARIANT_TYPE("a(sssssssuuuu)"));
-    for (const GList *node = share->content_info_list; node; node = node->next) {
-        auto &item = *static_cast<zel_trans_content_info *>(node->data);
-        const auto t = texts_of(item);
-        const auto n = numbers_of(item);
-        g_variant_builder_add(&list, "(sssssssuuuu)", *t[0], *t[1], *t[2], *t[3], *t[4], *t[5], *t[6], *n[0], *n[1],
-                              *n[2], *n[3]);
-    }
-    const auto t = texts_of(*share);
-    GVariant *built = g_variant_new("(sssssta(sssssssuuuu))", *t[0], *t[1], *t[2], *t[3], *t[4],
-                                    static_cast<guint64>(share->expired_time), &list);
-    return decode_each([held = std::shared_ptr<GVariant>(g_variant_ref_sink(built), g_variant_unref)] {
-        return decode_variant(held.get());
+    return decode_each([share = new_share(items)] {
+        ZEL_BEGIN();
+        zel_trans_share_content_info *copy = copy_record(*share);
+        const auto copy_item = [](const void *item, void *) -> void * {
+            return copy_record(*static_cast<const zel_trans_content_info *>(item));
+        };
+        copy->content_info_list = g_list_copy_deep(share->content_info_list, copy_item, nullptr);
+        __print_share_content_info_list(copy);
+        ZEL_END();
+        return copy;
     });
 }
 
 const group measures([] {
     for (const size_t items : {10, 1000}) {
         const std::string share_of = "a share of " + std::to_string(items) + " items";
-        add({.name = "encoding: " + share_of + " / memcpy", .bound = 2.0, .make = [=] {
+        add({"encoding: " + share_of + " / memcpy", 2.0, [=] {
                  // The same memory for both: where the pieces lie decides what reading and writing them costs.
                  const share_holder share = new_share(items);
                  const buffer to = buffer_for(share);
-                 return sides{encode(share, to), copy_pieces(share, to)};
+                 return std::pair(encode(share, to), copy_pieces(share, to));
              }});
-        add({.name = "decoding: " + share_of + " / GVariant", .bound = 1.0, .make = [=] {
-                 return sides{decode(items), decode_variants(items)};
-             }});
+        add({"decoding: " + share_of + " / the same records copied", 1.2,
+             [=] { return std::pair(decode(items), copy_records(items)); }});
     }
     add_growth("encode an item", 10, [](size_t n) {
         const share_holder share = new_share(n);

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <regex>
+#include <sched.h>
 #include <vector>
 
 namespace bench
@@ -14,22 +14,17 @@ namespace bench
 namespace
 {
 
-struct options {
-    bool smoke = false;
-    std::string rows = "/dev/null"; /**< file that a JSON object a measure is appended to */
-};
-options chosen;
-
-/** Two for the step from one cache to the next: what grows faster than its work shows ten at least. */
+/** Two for the step from one cache to the next: what grows faster than its work shows a hundred. */
 constexpr double GROWTH_BOUND = 2.0;
 constexpr double FLAT_BOUND = 1.5;
 
-constexpr int REPETITIONS = 41;
-/** A ratio that is over its bound is measured once more, for longer; that figure counts. */
-constexpr int REPETITIONS_IN_DOUBT = 161;
+/** A ratio that is over its bound is measured once more, for so many times as long; that figure counts. */
+constexpr int IN_DOUBT = 4;
 constexpr double SECONDS_A_REPETITION = 0.002;
 
-/** What a row of the table comes from: judges, and prints it. */
+bool smoke;
+
+/** What a row of the table comes from: prints it, and says whether all is well. */
 struct row {
     std::string name;
     std::function<bool()> make;
@@ -48,107 +43,87 @@ std::vector<void (*)()> &groups()
     return all;
 }
 
-/** The medians of the sides, by name. */
+/** The median run of each side, by name. */
 class medians : public benchmark::BenchmarkReporter
 {
   public:
-    struct figures {
-        double time; /**< in nanoseconds */
-        double lines;
-    };
-
-    explicit medians(time_source source) : source_(source) {}
+    medians(const measure &measured, const std::pair<side, side> &sides, int repetitions)
+    {
+        // What is held up while the number of runs is looked for can end up with too few of them.
+        int attempts = 0;
+        do {
+            too_short_ = false;
+            for (const auto &[name, timed] : {std::pair("own", &sides.first), std::pair("peer", &sides.second)}) {
+                auto *added = benchmark::RegisterBenchmark(name, timed->run);
+                added->Repetitions(repetitions)->MinTime(smoke ? 1e-9 : SECONDS_A_REPETITION)->MeasureProcessCPUTime();
+                if (measured.sets_time)
+                    added->UseManualTime();
+                measured.configure(added);
+            }
+            benchmark::RunSpecifiedBenchmarks(this, ".");
+            benchmark::ClearRegisteredBenchmarks();
+        } while (too_short_ && !smoke && !measured.sets_time && ++attempts < 5);
+        const auto microseconds = [&](const char *name, const side &timed) {
+            const Run &median = of_.at(name);
+            return (measured.sets_time ? median.GetAdjustedRealTime() : median.GetAdjustedCPUTime()) / 1e3 /
+                   timed.items;
+        };
+        own = microseconds("own", sides.first);
+        peer = microseconds("peer", sides.second);
+        const auto lines = [&](const char *name) {
+            const auto &counters = of_.at(name).counters;
+            return counters.contains("lines") ? counters.at("lines").value : 0;
+        };
+        same_lines = sides.first.items != sides.second.items || lines("own") == lines("peer");
+    }
     bool ReportContext(const Context &) override
     {
         return true;
     }
     void ReportRuns(const std::vector<Run> &runs) override
     {
-        for (const Run &run : runs)
-            if (run.aggregate_name == "median") {
-                const auto lines = run.counters.find("lines");
-                of[run.run_name.function_name] = {source_ == time_source::manual ? run.GetAdjustedRealTime()
-                                                                                 : run.GetAdjustedCPUTime(),
-                                                  lines == run.counters.end() ? 0 : lines->second.value};
-            }
+        for (const Run &run : runs) {
+            const double time = run.GetAdjustedCPUTime() * static_cast<double>(run.iterations);
+            if (run.aggregate_name == "median")
+                of_[run.run_name.function_name] = run;
+            else if (run.run_type == Run::RT_Iteration)
+                too_short_ |= time < SECONDS_A_REPETITION * 1e9 / 4;
+        }
     }
-    std::map<std::string, figures> of;
+    double own, peer;
+    bool same_lines;
 
   private:
-    time_source source_;
+    std::map<std::string, Run> of_;
+    bool too_short_ = false;
 };
 
-medians medians_of(const measure &measured, const sides &made, int repetitions)
+/** As printed, to two places. */
+bool keeps_to(double bound, double own, double peer)
 {
-    for (const auto &[name, timed] : {std::pair("own", &made.own), std::pair("peer", &made.peer)}) {
-        auto *added = benchmark::RegisterBenchmark(name, timed->run);
-        added->Repetitions(repetitions)->MinTime(chosen.smoke ? 1e-9 : SECONDS_A_REPETITION);
-        if (measured.source == time_source::manual)
-            added->UseManualTime();
-        else if (measured.source == time_source::process)
-            added->MeasureProcessCPUTime();
-    }
-    medians reporter(measured.source);
-    benchmark::RunSpecifiedBenchmarks(&reporter, ".");
-    benchmark::ClearRegisteredBenchmarks();
-    return reporter;
+    return smoke || std::round(own / peer * 100) <= std::round(bound * 100);
 }
 
-/** Prints a row of the table and writes it once more as JSON; whether the ratio, as printed, keeps to the bound. */
-bool report(const std::string &name, double bound, double own, double peer, const char *unit)
+/** Prints a row of the table. */
+void report(const std::string &name, double bound, double own, double peer, const char *unit, const char *verdict)
 {
-    const double ratio = own / peer;
-    const bool judged = bound > NOT_JUDGED && !chosen.smoke;
-    const bool passed = !judged || std::round(ratio * 100) <= std::round(bound * 100);
-    std::printf("%-100s %6.2f %6.2f  %-4s %10.4g %s\n", name.c_str(), ratio, bound,
-                !judged  ? "-"
-                : passed ? "ok"
-                         : "OVER",
-                own, unit);
+    std::printf("%-84s %6.2f %6.2f  %-8s %10.4g %s\n", name.c_str(), own / peer, bound, verdict, own, unit);
     std::fflush(stdout);
-    std::FILE *file = std::fopen(chosen.rows.c_str(), "a");
-    require(file, "the file for the rows cannot be opened");
-    std::fprintf(file,
-                 R"({"name": "%s", "ratio": %.4f, "bound": %.2f, "own": %.6g, "peer": %.6g, "unit": "%s"})"
-                 "\n",
-                 name.c_str(), ratio, judged ? bound : 0, own, peer, unit);
-    std::fclose(file);
-    return passed;
 }
 
-bool run_measure(const measure &measured)
+bool run(const measure &measured)
 {
-    const sides made = measured.make();
-    medians found = medians_of(measured, made, chosen.smoke ? 2 : REPETITIONS);
-    const auto ratio = [&] { return found.of["own"].time / made.own.items / found.of["peer"].time * made.peer.items; };
-    if (measured.bound > NOT_JUDGED && !chosen.smoke && ratio() > measured.bound)
-        found = medians_of(measured, made, REPETITIONS_IN_DOUBT);
-    bool passed = report(measured.name, measured.bound, found.of["own"].time / made.own.items / 1e3,
-                         found.of["peer"].time / made.peer.items / 1e3, "us");
-    if (measured.same_lines && found.of["own"].lines != found.of["peer"].lines) {
-        std::printf("  %g log lines beside %g\n", found.of["own"].lines, found.of["peer"].lines);
-        passed = false;
-    }
-    return passed;
-}
-
-const char *value_of(const char *argument, const char *option)
-{
-    const size_t length = strlen(option);
-    return strncmp(argument, option, length) == 0 ? argument + length : nullptr;
-}
-
-bool read_options(int argc, char **argv)
-{
-    for (int i = 1; i < argc; ++i) {
-        if (strcmp(argv[i], "--smoke") == 0)
-            chosen.smoke = true;
-        else if (const char *rows = value_of(argv[i], "--rows="))
-            chosen.rows = rows;
-        else
-            return false;
-    }
-    return true;
+    const auto sides = measured.make();
+    medians found(measured, sides, smoke ? 2 : measured.repetitions);
+    if (!keeps_to(measured.bound, found.own, found.peer))
+        found = medians(measured, sides, IN_DOUBT * measured.repetitions);
+    const bool kept = keeps_to(measured.bound, found.own, found.peer);
+    report(measured.name, measured.bound, found.own, found.peer, "us",
+           !found.same_lines ? "LINES"
+           : !kept           ? "OVER"
+           : smoke           ? "-"
+                             : "ok");
+    return kept && found.same_lines;
 }
 
 } // namespace
@@ -160,42 +135,39 @@ group::group(void (*add_all)())
 
 void add(measure added)
 {
-    rows().push_back({added.name, [added] { return run_measure(added); }});
+    rows().push_back({added.name, [added] { return run(added); }});
+}
+
+void add_growth(const std::string &name, size_t n, std::function<side(size_t n)> make, bool flat)
+{
+    const size_t many = 100 * n;
+    add({"growth: " + name + (flat ? ", among " : ", each of ") + std::to_string(many) + " / " + std::to_string(n),
+         flat ? FLAT_BOUND : GROWTH_BOUND, [=] {
+             std::pair sides(make(many), make(n));
+             if (!flat) {
+                 sides.first.items = static_cast<double>(many);
+                 sides.second.items = static_cast<double>(n);
+             }
+             return sides;
+         }});
+}
+
+void add_memory(const std::string &name, double bound, std::function<std::pair<double, double>()> weigh)
+{
+    rows().push_back({"memory: " + name, [=] {
+                          const auto [own, peer] = weigh();
+                          const bool kept = keeps_to(bound, own, peer);
+                          report("memory: " + name, bound, own, peer, "bytes", kept ? "ok" : "OVER");
+                          return kept;
+                      }});
 }
 
 void add_check(const std::string &name, std::function<bool()> holds)
 {
     rows().push_back({name, [=] {
                           const bool held = holds();
-                          std::printf("%-100s %20s\n", name.c_str(), held ? "ok" : "NOT SO");
+                          report(name, 1, 1, 1, "", held ? "ok" : "NOT SO");
                           return held;
-                      }});
-}
-
-void add_growth(const std::string &name, size_t n, std::function<side(size_t n)> make, bool flat)
-{
-    const size_t many = 100 * n;
-    add({
-        .name =
-            "growth: " + name + (flat ? ", among " : ", each of ") + std::to_string(many) + " / " + std::to_string(n),
-        .bound = flat ? FLAT_BOUND : GROWTH_BOUND,
-        .make =
-            [=] {
-                sides made = {make(many), make(n)};
-                made.own.items = flat ? 1 : static_cast<double>(many);
-                made.peer.items = flat ? 1 : static_cast<double>(n);
-                return made;
-            },
-        .same_lines = false,
-    });
-}
-
-void add_memory(const std::string &name, double bound, std::function<weights()> weigh)
-{
-    const std::string full = "memory: " + name;
-    rows().push_back({full, [=] {
-                          const weights weighed = weigh();
-                          return report(full, bound, weighed.own, weighed.peer, "bytes");
                       }});
 }
 
@@ -212,15 +184,21 @@ void require(bool condition, const char *what)
 int main(int argc, char **argv)
 {
     using namespace bench;
-    std::vector<char *> arguments(argv, argv + argc);
     std::string interleaved = "--benchmark_enable_random_interleaving";
+    std::vector<char *> arguments(argv, argv + argc);
     arguments.push_back(interleaved.data());
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
-    if (!read_options(count, arguments.data())) {
-        std::fprintf(stderr, "usage: %s [--smoke] [--rows=FILE] [--benchmark_filter=REGEX]\n", argv[0]);
+    smoke = count == 2 && arguments[1] == std::string("--smoke");
+    if (count != 1 + smoke) {
+        std::fprintf(stderr, "usage: %s [--smoke] [--benchmark_filter=REGEX]\n", argv[0]);
         return 2;
     }
+    // On one processor a thread that hands over does not wait for another one to wake.
+    cpu_set_t here;
+    CPU_ZERO(&here);
+    CPU_SET(static_cast<size_t>(sched_getcpu()), &here);
+    require(sched_setaffinity(0, sizeof here, &here) == 0, "no processor can be chosen");
     for (const auto add_all : groups())
         add_all();
     const std::regex wanted(benchmark::GetBenchmarkFilter());

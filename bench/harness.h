@@ -17,28 +17,19 @@ namespace bench
 /** The log lines that the calling thread has written to the silent platform. */
 inline constinit thread_local size_t lines_written = 0;
 
-/** One side of a measure. */
+/** One side of a measure. Where both set the counter "lines", the log lines of a run, these have to be the same. */
 struct side {
     std::function<void(benchmark::State &)> run;
-    double items = 1; /**< the number of things that one operation handles */
+    double items = 1; /**< the number of things that one run handles */
 };
-
-struct sides {
-    side own;
-    side peer;
-};
-
-constexpr double NOT_JUDGED = 0;
-
-/** What is counted: the thread's CPU time; that of all threads; what the sides set themselves. */
-enum class time_source { thread, process, manual };
 
 struct measure {
     std::string name;
-    double bound; /**< highest ratio that passes; NOT_JUDGED: only shown */
-    std::function<sides()> make;
-    bool same_lines = true; /**< the peer writes as many log lines as the library */
-    time_source source = time_source::thread;
+    double bound; /**< highest ratio that passes */
+    std::function<std::pair<side, side>()> make;
+    std::function<void(benchmark::internal::Benchmark *)> configure = [](auto *) {};
+    int repetitions = 41;
+    bool sets_time = false; /**< the sides take their time themselves; else it is the CPU time of all threads */
 };
 
 /** Adds measures when the program has started. */
@@ -56,8 +47,8 @@ template <typename Setup> side repeat(Setup setup)
         const size_t before = lines_written;
         for (auto _ : state)
             operation();
-        state.counters["lines"] =
-            benchmark::Counter(static_cast<double>(lines_written - before), benchmark::Counter::kAvgIterations);
+        const auto lines = static_cast<double>(lines_written - before);
+        state.counters["lines"] = benchmark::Counter(lines, benchmark::Counter::kAvgIterations);
     }};
 }
 
@@ -67,15 +58,11 @@ template <typename Setup> side repeat(Setup setup)
  */
 void add_growth(const std::string &name, size_t n, std::function<side(size_t n)> make, bool flat = false);
 
+/** Bytes that the library holds beside those that the peer holds. */
+void add_memory(const std::string &name, double bound, std::function<std::pair<double, double>()> weigh);
+
 /** Something that is so or is not, whatever the time it takes. */
 void add_check(const std::string &name, std::function<bool()> holds);
-
-/** Bytes held by the two sides, which `weigh` compares. */
-struct weights {
-    double own;
-    double peer;
-};
-void add_memory(const std::string &name, double bound, std::function<weights()> weigh);
 
 /** Ends the program when something that a measure rests on is not so. */
 void require(bool condition, const char *what);

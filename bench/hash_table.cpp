@@ -15,48 +15,34 @@ namespace
 char value;
 
 struct peer_table {
-    explicit peer_table(GHashTable *made) : table(made)
-    {
-        pthread_mutex_init(&mutex, nullptr);
-    }
-    ~peer_table()
-    {
-        g_hash_table_destroy(table);
-        pthread_mutex_destroy(&mutex);
-    }
-    peer_table(const peer_table &) = delete;
-    peer_table &operator=(const peer_table &) = delete;
+    std::shared_ptr<GHashTable> table;
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 
-    pthread_mutex_t mutex;
-    GHashTable *table;
+    void write(void *key, void *stored)
+    {
+        ZEL_BEGIN();
+        ZEL_INFO("%p %p %p", static_cast<void *>(table.get()), key, stored);
+        pthread_mutex_lock(&mutex);
+        g_hash_table_insert(table.get(), key, stored);
+        pthread_mutex_unlock(&mutex);
+    }
+    void *read(const void *key)
+    {
+        ZEL_BEGIN();
+        pthread_mutex_lock(&mutex);
+        void *stored = g_hash_table_lookup(table.get(), key);
+        pthread_mutex_unlock(&mutex);
+        return stored;
+    }
+    void find_and_remove(GHRFunc predicate, void *key)
+    {
+        pthread_mutex_lock(&mutex);
+        void *stored = g_hash_table_lookup(table.get(), key);
+        if (stored && predicate(key, stored, key))
+            g_hash_table_remove(table.get(), key);
+        pthread_mutex_unlock(&mutex);
+    }
 };
-
-void peer_write(peer_table *table, void *key, void *stored)
-{
-    ZEL_BEGIN();
-    ZEL_INFO("%p %p %p", static_cast<void *>(table), key, stored);
-    pthread_mutex_lock(&table->mutex);
-    g_hash_table_insert(table->table, key, stored);
-    pthread_mutex_unlock(&table->mutex);
-}
-
-void *peer_read(peer_table *table, const void *key)
-{
-    ZEL_BEGIN();
-    pthread_mutex_lock(&table->mutex);
-    void *stored = g_hash_table_lookup(table->table, key);
-    pthread_mutex_unlock(&table->mutex);
-    return stored;
-}
-
-void peer_find_and_remove(peer_table *table, GHRFunc predicate, void *key)
-{
-    pthread_mutex_lock(&table->mutex);
-    void *stored = g_hash_table_lookup(table->table, key);
-    if (stored && predicate(key, stored, key))
-        g_hash_table_remove(table->table, key);
-    pthread_mutex_unlock(&table->mutex);
-}
 
 gboolean yes(void *, void *, void *)
 {
@@ -73,25 +59,22 @@ void *key_of(size_t i)
     return reinterpret_cast<void *>(i + 1);
 }
 
-using own_table_holder = std::shared_ptr<zel_hash_table>;
-using peer_table_holder = std::shared_ptr<peer_table>;
-
-own_table_holder new_own_table(size_t entries)
+std::shared_ptr<zel_hash_table> new_own_table(size_t entries)
 {
     zel_hash_table *table = nullptr;
     _common_init_hash_table(&table, nullptr, nullptr);
     require(table, "no hash table");
     for (size_t i = 0; i < entries; ++i)
         _common_write_to_hash_table(table, key_of(i), &value);
-    return own_table_holder(table, _common_deinit_hash_table);
+    return {table, _common_deinit_hash_table};
 }
 
-peer_table_holder new_peer_table(size_t entries)
+std::shared_ptr<peer_table> new_peer_table(size_t entries)
 {
     GHashTable *table = g_hash_table_new_full(g_direct_hash, g_direct_equal, nullptr, nullptr);
     for (size_t i = 0; i < entries; ++i)
         g_hash_table_insert(table, key_of(i), &value);
-    return std::make_shared<peer_table>(table);
+    return std::make_shared<peer_table>(std::shared_ptr<GHashTable>(table, g_hash_table_destroy));
 }
 
 /** Does something with one key after another, over and over. */
@@ -108,10 +91,8 @@ template <typename Make, typename Action> side with_each_key(Make make, size_t e
 
 template <typename Own, typename Peer> void add_beside(const std::string &action, size_t entries, Own own, Peer peer)
 {
-    add({.name = "hash table: " + action + ", " + std::to_string(entries) + " entries / GHashTable",
-         .bound = 1.2,
-         .make = [=] {
-             return sides{with_each_key(new_own_table, entries, own), with_each_key(new_peer_table, entries, peer)};
+    add({"hash table: " + action + ", " + std::to_string(entries) + " entries / GHashTable", 1.2, [=] {
+             return std::pair(with_each_key(new_own_table, entries, own), with_each_key(new_peer_table, entries, peer));
          }});
 }
 
@@ -124,16 +105,15 @@ template <typename Action> void add_walk(const char *name, Action action)
 }
 
 const group measures([] {
+    const auto read = [](zel_hash_table *table, void *key) {
+        require(_common_read_from_hash_table(table, key), "a missing key");
+    };
     for (const size_t entries : {10, 100000}) {
         add_beside(
             "write", entries, [](zel_hash_table *table, void *key) { _common_write_to_hash_table(table, key, &value); },
-            [](peer_table *table, void *key) { peer_write(table, key, &value); });
-        add_beside(
-            "read", entries,
-            [](zel_hash_table *table, void *key) {
-                require(_common_read_from_hash_table(table, key), "a missing key");
-            },
-            [](peer_table *table, void *key) { require(peer_read(table, key), "a missing key"); });
+            [](peer_table *table, void *key) { table->write(key, &value); });
+        add_beside("read", entries, read,
+                   [](peer_table *table, void *key) { require(table->read(key), "a missing key"); });
         add_beside(
             "find and remove, write back", entries,
             [](zel_hash_table *table, void *key) {
@@ -141,11 +121,10 @@ const group measures([] {
                 _common_write_to_hash_table(table, key, &value);
             },
             [](peer_table *table, void *key) {
-                peer_find_and_remove(table, yes, key);
-                peer_write(table, key, &value);
+                table->find_and_remove(yes, key);
+                table->write(key, &value);
             });
     }
-    const auto read = [](zel_hash_table *table, void *key) { _common_read_from_hash_table(table, key); };
     add_growth(
         "hash table read", 100, [=](size_t n) { return with_each_key(new_own_table, n, read); }, true);
     add_walk("find", [](zel_hash_table *table) { _common_find_in_hash_table(table, no, nullptr); });

@@ -3,6 +3,8 @@
 #include "harness.h"
 #include "zel_platform.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -84,10 +86,11 @@ void recording::note_prepared(const char *text, int length, sqlite3_stmt *statem
 void recording::replay(sqlite3 *database)
 {
     size_t prepared = 0;
+    const char *read = nullptr;
     for (const event &each : events_) {
         sqlite3_stmt **const statement = statements_.data() + std::max(each.which, 0);
         const text *const given = texts_.data() + std::max(each.which, 0);
-        bool as_before = true;
+        int result = each.detail;
         switch (each.what) {
         case call::log_line:
             dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): \n", "operation", 1);
@@ -95,16 +98,17 @@ void recording::replay(sqlite3 *database)
         case call::compose:
             composed_.push_back(compose(given->content.c_str(), given->arguments.data()));
             break;
+        case call::copy:
+            copies_.push_back(g_strdup(read));
+            break;
         case call::exec:
-            as_before = sqlite3_exec(database, given->content.c_str(), each.detail ? read_row_id : nullptr, nullptr,
-                                     nullptr) == SQLITE_OK;
+            sqlite3_exec(database, given->content.c_str(), each.detail ? read_row_id : nullptr, nullptr, nullptr);
             break;
         case call::prepare:
-            as_before = sqlite3_prepare_v2(database, given->content.c_str(), each.detail, &statements_[prepared++],
-                                           nullptr) == SQLITE_OK;
+            sqlite3_prepare_v2(database, given->content.c_str(), each.detail, &statements_[prepared++], nullptr);
             break;
         case call::step:
-            as_before = sqlite3_step(*statement) == each.detail;
+            result = sqlite3_step(*statement);
             break;
         case call::column_int:
             benchmark::DoNotOptimize(sqlite3_column_int(*statement, each.detail));
@@ -113,163 +117,123 @@ void recording::replay(sqlite3 *database)
             benchmark::DoNotOptimize(sqlite3_column_int64(*statement, each.detail));
             break;
         case call::column_text:
-            benchmark::DoNotOptimize(sqlite3_column_text(*statement, each.detail));
+            read = reinterpret_cast<const char *>(sqlite3_column_text(*statement, each.detail));
             break;
         case call::reset:
             sqlite3_reset(*statement);
             break;
         case call::finalize:
-            sqlite3_finalize(*statement);
+            result = sqlite3_finalize(*statement);
             break;
         }
-        require(as_before, "another answer than the recorded one");
+        require(result == each.detail, "another answer than the recorded one");
     }
     for (char *each : composed_)
         sqlite3_free(each);
     composed_.clear();
 }
 
+void recording::release()
+{
+    for (char *each : copies_)
+        g_free(each);
+    copies_.clear();
+}
+
 std::string recording::shape() const
 {
-    struct statement {
-        bool inserts = false, prepared = false, to_the_end = false;
-        int steps = 0, rows = 0, first_columns = 0, columns = 0;
-
-        std::string shape() const
-        {
-            if (!prepared)
-                return inserts ? "insert" : "exec";
-            const int later = rows > 1 ? (columns - first_columns) / (rows - 1) : first_columns;
-            const int other_steps = steps - rows - to_the_end;
-            const int other_columns = columns - first_columns - later * std::max(rows - 1, 0);
-            return (rows == 0 ? "no row"
-                              : (to_the_end  ? "rows of "
-                                 : rows == 1 ? "row of "
-                                             : "some rows of ") +
-                                    std::to_string(later)) +
-                   (first_columns != later ? " (first " + std::to_string(first_columns) + ")" : "") +
-                   (other_steps ? " +" + std::to_string(other_steps) + " steps" : "") +
-                   (other_columns ? " +" + std::to_string(other_columns) + " columns" : "");
-        }
-    };
-    std::vector<statement> all;
-    std::vector<size_t> prepared; // where in `all` each stands
+    std::vector<std::pair<std::string, int>> parts; // with the number of columns
+    int statements = 0;
     int texts = 0;
-    int finalized = 0;
     for (const event &each : events_) {
-        statement *const of =
-            each.what >= call::step && each.which >= 0 ? &all[prepared[static_cast<size_t>(each.which)]] : nullptr;
+        statements += each.what == call::exec || each.what == call::prepare;
         texts += each.what == call::compose;
-        finalized += each.what == call::finalize;
-        if (each.what == call::exec) {
-            all.push_back({.inserts = each.detail != 0});
-        } else if (each.what == call::prepare) {
-            prepared.push_back(all.size());
-            all.push_back({.prepared = true});
-        } else if (of && each.what == call::step) {
-            ++of->steps;
-            of->rows += each.detail == SQLITE_ROW;
-            of->to_the_end = each.detail == SQLITE_DONE;
-        } else if (of && each.what >= call::column_int && each.what <= call::column_text) {
-            ++of->columns;
-            of->first_columns += of->rows == 1;
-        }
+        if (each.what == call::exec)
+            parts.emplace_back(each.detail ? "insert" : "exec", 0);
+        else if (each.what == call::step)
+            parts.emplace_back(each.detail == SQLITE_ROW ? "row of " : "end", 0);
+        else if (each.what >= call::column_int && each.what <= call::column_text)
+            ++parts.back().second;
     }
-    std::vector<std::pair<std::string, int>> parts;
-    for (const statement &each : all) {
-        if (parts.empty() || parts.back().first != each.shape())
-            parts.emplace_back(each.shape(), 0);
-        ++parts.back().second;
-    }
-    std::string joined;
-    for (const auto &[part, count] : parts)
-        joined += (joined.empty() ? "" : ", ") + (count > 1 ? std::to_string(count) + " times " : "") + part;
-    const auto other = [&](int count, const char *what) {
-        joined += count ? " +" + std::to_string(count) + " " + what : "";
-    };
-    other(texts - static_cast<int>(all.size()), "texts");
-    other(finalized - static_cast<int>(prepared.size()), "finalized");
-    return joined;
+    parts.erase(std::unique(parts.begin(), parts.end()), parts.end());
+    std::string all;
+    for (const auto &[part, columns] : parts)
+        all += (all.empty() ? "" : ", ") + part + (part == "row of " ? std::to_string(columns) : "");
+    return all + (statements > 1 ? " by " + std::to_string(statements) + " statements" : "") +
+           (texts != statements ? " of " + std::to_string(texts) + " texts" : "");
 }
 
 } // namespace bench
 
 /* The stand-ins, which the linker puts between the static objects and what they call. */
 
-using call = bench::recording::call;
+using bench::recording;
+using call = recording::call;
 
 extern "C" {
 
-#define REAL(name) decltype(name) __real_##name
-REAL(sqlite3_vmprintf);
-REAL(sqlite3_exec);
-REAL(sqlite3_prepare_v2);
-REAL(sqlite3_step);
-REAL(sqlite3_column_int);
-REAL(sqlite3_column_int64);
-REAL(sqlite3_column_text);
-REAL(sqlite3_reset);
-REAL(sqlite3_finalize);
-
+char *__real_sqlite3_vmprintf(const char *format, va_list arguments);
 char *__wrap_sqlite3_vmprintf(const char *format, va_list arguments)
 {
-    if (bench::recording::current) {
+    if (recording::current) {
         va_list copy;
         va_copy(copy, arguments);
-        bench::recording::current->note_composed(format, copy);
+        recording::current->note_composed(format, copy);
         va_end(copy);
     }
     return __real_sqlite3_vmprintf(format, arguments);
 }
 
+decltype(sqlite3_exec) __real_sqlite3_exec;
 int __wrap_sqlite3_exec(sqlite3 *database, const char *text, int (*callback)(void *, int, char **, char **), void *data,
                         char **message)
 {
-    if (bench::recording::current)
-        bench::recording::current->note_text(call::exec, text, callback != nullptr);
+    if (recording::current)
+        recording::current->note_text(call::exec, text, callback != nullptr);
     return __real_sqlite3_exec(database, text, callback, data, message);
 }
 
+decltype(sqlite3_prepare_v2) __real_sqlite3_prepare_v2;
 int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *text, int length, sqlite3_stmt **statement,
                               const char **tail)
 {
     const int result = __real_sqlite3_prepare_v2(database, text, length, statement, tail);
-    if (bench::recording::current)
-        bench::recording::current->note_prepared(text, length, *statement);
+    if (recording::current)
+        recording::current->note_prepared(text, length, *statement);
     return result;
 }
 
-int __wrap_sqlite3_step(sqlite3_stmt *statement)
-{
-    const int result = __real_sqlite3_step(statement);
-    if (bench::recording::current)
-        bench::recording::current->note(call::step, statement, result);
-    return result;
-}
-
-#define COLUMN(type)                                                                                                   \
-    decltype(sqlite3_column_##type(nullptr, 0)) __wrap_sqlite3_column_##type(sqlite3_stmt *statement, int column)      \
+#define OF_STATEMENT(name)                                                                                             \
+    decltype(sqlite3_##name) __real_sqlite3_##name;                                                                    \
+    int __wrap_sqlite3_##name(sqlite3_stmt *statement)                                                                 \
     {                                                                                                                  \
-        if (bench::recording::current)                                                                                 \
-            bench::recording::current->note(call::column_##type, statement, column);                                   \
-        return __real_sqlite3_column_##type(statement, column);                                                        \
+        const int result = __real_sqlite3_##name(statement);                                                           \
+        if (recording::current)                                                                                        \
+            recording::current->note(call::name, statement, result);                                                   \
+        return result;                                                                                                 \
     }
-COLUMN(int)
-COLUMN(int64)
-COLUMN(text)
+OF_STATEMENT(step)
+OF_STATEMENT(reset)
+OF_STATEMENT(finalize)
 
-int __wrap_sqlite3_reset(sqlite3_stmt *statement)
-{
-    if (bench::recording::current)
-        bench::recording::current->note(call::reset, statement);
-    return __real_sqlite3_reset(statement);
-}
+#define OF_COLUMN(name)                                                                                                \
+    decltype(sqlite3_##name) __real_sqlite3_##name;                                                                    \
+    decltype(sqlite3_##name(nullptr, 0)) __wrap_sqlite3_##name(sqlite3_stmt *statement, int column)                    \
+    {                                                                                                                  \
+        if (recording::current)                                                                                        \
+            recording::current->note(call::name, statement, column);                                                   \
+        return __real_sqlite3_##name(statement, column);                                                               \
+    }
+OF_COLUMN(column_int)
+OF_COLUMN(column_int64)
+OF_COLUMN(column_text)
 
-int __wrap_sqlite3_finalize(sqlite3_stmt *statement)
+char *__real_g_strdup(const char *text);
+char *__wrap_g_strdup(const char *text)
 {
-    if (bench::recording::current)
-        bench::recording::current->note(call::finalize, statement);
-    return __real_sqlite3_finalize(statement);
+    if (recording::current)
+        recording::current->note(call::copy);
+    return __real_g_strdup(text);
 }
 
 /* The platform: silent, and as cheap as it can be. */
@@ -277,8 +241,8 @@ int __wrap_sqlite3_finalize(sqlite3_stmt *statement)
 int dlog_print(log_priority, const char *, const char *, ...)
 {
     ++bench::lines_written;
-    if (bench::recording::current)
-        bench::recording::current->note(call::log_line);
+    if (recording::current)
+        recording::current->note(call::log_line);
     return 0;
 }
 

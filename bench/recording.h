@@ -26,15 +26,30 @@ class recording
     /** Asks the same; each answer has to be the recorded one. */
     void replay(sqlite3 *database);
 
+    /** Frees the copies of texts that are the last replay's result. */
+    void release();
+
     /**
-     * How each statement is used, in their order, whatever the number of rows: "exec"; "insert"; "row of 1", a
-     * prepared one that is stepped once, one column being read; "rows of 17", stepped to its end, 17 columns being read
-     * of each row ("rows of 1 (first 2)": of the first row 2); "some rows of 3", stepped more than once and not to its
-     * end; "no row". The same several times over stands once. What is asked besides is counted: "+2 steps".
+     * What was asked, in its order and whatever the number of rows: "exec", "insert", for each step "row of 17", 17
+     * columns being read, or "end"; what comes several times in a row stands once. Behind it the number of statements
+     * that were run, if more than one, and of the texts composed, if another.
      */
     std::string shape() const;
 
-    enum class call { log_line, compose, exec, prepare, step, column_int, column_int64, column_text, reset, finalize };
+    /** copy: of the text that was read last. From step on: of a prepared statement. */
+    enum class call {
+        log_line,
+        compose,
+        copy,
+        exec,
+        prepare,
+        step,
+        column_int,
+        column_int64,
+        column_text,
+        reset,
+        finalize
+    };
 
     /* Called by the stand-ins for what is recorded. */
     void note(call what, const sqlite3_stmt *statement = nullptr, int detail = 0);
@@ -49,7 +64,8 @@ class recording
     struct event {
         call what;
         int which;  /**< of the statements prepared, or of the texts */
-        int detail; /**< of a step its result, of a column its number, of a prepare the length, of an exec its callback
+        int detail; /**< of a step or finalize its result, of a column its number, of a prepare the length, of an exec
+                     * its callback
                      */
     };
     struct text {
@@ -61,6 +77,7 @@ class recording
     std::list<std::string> strings_; /**< which arguments point to */
     std::vector<sqlite3_stmt *> statements_;
     std::vector<char *> composed_; /**< which live to the end, as they do in an operation */
+    std::vector<char *> copies_;
 };
 
 } // namespace bench

@@ -1,11 +1,10 @@
 /* Copy and release of a request beside the same allocations and copies by hand. */
 
 #include "harness.h"
-#include "samples.h"
 #include "zel_common_log/trace.h"
 #include "zel_common_request.h"
 
-#include <cstdlib>
+#include <array>
 #include <fstream>
 #include <memory>
 
@@ -15,12 +14,17 @@ namespace bench
 namespace
 {
 
-GList *texts(const char *each, size_t count)
+constexpr char URL[] = "https://files.example.org/v1/contents/4f1c9a7e2b5d4803/0001";
+
+auto texts_of(zel_request &request)
 {
-    GList *list = nullptr;
-    for (size_t i = 0; i < count; ++i)
-        list = g_list_prepend(list, g_strdup(each));
-    return list;
+    return std::array{&request.description,    &request.local_path,   &request.url,
+                      &request.contents_token, &request.folder_token, &request.group_id};
+}
+
+auto lists_of(zel_request &request)
+{
+    return std::array{&request.receiver_list, &request.url_list, &request.file_list};
 }
 
 using request_holder = std::shared_ptr<zel_request>;
@@ -29,15 +33,11 @@ request_holder new_request(size_t files)
 {
     auto *request = g_new0(zel_request, 1);
     request->cmd = ZEL_CMD_UPLOAD;
-    request->description = g_strdup(DESCRIPTION);
-    request->local_path = g_strdup(LOCAL_PATH);
-    request->url = g_strdup(URL);
-    request->contents_token = g_strdup(TOKEN);
-    request->folder_token = g_strdup(TOKEN);
-    request->group_id = g_strdup(TOKEN);
-    request->receiver_list = texts(NUMBER, files);
-    request->url_list = texts(URL, files);
-    request->file_list = texts(LOCAL_PATH, files);
+    for (char **text : texts_of(*request))
+        *text = g_strdup(URL);
+    for (GList **list : lists_of(*request))
+        for (size_t i = 0; i < files; ++i)
+            *list = g_list_prepend(*list, g_strdup(URL));
     app_control_clone(&request->caller, nullptr);
     return request_holder(request, _common_free_zel_request);
 }
@@ -53,56 +53,41 @@ side copy_and_release(const request_holder &request)
     });
 }
 
-GList *copy_texts_by_hand(const GList *source)
+GList *copy_texts_by_hand(GList *source)
 {
     ZEL_BEGIN();
-    GList *copy = nullptr;
-    for (; source; source = source->next)
-        copy = g_list_prepend(copy, g_strdup(static_cast<const char *>(source->data)));
-    copy = g_list_reverse(copy);
+    const auto copy_text = [](const void *text, void *) -> void * { return g_strdup(static_cast<const char *>(text)); };
+    GList *copy = g_list_copy_deep(source, copy_text, nullptr);
     ZEL_END();
     return copy;
 }
 
 /* Not inlined: a copy that the compiler sees thrown away is one that it does not make. */
 
-[[gnu::noinline]] void copy_by_hand(const zel_request *source, zel_request *copy)
+[[gnu::noinline]] void copy_by_hand(const zel_request &source, zel_request &copy)
 {
     ZEL_BEGIN();
-    *copy = *source;
-    copy->description = g_strdup(source->description);
-    copy->local_path = g_strdup(source->local_path);
-    copy->url = g_strdup(source->url);
-    copy->contents_token = g_strdup(source->contents_token);
-    copy->folder_token = g_strdup(source->folder_token);
-    copy->group_id = g_strdup(source->group_id);
-    copy->receiver_list = copy_texts_by_hand(source->receiver_list);
-    copy->url_list = copy_texts_by_hand(source->url_list);
-    copy->file_list = copy_texts_by_hand(source->file_list);
-    const int result = app_control_clone(&copy->caller, source->caller);
+    copy = source;
+    for (char **text : texts_of(copy))
+        *text = g_strdup(*text);
+    for (GList **list : lists_of(copy))
+        *list = copy_texts_by_hand(*list);
+    const int result = app_control_clone(&copy.caller, source.caller);
     ZEL_DEBUG("app_control_clone result : [%d]", result);
     ZEL_END();
 }
 
-[[gnu::noinline]] void release_by_hand(zel_request *request)
+[[gnu::noinline]] void release_by_hand(zel_request &request)
 {
     ZEL_BEGIN();
-    g_free(request->local_path);
-    g_free(request->url);
-    g_free(request->contents_token);
-    g_free(request->folder_token);
-    g_free(request->description);
-    g_free(request->group_id);
+    for (char **text : texts_of(request))
+        g_free(*text);
     ZEL_DEBUG("g_list_free_full");
-    g_list_free_full(request->receiver_list, g_free);
-    g_list_free_full(request->url_list, g_free);
-    g_list_free_full(request->file_list, g_free);
-    g_list_free_full(request->server_file_list, g_free);
+    for (GList **list : lists_of(request))
+        g_list_free_full(*list, g_free);
     ZEL_DEBUG("destroy app control");
-    const int result = app_control_destroy(request->caller);
+    const int result = app_control_destroy(request.caller);
     ZEL_DEBUG("app_control_destroy ret[%d]", result);
-    g_free(request->list_next);
-    g_free(request->list_more);
     ZEL_END();
 }
 
@@ -111,19 +96,17 @@ side copy_and_release_by_hand(const request_holder &request)
     return repeat([=] {
         return [=] {
             zel_request copy;
-            copy_by_hand(request.get(), &copy);
-            release_by_hand(&copy);
+            copy_by_hand(*request, copy);
+            release_by_hand(copy);
         };
     });
 }
 
 const group measures([] {
     for (const size_t files : {1, 10})
-        add({.name = "request: copy and release, lists of " + std::to_string(files) + " / by hand",
-             .bound = 1.1,
-             .make = [=] {
+        add({"request: copy and release, lists of " + std::to_string(files) + " / by hand", 1.1, [=] {
                  const request_holder request = new_request(files);
-                 return sides{copy_and_release(request), copy_and_release_by_hand(request)};
+                 return std::pair(copy_and_release(request), copy_and_release_by_hand(request));
              }});
     add_growth("copy and release a request's files", 10, [](size_t n) { return copy_and_release(new_request(n)); });
     add_growth("numbering of a file whose numbers are taken", 10, [](size_t n) {

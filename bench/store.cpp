@@ -28,21 +28,32 @@ namespace
 
 constexpr int MANY = 1000;
 
+struct setting {
+    const char *name;
+    double bound;
+    int repetitions;
+    int copies;  /**< of each row */
+    size_t text; /**< bytes of each text in a row or a call */
+};
+constexpr setting FEW_ROWS = {"few rows", 1.1, 41, 1, 40};
+constexpr setting MANY_ROWS = {"many rows", 1.3, 11, MANY, 40};
+constexpr setting LONG_TEXTS = {"long texts", 2.0, 11, 1, 20000};
+
 /** A file to start from again and again; there is one database open at a time. */
 class world
 {
   public:
-    /** Each text of a row and a call is `word`. */
-    world(std::string word, int copies) : word_(std::move(word))
+    explicit world(const setting &with) : word_(with.text, 'w')
     {
         std::filesystem::remove_all(zel_test::database_folder);
         std::filesystem::create_directories(zel_test::database_folder);
         zel_test::word = word_.c_str();
         require(_common_storage_init() == ZEL_ERR_NONE, "the store cannot be opened");
         zel_test::furnish();
-        multiply(copies);
+        multiply(with.copies);
         close();
-        bytes_ = content();
+        std::ifstream in(zel_test::database_file, std::ios::binary);
+        bytes_.assign(std::istreambuf_iterator<char>(in), {});
     }
 
     void open() const
@@ -60,10 +71,6 @@ class world
         require(sqlite3_close(_g_sqlite_handle) == SQLITE_OK, "a statement was not finalized");
         _g_sqlite_handle = nullptr;
     }
-    bool has_changed() const
-    {
-        return content() != bytes_;
-    }
 
   private:
     /** All rows but those of the groups of receivers, of which there are nine at most. */
@@ -80,32 +87,15 @@ class world
                               table + "')") +
                     " FROM copy, " + table + " WHERE x <= " + std::to_string(copies));
     }
-    static std::string content()
-    {
-        std::ifstream in(zel_test::database_file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
 
     std::string word_;
     std::string bytes_;
 };
 
-const world &few_rows()
+const world &world_of(const setting &with)
 {
-    static const world made(std::string(40, 'w'), 1);
-    return made;
-}
-
-const world &many_rows()
-{
-    static const world made(std::string(40, 'w'), MANY);
-    return made;
-}
-
-const world &long_texts()
-{
-    static const world made(std::string(20000, 'w'), 1);
-    return made;
+    static std::map<const setting *, world> all;
+    return all.try_emplace(&with, with).first->second;
 }
 
 double now()
@@ -138,7 +128,7 @@ struct run_of {
           }))
     {
         world::close();
-        writes = in.has_changed();
+        writes = asked.shape().find("exec") != std::string::npos || asked.shape().find("insert") != std::string::npos;
     }
     double loops = 0;
     recording asked;
@@ -166,21 +156,24 @@ std::string short_name(const zel_test::invocation &call)
     return name.starts_with(head) ? name.substr(head.size()) : name;
 }
 
-void add_beside(const zel_test::invocation &call, const std::string &where, const world &(*in)(), double bound)
+void add_beside(const zel_test::invocation &call, const setting &with)
 {
-    add({.name = "store, " + where + ": " + short_name(call),
-         .bound = bound,
-         .make =
-             [=] {
-                 const auto run = std::make_shared<run_of>(in(), call);
-                 return sides{in_world(in(), run, [=] { return time_of(call); }), in_world(in(), run, [run] {
-                                  const double start = now();
-                                  run->asked.replay(_g_sqlite_handle);
-                                  return now() - start;
-                              })};
-             },
-         .same_lines = false, // they are replayed too
-         .source = time_source::manual});
+    const auto make = [=, &with] {
+        const world &in = world_of(with);
+        const auto run = std::make_shared<run_of>(in, call);
+        return std::pair(in_world(in, run, [=] { return time_of(call); }), in_world(in, run, [run] {
+                             const double start = now();
+                             run->asked.replay(_g_sqlite_handle);
+                             const double time = now() - start;
+                             run->asked.release();
+                             return time;
+                         }));
+    };
+    add({.name = std::string("store, ") + with.name + ": " + short_name(call),
+         .bound = with.bound,
+         .make = make,
+         .repetitions = with.repetitions,
+         .sets_time = true});
 }
 
 /** The first row of each operation. */
@@ -200,22 +193,21 @@ bool calls_are_as_kept()
     constexpr size_t WIDTH = 120;
     std::map<std::string, std::string> operations; // by what they ask
     for (const zel_test::invocation &call : calls()) {
-        const run_of few(few_rows(), call), many(many_rows(), call);
+        const run_of few(world_of(FEW_ROWS), call), many(world_of(MANY_ROWS), call);
         const double growth = many.loops / few.loops;
         std::string asked = few.asked.shape();
         if (const std::string other = many.asked.shape(); other != asked)
             asked += " (many rows: " + other + ")";
-        std::string &names = operations[asked + (growth < 2                  ? ""
-                                                 : growth < MANY + MANY / 10 ? ", passes by all rows"
-                                                                             : ", GROWS FASTER THAN THE ROWS")];
+        asked += growth < 2 ? "" : growth < MANY + MANY / 10 ? ", passes by all rows" : ", GROWS FASTER THAN THE ROWS";
+        std::string &entry = operations.try_emplace(asked, asked + ":").first->second;
         const std::string name = short_name(call);
-        const size_t line = names.size() - names.rfind('\n') - 1;
-        names += (names.empty() || line + name.size() + 1 > WIDTH ? "\n    " : " ") + name;
+        const size_t line = entry.size() - (entry.rfind('\n') + 1);
+        entry += (line + 1 + name.size() > WIDTH ? "\n    " : " ") + name;
     }
     const std::string file = ZEL_BENCH_BUILD "/store_calls.txt";
     std::ofstream out(file);
-    for (const auto &[asked, names] : operations)
-        out << asked << names << "\n";
+    for (const auto &[asked, entry] : operations)
+        out << entry << "\n";
     out.close();
     return std::system(("diff -u " ZEL_BENCH_SOURCE "/store_calls.txt " + file).c_str()) == 0;
 }
@@ -223,9 +215,8 @@ bool calls_are_as_kept()
 const group measures([] {
     add_check("store: each operation asks SQLite as store_calls.txt says", calls_are_as_kept);
     for (const zel_test::invocation &call : calls()) {
-        add_beside(call, "few rows", few_rows, 1.1);
-        add_beside(call, "many rows", many_rows, 1.5);
-        add_beside(call, "long texts", long_texts, 2.5);
+        for (const setting *with : {&FEW_ROWS, &MANY_ROWS, &LONG_TEXTS})
+            add_beside(call, *with);
     }
 });
 
