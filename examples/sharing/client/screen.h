@@ -1,0 +1,63 @@
+/*
+ * How a request's progress is shown. On a terminal that has room, what is on its way has a bar at the bottom, with a
+ * line for the whole below; what is through goes up as a line. Elsewhere there is a line whenever something notable
+ * has happened.
+ */
+#ifndef SHARING_CLIENT_SCREEN_H
+#define SHARING_CLIENT_SCREEN_H
+
+#include <chrono>
+#include <deque>
+#include <map>
+
+#include "session.h"
+
+namespace sharing
+{
+
+class screen
+{
+  public:
+    /** @param tells_old whether what was through before it was looked at for the first time is worth a line */
+    explicit screen(bool tells_old);
+
+    /** Shows how far a request is, in place of what was shown of it before. */
+    void show(const request &state);
+
+    /** Leaves what was shown standing, without the bars. */
+    void end();
+
+  private:
+    struct last_shown {
+        zel_file_sync_status status = ZEL_SYNC_TODO;
+        unsigned int retries = 0;
+        unsigned int quarter = 0;
+        bool operator==(const last_shown &) const = default;
+    };
+
+    void show_lines(const request &state);
+    std::string summary(const request &state);
+
+    const bool tells_old_;
+    bool has_bars_ = false;
+    size_t rows_ = 24;
+    size_t lines_drawn_ = 0;
+    std::map<unsigned int, last_shown> shown_;
+    std::deque<std::pair<std::chrono::steady_clock::time_point, unsigned long long>> sent_; /**< of the last seconds */
+};
+
+/** Bytes of all files of a request that have passed, of a hundred. */
+unsigned int percentage_of(const request &state);
+
+/** A text from outside as it can be printed, cut to a number of columns and padded to it (0: neither). */
+std::string printable(const std::string &text, size_t columns = 0);
+
+/** "1 file", "2 files". */
+std::string counted(unsigned long long number, const std::string &what);
+
+/** "1.5 MB" */
+std::string size_text(unsigned long long bytes);
+
+} // namespace sharing
+
+#endif

@@ -1,0 +1,147 @@
+#include "clients.h"
+
+#include <string>
+#include <unistd.h>
+
+#include "bus.h"
+#include "share_message.h"
+
+namespace sharing
+{
+
+namespace
+{
+
+/** Fills a request from the arguments of a call; false when there is no such method. */
+bool fill(zel_request &request, const std::string &method, GVariant *arguments)
+{
+    const std::pair<const char *, zel_cmd> commands[] = {{"Pause", ZEL_CMD_UPLOAD_PAUSE},
+                                                         {"Resume", ZEL_CMD_UPLOAD_RESUME},
+                                                         {"Cancel", ZEL_CMD_UPLOAD_CANCEL},
+                                                         {"Describe", ZEL_CMD_GET_UPLOAD_INFO},
+                                                         {"Send", ZEL_CMD_UPLOAD},
+                                                         {"List", ZEL_CMD_GET_UPLOAD_LIST},
+                                                         {"Inbox", ZEL_CMD_GET_SHARE_CONTENT_LIST},
+                                                         {"Get", ZEL_CMD_DOWNLOAD},
+                                                         {"Recent", ZEL_CMD_GET_RECENT_RECIPIENT_MSISDN_LIST},
+                                                         {"Forget", ZEL_CMD_DEACTIVATE}};
+    request.cmd = ZEL_CMD_UNKNOWN;
+    for (const auto &[name, command] : commands)
+        if (method == name)
+            request.cmd = command;
+    if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(u)")))
+        g_variant_get(arguments, "(u)", &request.req_id);
+    if (request.cmd == ZEL_CMD_DOWNLOAD)
+        g_variant_get(arguments, "(s^ay)", &request.contents_token, &request.local_path);
+    if (request.cmd == ZEL_CMD_UPLOAD) {
+        gchar **files = nullptr;
+        gchar **recipients = nullptr;
+        g_variant_get(arguments, "(^aay^ass)", &files, &recipients, &request.description);
+        for (gchar **file = files; *file; ++file)
+            request.file_list = g_list_append(request.file_list, *file);
+        for (gchar **recipient = recipients; *recipient; ++recipient)
+            request.receiver_list = g_list_append(request.receiver_list, *recipient);
+        g_free(files); // the strings are the request's
+        g_free(recipients);
+        request.file_count = g_list_length(request.file_list);
+        request.receiver_count = g_list_length(request.receiver_list);
+        request.type = QUILLO_APP_TYPE;
+    }
+    return request.cmd != ZEL_CMD_UNKNOWN;
+}
+
+} // namespace
+
+void clients::open(taker takes)
+{
+    takes_ = std::move(takes);
+    description_ = g_dbus_node_info_new_for_xml(bus::description, nullptr);
+    unlink(bus::socket_name); // the state folder is ours alone: a socket there is of a service that died
+    GDBusAuthObserver *observer = g_dbus_auth_observer_new();
+    g_signal_connect(observer, "allow-mechanism",
+                     G_CALLBACK(+[](GDBusAuthObserver *, const char *mechanism, void *) -> gboolean {
+                         return g_str_equal(mechanism, "EXTERNAL");
+                     }),
+                     nullptr);
+    char *guid = g_dbus_generate_guid();
+    GError *error = nullptr;
+    server_ =
+        g_dbus_server_new_sync((std::string("unix:path=") + bus::socket_name).c_str(),
+                               G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER, guid, observer, nullptr, &error);
+    g_free(guid);
+    g_object_unref(observer);
+    if (!server_) {
+        const failure reason(ZEL_ERR_SOCKET_FAILURE, error->message);
+        g_error_free(error);
+        throw reason;
+    }
+    g_signal_connect(server_, "new-connection",
+                     G_CALLBACK(+[](GDBusServer *, GDBusConnection *connection, void *self) -> gboolean {
+                         static_cast<clients *>(self)->come_in(connection);
+                         return TRUE;
+                     }),
+                     this);
+    g_dbus_server_start(server_);
+}
+
+void clients::come_in(GDBusConnection *connection)
+{
+    static const GDBusInterfaceVTable methods = {.method_call =
+                                                     [](GDBusConnection *, const char *, const char *, const char *,
+                                                        const char *method, GVariant *arguments,
+                                                        GDBusMethodInvocation *invocation, void *self) {
+                                                         zel_request request = {};
+                                                         if (fill(request, method, arguments))
+                                                             static_cast<clients *>(self)->takes_(request, invocation);
+                                                         _common_free_zel_request_members(&request);
+                                                     },
+                                                 .get_property = nullptr,
+                                                 .set_property = nullptr,
+                                                 .padding = {}};
+    g_dbus_connection_register_object(connection, bus::object, description_->interfaces[0], &methods, this, nullptr,
+                                      nullptr);
+    g_signal_connect(connection, "closed", G_CALLBACK(+[](GDBusConnection *gone, gboolean, GError *, void *self) {
+                         auto &me = *static_cast<clients *>(self);
+                         const std::lock_guard lock(me.mutex_);
+                         if (me.connections_.erase(gone) > 0)
+                             g_object_unref(gone);
+                     }),
+                     this);
+    const std::lock_guard lock(mutex_);
+    connections_.insert(static_cast<GDBusConnection *>(g_object_ref(connection)));
+}
+
+void clients::tell(const char *signal, GVariant *parameters)
+{
+    g_variant_ref_sink(parameters);
+    const std::lock_guard lock(mutex_);
+    for (GDBusConnection *connection : connections_) // one that has just gone misses nothing
+        g_dbus_connection_emit_signal(connection, nullptr, bus::object, bus::interface, signal, parameters, nullptr);
+    g_variant_unref(parameters);
+}
+
+bool clients::is_empty()
+{
+    const std::lock_guard lock(mutex_);
+    return connections_.empty();
+}
+
+void clients::close()
+{
+    g_dbus_server_stop(server_);
+}
+
+clients::~clients()
+{
+    if (server_)
+        g_object_unref(server_);
+    for (GDBusConnection *connection : connections_) {
+        g_signal_handlers_disconnect_by_data(connection, this);
+        g_dbus_connection_flush_sync(connection, nullptr, nullptr);
+        g_object_unref(connection);
+    }
+    if (description_)
+        g_dbus_node_info_unref(description_);
+}
+
+} // namespace sharing

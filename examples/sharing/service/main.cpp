@@ -1,0 +1,149 @@
+/*
+ * sharingd: the sharing service of one user.
+ */
+#include "command_line.h"
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <glib-unix.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include "bus.h"
+#include "clients.h"
+#include "service.h"
+
+namespace fs = std::filesystem;
+using namespace sharing;
+
+namespace
+{
+
+constexpr char trace_file[] = "trace.log";
+constexpr char last_trace_file[] = "trace.old.log";
+constexpr off_t longest_trace = off_t{4} * 1024 * 1024;
+
+/** Where complaints go; standard error itself becomes the trace. */
+int complaints = STDERR_FILENO;
+
+/** Makes the state folder the working directory, with nobody else in it. */
+void enter(const std::string &state)
+{
+    if (fs::path(ZEL_APPS_ROOT).is_absolute())
+        throw failure(ZEL_ERR_STORAGE_INIT_FAILURE, "This build keeps its database below " ZEL_APPS_ROOT
+                                                    ", which an example must not touch; configure "
+                                                    "it with -DZEL_APPS_ROOT=apps/, as script/demo does.");
+    umask(077);
+    fs::create_directories(state);
+    struct stat folder = {};
+    if (stat(state.c_str(), &folder) != 0 || folder.st_uid != getuid() || (folder.st_mode & 077) != 0)
+        throw failure(ZEL_ERR_PERMISSION_DENIED,
+                      state + ": others can look into this folder. Name another with --state, or chmod 700 it.");
+    fs::current_path(state);
+    const int lock = open("sharingd.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (lock < 0 || flock(lock, LOCK_EX | LOCK_NB) != 0)
+        throw failure(ZEL_ERR_PERMISSION_DENIED, state + ": another sharingd is at work there.");
+    fs::create_directories(fs::path(ZEL_APPS_ROOT) / "quillo.service" / "data");
+}
+
+/** Has the trace go to a new file. Other threads may be writing to it. */
+void begin_trace()
+{
+    rename(trace_file, last_trace_file);
+    const int trace = open(trace_file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (trace < 0 || dup2(trace, STDERR_FILENO) < 0)
+        throw failure(ZEL_ERR_PERMISSION_DENIED, std::string(trace_file) + ": " + strerror(errno));
+    close(trace);
+}
+
+/** Keeps the trace bounded: the file that is written and the one before it. */
+gboolean look_after_trace(void *)
+{
+    struct stat trace = {};
+    if (fstat(STDERR_FILENO, &trace) == 0 && trace.st_size > longest_trace)
+        begin_trace();
+    return G_SOURCE_CONTINUE;
+}
+
+void run(const settings &chosen)
+{
+    must(_common_storage_init());
+    const auto quit = [](void *loop) -> gboolean {
+        g_main_loop_quit(static_cast<GMainLoop *>(loop));
+        return G_SOURCE_CONTINUE;
+    };
+    GMainLoop *loop = g_main_loop_new(nullptr, FALSE);
+    g_unix_signal_add(SIGINT, quit, loop);
+    g_unix_signal_add(SIGTERM, quit, loop);
+    g_timeout_add(200, look_after_trace, nullptr);
+    clients door;
+    {
+        service sharing(
+            chosen, {.on_progress =
+                         [&](const zel_content_sync_info &row) {
+                             if (!door.is_empty())
+                                 door.tell("Progress",
+                                           g_variant_new("(u@" SHARING_FILE ")", row.req_id, service::file_of(row)));
+                         },
+                     .on_state = [&](unsigned int req_id) { door.tell("State", g_variant_new("(u)", req_id)); }});
+        door.open([&](const zel_request &request, GDBusMethodInvocation *invocation) {
+            sharing.submit(request, invocation);
+        });
+        printf("ready\n");
+        fflush(stdout);
+        g_main_loop_run(loop);
+        door.close();
+    }
+    g_main_loop_unref(loop);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+try {
+    settings chosen;
+    std::string state = "sharing-state";
+    double patience = 10;
+    unsigned int retry_delay = 500;
+    CLI::App app(
+        "The sharing service: sends and receives files for the clients of one user, through a server. Says "
+        "\"ready\" on standard output when clients can come, at a socket in the state folder; ends, with 0, on "
+        "SIGINT or SIGTERM. May be killed at any moment: the next one goes on.");
+    app.add_option("--state", state, "Folder for the database, the socket, received files and the trace")
+        ->capture_default_str()
+        ->type_name("FOLDER");
+    app.add_option("--server", chosen.server,
+                   "Where files are sent: the URL of a tus server at which uploads are created")
+        ->capture_default_str()
+        ->type_name("URL");
+    app.add_option("--number", chosen.number, "This device's own phone number, at which shares arrive")
+        ->capture_default_str()
+        ->type_name("NUMBER");
+    app.add_option("--chunk", chosen.chunk_size, "Bytes moved at once; 0: a thirty-second of the file, 64K to 4M")
+        ->transform(CLI::AsSizeValue(false).description(""))
+        ->check(CLI::Range(size_t{0}, size_t{64} * 1024 * 1024).description(""))
+        ->type_name("BYTES");
+    app.add_option("--timeout", patience, "How long to wait for the server's answer")
+        ->capture_default_str()
+        ->check(CLI::Range(0.1, 3600.0))
+        ->type_name("SECONDS");
+    app.add_option("--retry-delay", retry_delay, "Pause before the first retry, doubled before each further one")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 60'000))
+        ->type_name("MILLISECONDS");
+    read_command_line(app, argc, argv);
+    chosen.patience = std::chrono::milliseconds(static_cast<long>(patience * 1000));
+    chosen.retry_delay = std::chrono::milliseconds(retry_delay);
+
+    std::signal(SIGPIPE, SIG_IGN);
+    enter(state);
+    complaints = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    begin_trace();
+    run(chosen);
+    return EXIT_SUCCESS;
+} catch (const std::exception &reason) {
+    dprintf(complaints, "sharingd: %s\n", reason.what());
+    return EXIT_FAILURE;
+}

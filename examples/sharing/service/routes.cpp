@@ -1,0 +1,171 @@
+#include "routes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace sharing
+{
+
+namespace
+{
+
+class descriptor
+{
+  public:
+    descriptor(const char *path, int flags) : number(open(path, flags | O_CLOEXEC, 0600))
+    {
+        if (number < 0)
+            throw failure(errno == ENOENT ? ZEL_ERR_FILE_DOESNT_EXIST : ZEL_ERR_PERMISSION_DENIED,
+                          std::string("The file cannot be opened: ") + strerror(errno) + ".");
+    }
+    ~descriptor()
+    {
+        close(number);
+    }
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+
+    unsigned long long size() const
+    {
+        struct stat status = {};
+        return fstat(number, &status) == 0 ? static_cast<unsigned long long>(status.st_size) : 0;
+    }
+
+    const int number;
+};
+
+/** The device's file goes to the server, which tells how much has arrived. */
+class upload_route : public route
+{
+  public:
+    using route::route;
+
+    void begin() override
+    {
+        file_ = std::make_unique<descriptor>(row_.local_path, O_RDONLY);
+        size_ = file_->size();
+        key_ = text_of(row_.mupload_key);
+        remote::position there = key_.empty() ? create() : server_.position_of(key_);
+        if (there.length != size_)
+            throw failure(ZEL_ERR_INVALID_FILE, "The file has changed its size since its upload began.");
+        offset_ = there.offset;
+    }
+
+    void move_chunk() override
+    {
+        std::string chunk(next_chunk(), '\0');
+        const ssize_t got = pread(file_->number, chunk.data(), chunk.size(), static_cast<off_t>(offset_));
+        if (got != static_cast<ssize_t>(chunk.size()))
+            throw failure(ZEL_ERR_INVALID_FILE, "The file became shorter while it was sent.");
+        offset_ = server_.append(key_, offset_, chunk.data(), chunk.size());
+    }
+
+    void finish() override
+    {
+        unsigned int size = 0;
+        if (_common_util_file_size(row_.local_path, &size) != ZEL_ERR_NONE || size != size_)
+            throw failure(ZEL_ERR_INVALID_FILE, "The file vanished, or changed its size, while it was sent.");
+        if (server_.position_of(key_).offset != size_)
+            throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server has not got all of the file.");
+        write([&] { return _common_storage_update_url_info(row_.sync_id, key_.c_str(), "application/octet-stream"); });
+    }
+
+  private:
+    remote::position create()
+    {
+        key_ = server_.create(size_, text_of(row_.name));
+        write([&] {
+            return _common_storage_update_mupload_key_sync_content_info(signed_id(row_.sync_id), key_.c_str());
+        });
+        return {.offset = 0, .length = size_};
+    }
+
+    std::string key_;
+    std::unique_ptr<descriptor> file_;
+};
+
+/** A file or thumbnail comes from the server. The device's own file tells how much has arrived. */
+class download_route : public route
+{
+  public:
+    using route::route;
+
+    void begin() override
+    {
+        server_.fetch(url(), 0, 1, size_);
+        if (fs::exists(row_.local_path)) { // the last service died between the file's end and its record in the store
+            offset_ = size_;
+            return;
+        }
+        file_ = std::make_unique<descriptor>(part_.c_str(), O_RDWR | O_CREAT | O_APPEND);
+        offset_ = file_->size();
+        if (offset_ > size_)
+            throw failure(ZEL_ERR_INVALID_FILE, part_ + " holds more than the file has.");
+    }
+
+    void move_chunk() override
+    {
+        const std::string chunk = server_.fetch(url(), offset_, next_chunk(), size_);
+        if (chunk.size() != next_chunk())
+            throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server handed out less than was asked for.");
+        for (size_t done = 0; done < chunk.size();) {
+            const ssize_t count = ::write(file_->number, chunk.data() + done, chunk.size() - done);
+            if (count < 0)
+                throw failure(ZEL_ERR_REQUEST_FAILED,
+                              std::string("The file cannot be written: ") + strerror(errno) + ".");
+            done += static_cast<size_t>(count);
+        }
+        offset_ += chunk.size();
+    }
+
+    void finish() override
+    {
+        // A link does not replace what somebody else has put there meanwhile.
+        if (file_ && (link(part_.c_str(), row_.local_path) != 0 || unlink(part_.c_str()) != 0))
+            throw failure(ZEL_ERR_PERMISSION_DENIED,
+                          std::string("The received file cannot be put in its place: ") + strerror(errno) + ".");
+        if (row_.type == ZEL_DOWNLOAD_FILE)
+            write([&] { return _common_storage_update_downloaded_content_info(url().c_str()); });
+    }
+
+  private:
+    std::string url() const
+    {
+        return text_of(row_.type == ZEL_DOWNLOAD_THUMBNAIL ? row_.thumbnail : row_.original);
+    }
+
+    const std::string part_ = part_of(text_of(row_.local_path));
+    std::unique_ptr<descriptor> file_;
+};
+
+} // namespace
+
+size_t route::next_chunk() const
+{
+    constexpr unsigned long long smallest = 64ULL * 1024;
+    constexpr unsigned long long largest = 4ULL * 1024 * 1024;
+    const unsigned long long wanted = chunk_size_ > 0 ? chunk_size_ : std::clamp(size_ / 32, smallest, largest);
+    return static_cast<size_t>(std::min(wanted, size_ - offset_));
+}
+
+std::unique_ptr<route> route_of(const zel_content_sync_info &row, remote &server, size_t chunk_size)
+{
+    if (row.type == ZEL_UPLOAD_FILE)
+        return std::make_unique<upload_route>(row, server, chunk_size);
+    return std::make_unique<download_route>(row, server, chunk_size);
+}
+
+std::string part_of(const std::string &local_path)
+{
+    return local_path + ".part";
+}
+
+} // namespace sharing

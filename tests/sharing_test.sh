@@ -1,0 +1,118 @@
+#!/bin/bash
+# Usage: tests/sharing_test.sh PROGRAMS SCRATCH [EMULATOR...]
+#
+# The sharing service of examples/sharing end to end: files go to the server and come back while service and server are
+# killed on the way and chunks fail, and what must be refused is. Every wait is for something that happens.
+set -euo pipefail
+programs=$1 scratch=$2
+emulator=("${@:3}")
+rm -rf "$scratch"
+mkdir -p "$scratch"
+cd "$scratch"
+
+fail() {
+    echo "FAILED: $*"
+    tail -n 20 ./*.log
+    exit 1
+}
+share() { "${emulator[@]}" "$programs/share" --state device "$@"; }
+
+# start NAME COMMAND...: starts a program; its first line goes to $line, its id to $started.
+start() {
+    exec {output}< <(exec "${emulator[@]}" "$programs/$2" "${@:3}" 2>>"$1.log")
+    started=$!
+    read -r line <&"$output" || fail "the $1 did not start"
+}
+start_service() {
+    start service sharingd --state device --server "$url" --chunk 16K --retry-delay 20 --timeout 20
+    service=$started
+}
+start_server() {
+    start server sharing-server --folder server --port "$1" --rate 300K --stage 503@2,cut@4
+    server=$started url=$line port=${line##*:} port=${port%%/*}
+}
+killed() {
+    kill -KILL "$1"
+    wait "$1" || true
+}
+trap 'kill -KILL $service $server 2>/dev/null || true' EXIT
+
+start_server 0
+start_service
+
+# A file that is empty, names that are no text, and files of some chunks.
+mkdir sent received
+: >sent/empty
+files=(sent/empty $'sent/a \'quote\', a "quote" and \xff\xfe.bin' sent/one.bin sent/two.bin)
+for file in "${files[@]:1}"; do
+    head -c 200000 /dev/urandom >"$file"
+done
+id=$(share send "${files[@]}" --to 44:7700900123,1:2025550123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
+
+share status "$id" --until 20 >/dev/null
+killed "$service"
+start_service
+share status "$id" --until 40 >/dev/null
+share pause "$id"
+share status "$id" | grep -q "^Request $id: paused" || fail "the request is not paused"
+! share pause "$id" 2>/dev/null || fail "a request was paused twice"
+share resume "$id"
+share status "$id" --until 60 >/dev/null
+killed "$server"
+start_server "$port"
+share status "$id" --follow >/dev/null || fail "not every file arrived"
+
+# Each chunk began where what had arrived ended.
+awk 'FNR == 1 { at = open = 0 }
+     $1 == "begin" { if (!open && $2 != at) exit 1; from = $2; open = 1 }
+     $1 == "end" { at = $2; open = 0 }' server/uploads/*/record || fail "the server's record has a gap, or bytes twice"
+
+# What came back, in the order in which it was sent.
+token=$(share status "$id" | sed -n 's/^  token //p')
+get() { share get "$token" --into received --wait 20 | sed -n 's/^Request //p'; }
+got=$(get)
+share status "$got" --follow >/dev/null || fail "not every file came back"
+mapfile -d '' paths < <(share status "$got" --paths0)
+[[ ${#paths[@]} -eq ${#files[@]} ]] || fail "${#paths[@]} files came back"
+for i in "${!files[@]}"; do
+    cmp -- "${files[i]}" "${paths[i]}" || fail "${files[i]} came back changed"
+done
+[[ -z $(find received -name '*.part') ]] || fail "something half-written is left"
+
+# A push message that is no share does no harm to the next one, whose names would lead elsewhere.
+mailbox=server/push/447700900123
+head -c 300 "$mailbox/1" >"$mailbox/2"
+sed 's|one.bin|../ne.b|' "$mailbox/1" | sed "s|$token|${token//[0-9a-f]/0}|g" >"$mailbox/3"
+token=${token//[0-9a-f]/0}
+killed "$server"
+start_server "$port" # and it finds them
+got=$(get)
+share status "$got" --follow >/dev/null || fail "the other share did not come"
+share inbox | grep -q '^1 push message could not be read' || fail "the broken push message was not noticed"
+[[ -f received/ne.b && ! -e ne.b ]] || fail "a name led out of the folder"
+
+# What is refused, and with which code.
+refused() {
+    local said status=0
+    said=$("${@:3}" 2>&1 >/dev/null) || status=$?
+    [[ $status -eq $1 && $said == *"$2"* ]] || fail "${*:3}: $status, $said"
+}
+refused 1 '(-9)' share send sent/nothing --to 44:7700900123
+refused 1 '(-1)' share send sent/one.bin --to nobody
+refused 1 '(-13)' share status 999
+refused 1 'another sharingd' "${emulator[@]}" "$programs/sharingd" --state device
+refused 3 '(-4)' "${emulator[@]}" "$programs/share" --state sent status
+
+# A file that vanishes is given up, and does not keep the other from arriving.
+head -c 400000 /dev/urandom >sent/vanishing.bin
+id=$(share send sent/vanishing.bin sent/two.bin --to 44:7700900123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
+share status "$id" --until 10 >/dev/null
+rm sent/vanishing.bin
+! share status "$id" --follow >said || fail "a file that is not there was sent"
+[[ $(<said) == *'shared, 1 of 2 files'*'vanishing.bin: The file'* ]] || fail "$(<said)"
+
+# Both end in order, and leave nothing half-said: under a sanitizer a leak would show.
+kill "$service" "$server"
+wait "$service" || fail "the service ended with $?"
+wait "$server" || fail "the server ended with $?"
+trap - EXIT
