@@ -268,9 +268,11 @@ zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_
     end = put(end, share_content_info->content_info_list_length);
     *offset += static_cast<int>(end - begin);
     for (const GList *node = share_content_info->content_info_list; node; node = node->next) {
-        // The items of a long list are not in the cache, and each would be waited for: asks for the strings of the next
-        // one, whose record was asked for one node ago, and for the record behind it. (Not a function of its own: the
-        // compiler drops calls of one that only asks ahead.)
+        /*
+         * The items of a long list are not in the cache, and each would be waited for: asks for the strings of the next
+         * one, whose record was asked for one node ago, and for the record behind it. (Not a function of its own: the
+         * compiler drops calls of one that only asks ahead.)
+         */
         if (const GList *next = node->next) {
             if (const auto *coming = static_cast<const item *>(next->data)) {
 #pragma GCC unroll 8

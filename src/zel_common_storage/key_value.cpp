@@ -24,13 +24,13 @@ zel_err_e write_key(const char *key, const char *val, const char *resv0, const c
 
 /* Outputs that the caller may not want. */
 
-void hand_out_time(unsigned long long *output, const query &row, int column)
+void hand_out_time(unsigned long long *output, sqlite3_stmt *row, int column)
 {
     if (output)
         *output = ullong_column(row, column);
 }
 
-void hand_out_text(char **output, const query &row, int column)
+void hand_out_text(char **output, sqlite3_stmt *row, int column)
 {
     if (output)
         *output = g_strdup(text_column(row, column));

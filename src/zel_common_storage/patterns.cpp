@@ -23,9 +23,9 @@ char *copy_column(sqlite3_stmt *row, int column)
     return text && *text ? g_strdup(text) : nullptr;
 }
 
-void hand_out_column(const query &row, int column, char **output)
+void hand_out_column(sqlite3_stmt *row, int column, char **output)
 {
-    if (char *copy = copy_column(row.statement, column))
+    if (char *copy = copy_column(row, column))
         *output = copy;
 }
 
@@ -53,7 +53,7 @@ zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *fa
 
 zel_err_e prepared(const query &rows, const char *failure, log_site site)
 {
-    return rows.statement ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
+    return rows ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
 }
 
 zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_site site)
@@ -85,6 +85,15 @@ zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site)
 {
     rows.close();
     return finish_on_success(result, site);
+}
+
+zel_err_e read_text(const sql_text &statement, int column, char **text, zel_err_e none, log_site site)
+{
+    query row(statement, site);
+    const zel_err_e result = first_row(row, "Failed to get file", none, site);
+    if (result == ZEL_ERR_NONE)
+        hand_out_column(row, column, text);
+    return finish(row, result, site);
 }
 
 void *resize_with_realloc(void *block, size_t count, size_t size)

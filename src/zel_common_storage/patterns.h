@@ -47,6 +47,10 @@ struct query {
     }
     query(const query &) = delete;
     query &operator=(const query &) = delete;
+    operator sqlite3_stmt *() const
+    {
+        return statement;
+    }
 
     /** Moves to the next row; false when there is none, or it cannot be read. */
     bool next() const
@@ -64,45 +68,29 @@ struct query {
     log_site site;
 };
 
-/* Columns of the row that a query stands on. */
+/* Columns of the row that a statement stands on. */
 
-inline int int_column(const query &row, int column)
+inline int int_column(sqlite3_stmt *row, int column)
 {
-    return sqlite3_column_int(row.statement, column);
+    return sqlite3_column_int(row, column);
 }
 inline unsigned int uint_column(sqlite3_stmt *row, int column)
 {
     return static_cast<unsigned int>(sqlite3_column_int(row, column));
 }
-inline unsigned int uint_column(const query &row, int column)
-{
-    return uint_column(row.statement, column);
-}
 inline unsigned long long ullong_column(sqlite3_stmt *row, int column)
 {
     return static_cast<unsigned long long>(sqlite3_column_int64(row, column));
-}
-inline unsigned long long ullong_column(const query &row, int column)
-{
-    return ullong_column(row.statement, column);
 }
 /** The text, which lives until the next step; null for SQL NULL. */
 inline const char *text_column(sqlite3_stmt *row, int column)
 {
     return reinterpret_cast<const char *>(sqlite3_column_text(row, column));
 }
-inline const char *text_column(const query &row, int column)
-{
-    return text_column(row.statement, column);
-}
 /** A copy for the caller, to be released with g_free; null for SQL NULL and for the empty text. */
 char *copy_column(sqlite3_stmt *row, int column);
-inline char *copy_column(const query &row, int column)
-{
-    return copy_column(row.statement, column);
-}
 /** Hands the caller a copy of the text; SQL NULL and the empty text leave the output as it is. */
-void hand_out_column(const query &row, int column, char **output);
+void hand_out_column(sqlite3_stmt *row, int column, char **output);
 
 /* The patterns. */
 
@@ -137,7 +125,7 @@ zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site = log_h
  * ZEL_ERR_STORAGE_NO_RECORDS when there is none. Writes their End line.
  */
 template <typename Value>
-zel_err_e read_value(const sql_text &statement, int column, Value (*read)(const query &, int), Value *value,
+zel_err_e read_value(const sql_text &statement, int column, Value (*read)(sqlite3_stmt *, int), Value *value,
                      log_site site = log_here())
 {
     query row(statement, site);
@@ -146,6 +134,10 @@ zel_err_e read_value(const sql_text &statement, int column, Value (*read)(const 
         *value = read(row, column);
     return finish(row, result, site);
 }
+
+/** The same for a text, of which the caller gets a copy; SQL NULL and the empty text leave the output as it is. */
+zel_err_e read_text(const sql_text &statement, int column, char **text, zel_err_e none = ZEL_ERR_STORAGE_NO_RECORDS,
+                    log_site site = log_here());
 
 /* Arrays of an unknown length. */
 
@@ -183,10 +175,10 @@ bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_sit
 /** A zero-filled array for an operation to hand out; reports the failure when there is no memory for it. */
 template <typename T> T *new_array(unsigned int count, log_site site = log_here())
 {
-    void *array = g_try_malloc0_n(count, sizeof(T));
+    T *const array = g_try_new0(T, count);
     if (!array)
         ZEL_CRITICAL_AT(site, "Memory Allocation Failure");
-    return static_cast<T *>(array);
+    return array;
 }
 
 /** The number that sizes a list to come; without one, or when it is zero, there is nothing to list. */
@@ -194,7 +186,7 @@ zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site
 
 /** Hands out what is read from the rows of `listing`, in as many places as `counting` says; a row can give nothing. */
 template <typename T>
-zel_err_e list_counted(const sql_text &counting, const sql_text &listing, bool (*read)(const query &row, T *place),
+zel_err_e list_counted(const sql_text &counting, const sql_text &listing, bool (*read)(sqlite3_stmt *row, T *place),
                        T **list, unsigned int *count, log_site site = log_here())
 {
     unsigned int size = 0;

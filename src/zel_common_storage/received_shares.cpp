@@ -237,12 +237,10 @@ zel_err_e _common_storage_get_content_name(const char *url, char **name)
     ZEL_BEGIN();
     if (!url || !name)
         return reject("Invalid Params");
-    query row(sql("SELECT * FROM %Q WHERE original = %Q or thumbnail = %Q or big_thumbnail = %Q or mid_thumbnail = %Q;",
-                  TABLE_CONTENT_INFO, url, url, url, url));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
-    if (result == ZEL_ERR_NONE)
-        hand_out_column(row, COLUMN_CONTENT_INFO_NAME, name);
-    return finish(row, result);
+    return read_text(
+        sql("SELECT * FROM %Q WHERE original = %Q or thumbnail = %Q or big_thumbnail = %Q or mid_thumbnail = %Q;",
+            TABLE_CONTENT_INFO, url, url, url, url),
+        COLUMN_CONTENT_INFO_NAME, name, ZEL_ERR_RESOURCE_DOESNT_EXIST);
 }
 
 zel_err_e _common_storage_get_contents_token_content_info(const char *url, char **contents_token)
@@ -250,13 +248,10 @@ zel_err_e _common_storage_get_contents_token_content_info(const char *url, char 
     ZEL_BEGIN();
     if (!url || !contents_token)
         return reject("Invalid Params");
-    query row(sql("SELECT contents_token FROM %Q WHERE original = %Q or thumbnail = %Q or big_thumbnail = %Q or "
-                  "mid_thumbnail = %Q;",
-                  TABLE_CONTENT_INFO, url, url, url, url));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST);
-    if (result == ZEL_ERR_NONE)
-        hand_out_column(row, 0, contents_token);
-    return finish(row, result);
+    return read_text(sql("SELECT contents_token FROM %Q WHERE original = %Q or thumbnail = %Q or big_thumbnail = %Q or "
+                         "mid_thumbnail = %Q;",
+                         TABLE_CONTENT_INFO, url, url, url, url),
+                     0, contents_token, ZEL_ERR_RESOURCE_DOESNT_EXIST);
 }
 
 zel_err_e _common_storage_get_content_info_not_downloaded_count(const char *contents_token, int *count)
@@ -283,7 +278,7 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
     if (result != ZEL_ERR_NONE)
         return finish(rows, result);
     std::unique_ptr<zel_trans_share_content_info, releaser<_common_free_share_content_info>> share(
-        static_cast<zel_trans_share_content_info *>(g_try_malloc0(sizeof(zel_trans_share_content_info))));
+        g_try_new0(zel_trans_share_content_info, 1));
     if (!share)
         return finish(rows, fail(ZEL_ERR_MEMORY, "Failed to get file"));
     share->contents_token = g_strdup(contents_token);
@@ -296,10 +291,10 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
         share->to_list = copy_column(rows, COLUMN_CONTENT_INFO_TO_LIST);
         share->push_status = uint_column(rows, COLUMN_CONTENT_INFO_PUSH_STATUS);
         do {
-            auto *item = static_cast<zel_trans_content_info *>(g_try_malloc0(sizeof(zel_trans_content_info)));
+            auto *item = g_try_new0(zel_trans_content_info, 1);
             if (!item)
                 continue;
-            __fill_content_info(rows.statement, item);
+            __fill_content_info(rows, item);
             share->content_info_list = g_list_prepend(share->content_info_list, item);
             ++share->content_info_list_length;
         } while (rows.next());

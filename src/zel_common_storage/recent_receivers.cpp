@@ -68,7 +68,7 @@ struct recipient_list {
 };
 
 /** Whether the member row that a query stands on is among the recipients. */
-bool is_listed(const query &member, recipient_list &recipients)
+bool is_listed(sqlite3_stmt *member, recipient_list &recipients)
 {
     const quillo_msisdn_s sought = {const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_CCC)),
                                     const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_PHONE_NO)),
@@ -99,17 +99,10 @@ bool group_matches(int group, recipient_list &recipients, log_site site = log_he
     return true;
 }
 
-void release_member(quillo_msisdn_s *member)
-{
-    g_free(member->ccc);
-    g_free(member->phone_number);
-    g_free(member);
-}
-
 void release_members(quillo_msisdn_s **members, unsigned int count)
 {
     for (unsigned int i = 0; i < count; ++i)
-        release_member(members[i]);
+        free_recipient(members[i]);
     free(members);
 }
 
@@ -120,12 +113,12 @@ zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &co
     if (first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site) != ZEL_ERR_NONE)
         return ZEL_ERR_NONE;
     do {
-        auto *member = static_cast<quillo_msisdn_s *>(g_try_malloc0(sizeof(quillo_msisdn_s)));
+        auto *member = g_try_new0(quillo_msisdn_s, 1);
         if (!member)
             continue;
-        __fill_last_receiver_info(rows.statement, member);
+        __fill_last_receiver_info(rows, member);
         if (!append(members, count, member, resize_with_realloc)) {
-            release_member(member);
+            free_recipient(member);
             return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure", site);
         }
     } while (rows.next());
@@ -246,7 +239,7 @@ zel_err_e _common_storage_get_recent_receiver_group_list(int **group_list, int *
         *count = 0;
         return finish(rows, ZEL_ERR_NONE);
     }
-    auto *const groups = static_cast<int *>(g_try_malloc0_n(static_cast<size_t>(size), sizeof(int)));
+    int *const groups = g_try_new0(int, static_cast<size_t>(size));
     if (!groups)
         return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure");
     int filled = 0;

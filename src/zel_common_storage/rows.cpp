@@ -29,16 +29,15 @@ void __fill_content_sync_info(sqlite3_stmt *stmt, zel_content_sync_info *sync_in
     ZEL_BEGIN();
     if (stmt && sync_info) {
         sync_info->sync_id = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_SYNC_ID);
-        sync_info->type = static_cast<zel_file_sync_type>(sqlite3_column_int(stmt, COLUMN_CONTENT_SYNC_INFO_TYPE));
-        sync_info->status =
-            static_cast<zel_file_sync_status>(sqlite3_column_int(stmt, COLUMN_CONTENT_SYNC_INFO_STATUS));
+        sync_info->type = static_cast<zel_file_sync_type>(int_column(stmt, COLUMN_CONTENT_SYNC_INFO_TYPE));
+        sync_info->status = static_cast<zel_file_sync_status>(int_column(stmt, COLUMN_CONTENT_SYNC_INFO_STATUS));
         sync_info->content_id = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_CONTENT_ID);
         sync_info->req_id = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_REQ_ID);
         sync_info->wifi_only = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_WIFI_ONLY);
         sync_info->fail_retry_count = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_FAIL_COUNT);
         sync_info->percentage = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_PERCENTAGE);
         sync_info->offset = uint_column(stmt, COLUMN_CONTENT_SYNC_INFO_OFFSET);
-        sync_info->chunk_no = sqlite3_column_int(stmt, COLUMN_CONTENT_SYNC_INFO_CHUNK_NO);
+        sync_info->chunk_no = int_column(stmt, COLUMN_CONTENT_SYNC_INFO_CHUNK_NO);
         sync_info->sent_time = ullong_column(stmt, COLUMN_CONTENT_SYNC_INFO_SENT_TIME);
         sync_info->contents_token = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_CONTENTS_TOKEN);
         sync_info->original = copy_column(stmt, COLUMN_CONTENT_SYNC_INFO_ORIGINAL);
@@ -54,10 +53,10 @@ void __fill_last_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_inf
 {
     ZEL_BEGIN();
     if (stmt && receiver_info) {
-        receiver_info->number_id = sqlite3_column_int(stmt, COLUMN_RECENT_RECEIVER_NUM_ID);
+        receiver_info->number_id = int_column(stmt, COLUMN_RECENT_RECEIVER_NUM_ID);
         receiver_info->phone_number = copy_column(stmt, COLUMN_RECENT_RECEIVER_PHONE_NO);
         receiver_info->ccc = copy_column(stmt, COLUMN_RECENT_RECEIVER_CCC);
-        receiver_info->group_id = sqlite3_column_int(stmt, COLUMN_RECENT_RECEIVER_GROUP_ID);
+        receiver_info->group_id = int_column(stmt, COLUMN_RECENT_RECEIVER_GROUP_ID);
     }
     ZEL_END();
 }
@@ -66,7 +65,7 @@ void __fill_upload_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_i
 {
     ZEL_BEGIN();
     if (stmt && receiver_info) {
-        receiver_info->number_id = sqlite3_column_int(stmt, COLUMN_CONTACT_DETAILS_RECEIVER_NUM_ID);
+        receiver_info->number_id = int_column(stmt, COLUMN_CONTACT_DETAILS_RECEIVER_NUM_ID);
         receiver_info->phone_number = copy_column(stmt, COLUMN_CONTACT_DETAILS_RECEIVER_PHONE_NO);
         receiver_info->ccc = copy_column(stmt, COLUMN_CONTACT_DETAILS_RECEIVER_CCC);
     }

@@ -14,11 +14,11 @@ constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
 /* Lists and records ------------------------------------------------------------------------------------------ */
 
 /** A new record of the current row, null when memory is short. */
-zel_content_sync_info *new_record(const query &rows)
+zel_content_sync_info *new_record(sqlite3_stmt *row)
 {
-    auto *record = static_cast<zel_content_sync_info *>(g_try_malloc0(sizeof(zel_content_sync_info)));
+    auto *record = g_try_new0(zel_content_sync_info, 1);
     if (record)
-        __fill_content_sync_info(rows.statement, record);
+        __fill_content_sync_info(row, record);
     return record;
 }
 
@@ -86,16 +86,6 @@ zel_err_e read_wifi_only(const sql_text &statement, bool *wifi_only, log_site si
     const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, site);
     if (result == ZEL_ERR_NONE)
         *wifi_only = int_column(row, 0) == 1;
-    return finish(row, result, site);
-}
-
-/** Hands out a text of the row with this sync_id; an empty one leaves the output as it is. */
-zel_err_e read_text(unsigned int sync_id, int column, char **text, log_site site = log_here())
-{
-    query row(row_by_sync_id(sync_id), site);
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS, site);
-    if (result == ZEL_ERR_NONE)
-        hand_out_column(row, column, text);
     return finish(row, result, site);
 }
 
@@ -231,7 +221,7 @@ zel_err_e _common_storage_get_sync_content_info_url_list(int req_id, GList **url
             const char *content_type = text_column(rows, COLUMN_CONTENT_SYNC_INFO_CONTENT_TYPE);
             if (!url || !content_type)
                 continue;
-            auto *info = static_cast<zel_trans_url_info *>(g_try_malloc0(sizeof(zel_trans_url_info)));
+            auto *info = g_try_new0(zel_trans_url_info, 1);
             if (!info)
                 continue;
             info->url = g_strdup(url);
@@ -250,7 +240,7 @@ zel_err_e _common_storage_get_original_by_sync_id(int sync_id, char **original)
     ZEL_BEGIN();
     if (!original)
         return reject("Invalid Params");
-    return read_text(static_cast<unsigned int>(sync_id), COLUMN_CONTENT_SYNC_INFO_ORIGINAL, original);
+    return read_text(row_by_sync_id(static_cast<unsigned int>(sync_id)), COLUMN_CONTENT_SYNC_INFO_ORIGINAL, original);
 }
 
 zel_err_e _common_storage_get_mupload_key_by_sync_id(unsigned int sync_id, char **mupload_key)
@@ -260,7 +250,7 @@ zel_err_e _common_storage_get_mupload_key_by_sync_id(unsigned int sync_id, char 
         return reject("Invalid Params");
     if (!sync_id)
         return reject("Invalid parameter");
-    return read_text(sync_id, COLUMN_CONTENT_SYNC_INFO_MUPLOAD_KEY, mupload_key);
+    return read_text(row_by_sync_id(sync_id), COLUMN_CONTENT_SYNC_INFO_MUPLOAD_KEY, mupload_key);
 }
 
 zel_err_e _common_storage_get_local_path_by_sync_id(unsigned int sync_id, char **local_path)
@@ -271,7 +261,7 @@ zel_err_e _common_storage_get_local_path_by_sync_id(unsigned int sync_id, char *
     if (!sync_id)
         return reject("Invalid parameter");
     /* The thumbnail, not the column local_path: callers rely on it. */
-    return read_text(sync_id, COLUMN_CONTENT_SYNC_INFO_THUMBNAIL, local_path);
+    return read_text(row_by_sync_id(sync_id), COLUMN_CONTENT_SYNC_INFO_THUMBNAIL, local_path);
 }
 
 zel_err_e _common_storage_get_percentage_by_sync_id(unsigned int sync_id, unsigned int *percentage)

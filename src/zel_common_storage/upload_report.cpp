@@ -14,17 +14,17 @@ namespace
 
 constexpr auto TABLE = TABLE_UPLOAD_REQUEST_DATA;
 
-bool read_path(const query &row, char **path)
+bool read_path(sqlite3_stmt *row, char **path)
 {
     *path = copy_column(row, 0);
     return *path;
 }
 
-bool read_receiver(const query &row, quillo_msisdn_s **receiver)
+bool read_receiver(sqlite3_stmt *row, quillo_msisdn_s **receiver)
 {
-    *receiver = static_cast<quillo_msisdn_s *>(g_try_malloc0(sizeof(quillo_msisdn_s)));
+    *receiver = g_try_new0(quillo_msisdn_s, 1);
     if (*receiver)
-        __fill_upload_receiver_info(row.statement, *receiver);
+        __fill_upload_receiver_info(row, *receiver);
     return *receiver;
 }
 
@@ -41,7 +41,7 @@ zel_err_e _common_storage_get_upload_data(unsigned int request_id, zel_trans_upl
     if (!request_id || !upload_info)
         return reject("Invalid params");
     std::unique_ptr<zel_trans_upload_info, releaser<_common_free_upload_info>> report(
-        static_cast<zel_trans_upload_info *>(g_try_malloc0(sizeof(zel_trans_upload_info))));
+        g_try_new0(zel_trans_upload_info, 1));
     if (!report)
         return fail(ZEL_ERR_MEMORY, "Failed to malloc");
 
@@ -136,7 +136,7 @@ zel_err_e _common_storage_get_upload_receipients_details(unsigned int req_id, un
     ZEL_INFO("rcp count [%d]", static_cast<int>(receipients_count));
     unsigned int filled = 0;
     do {
-        __fill_upload_receipient_info(rows.statement, &texts[filled]);
+        __fill_upload_receipient_info(rows, &texts[filled]);
         ZEL_INFO("===== rcp[%d]: %s", static_cast<int>(filled), log_text(texts[filled]));
         ++filled;
     } while (filled < receipients_count && rows.next());

@@ -10,7 +10,7 @@ namespace
 
 constexpr auto TABLE = TABLE_UPLOAD_REQUEST_DATA;
 
-bool read_id(const query &row, unsigned int *id)
+bool read_id(sqlite3_stmt *row, unsigned int *id)
 {
     *id = uint_column(row, 0);
     return true;
@@ -110,11 +110,7 @@ zel_err_e _common_storage_get_upload_contents_token(unsigned int req_id, char **
     ZEL_BEGIN();
     if (!req_id || !contents_token)
         return reject("Invalid parameter");
-    query row(sql("SELECT contents_token FROM %Q WHERE req_id = %u;", TABLE, req_id));
-    const zel_err_e result = first_row(row, "Failed to get file", ZEL_ERR_STORAGE_NO_RECORDS);
-    if (result == ZEL_ERR_NONE)
-        hand_out_column(row, 0, contents_token);
-    return finish(row, result);
+    return read_text(sql("SELECT contents_token FROM %Q WHERE req_id = %u;", TABLE, req_id), 0, contents_token);
 }
 
 zel_err_e _common_storage_get_upload_status(unsigned int req_id, int *status)
@@ -148,7 +144,7 @@ zel_err_e _common_storage_get_reqid_from_contents_token(const char *contents_tok
     if (!contents_token || !req_id)
         return reject("Invalid parameter");
     query row(sql("SELECT req_id FROM %Q WHERE contents_token = %Q;", TABLE, contents_token));
-    if (!row.statement) {
+    if (!row) {
         ZEL_CRITICAL("Failed to get req_id for contents_token [%s]", contents_token);
         return ZEL_ERR_STORAGE_FAILURE;
     }
@@ -256,17 +252,17 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
                                                                unsigned long long *get_total_file_size,
                                                                unsigned int *get_total_file_num)
 {
-    static constexpr unsigned long long HORIZON = 172800; // 48 hours in seconds
+    static constexpr unsigned long long HORIZON = 172800; /* 48 hours in seconds */
     static constexpr unsigned int SECONDS_PER_HOUR = 3600;
 
     ZEL_BEGIN();
     if (!get_total_file_size || !get_total_file_num)
         return reject("Invalid Params");
-    const unsigned int duration = time_duration_hr * SECONDS_PER_HOUR; // wraps in 32 bits
+    const unsigned int duration = time_duration_hr * SECONDS_PER_HOUR; /* wraps in 32 bits */
     const unsigned long long now_time = _common_util_get_current_timestamp();
     unsigned long long chk_time = now_time + HORIZON - duration;
     ZEL_INFO("now_time is %llu, chk_time is %llu", now_time, chk_time);
-    chk_time *= 1000; // expiry is stored in milliseconds
+    chk_time *= 1000; /* expiry is stored in milliseconds */
     ZEL_INFO("chk_time is %llu", chk_time);
 
     query rows(sql("SELECT file_count, total_size FROM %Q WHERE expired_time >= %llu;", TABLE, chk_time));
