@@ -145,7 +145,9 @@ std::string recording::shape() const
     std::vector<std::pair<std::string, int>> parts; // with the number of columns
     int statements = 0;
     int texts = 0;
+    int surplus_copies = 0;
     for (const event &each : events_) {
+        surplus_copies += (each.what == call::copy) - (each.what == call::column_text);
         statements += each.what == call::exec || each.what == call::prepare;
         texts += each.what == call::compose;
         if (each.what == call::exec)
@@ -160,7 +162,8 @@ std::string recording::shape() const
     for (const auto &[part, columns] : parts)
         all += (all.empty() ? "" : ", ") + part + (part == "row of " ? std::to_string(columns) : "");
     return all + (statements > 1 ? " by " + std::to_string(statements) + " statements" : "") +
-           (texts != statements ? " of " + std::to_string(texts) + " texts" : "");
+           (texts != statements ? " of " + std::to_string(texts) + " texts" : "") +
+           (surplus_copies > 0 ? ", more copies than texts read" : "");
 }
 
 } // namespace bench
