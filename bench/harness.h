@@ -10,6 +10,8 @@
 #include <benchmark/benchmark.h>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace bench
 {
@@ -17,7 +19,7 @@ namespace bench
 /** The log lines that the calling thread has written to the silent platform. */
 inline constinit thread_local size_t lines_written = 0;
 
-/** One side of a measure. Where both set the counter "lines", the log lines of a run, these have to be the same. */
+/** One side of a measure. The only counter is that of the log lines of a run, which are the same on both sides. */
 struct side {
     std::function<void(benchmark::State &)> run;
     double items = 1; /**< the number of things that one run handles */
@@ -27,14 +29,18 @@ struct measure {
     std::string name;
     double bound; /**< highest ratio that passes */
     std::function<std::pair<side, side>()> make;
-    std::function<void(benchmark::internal::Benchmark *)> configure = [](auto *) {};
     int repetitions = 41;
+    int threads = 1;
     bool sets_time = false; /**< the sides take their time themselves; else it is the CPU time of all threads */
 };
 
 /** Adds measures when the program has started. */
+inline std::vector<void (*)()> groups;
 struct group {
-    explicit group(void (*add_all)());
+    explicit group(void (*add_all)())
+    {
+        groups.push_back(add_all);
+    }
 };
 
 void add(measure added);
@@ -58,11 +64,9 @@ template <typename Setup> side repeat(Setup setup)
  */
 void add_growth(const std::string &name, size_t n, std::function<side(size_t n)> make, bool flat = false);
 
-/** Bytes that the library holds beside those that the peer holds. */
-void add_memory(const std::string &name, double bound, std::function<std::pair<double, double>()> weigh);
-
-/** Something that is so or is not, whatever the time it takes. */
-void add_check(const std::string &name, std::function<bool()> holds);
+/** What is no time, of the library and of the peer. It is judged in a smoke run too. */
+void add_value(const std::string &name, double bound, const char *unit,
+               std::function<std::pair<double, double>()> find);
 
 /** Ends the program when something that a measure rests on is not so. */
 void require(bool condition, const char *what);

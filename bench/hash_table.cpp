@@ -44,15 +44,8 @@ struct peer_table {
     }
 };
 
-gboolean yes(void *, void *, void *)
-{
-    return TRUE;
-}
-
-gboolean no(void *, void *, void *)
-{
-    return FALSE;
-}
+constexpr GHRFunc yes = [](void *, void *, void *) -> gboolean { return TRUE; };
+constexpr GHRFunc no = [](void *, void *, void *) -> gboolean { return FALSE; };
 
 void *key_of(size_t i)
 {

@@ -13,13 +13,15 @@ namespace bench
 namespace
 {
 
-/** Bytes that an action leaves allocated. */
-template <typename Action> double held_by(Action action)
+double allocated()
 {
-    const auto allocated = [] {
-        const struct mallinfo2 info = mallinfo2();
-        return static_cast<double>(info.uordblks + info.hblkhd);
-    };
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd);
+}
+
+/** Bytes that an action leaves allocated. */
+double held_by(const std::function<void()> &action)
+{
     const double before = allocated();
     action();
     return allocated() - before;
@@ -63,7 +65,7 @@ std::pair<double, double> weigh_list()
     static char text[] = "https://files.example.org/v1/contents/4f1c9a7e2b5d4803/0001";
     zel_content_sync_info sample = {};
     sample.type = ZEL_UPLOAD_FILE;
-    sample.local_path = sample.name = text;
+    sample.name = text;
     open_store();
     for (int i = 0; i < RECORDS; ++i)
         _common_storage_add_sync_content_info(&sample);
@@ -77,10 +79,8 @@ std::pair<double, double> weigh_list()
     const double own = held_by(list_own);
     const double peer = held_by([&] {
         for (int i = 0; i < RECORDS; ++i) {
-            auto *info = g_new0(zel_content_sync_info, 1);
-            info->local_path = g_strdup(text);
-            info->name = g_strdup(text);
-            peer_list = g_list_prepend(peer_list, info);
+            peer_list = g_list_prepend(peer_list, g_new0(zel_content_sync_info, 1));
+            static_cast<zel_content_sync_info *>(peer_list->data)->name = g_strdup(text);
         }
     });
     require(g_list_length(own_list) == RECORDS, "a record is missing");
@@ -107,9 +107,9 @@ std::pair<double, double> weigh_store()
 }
 
 const group measures([] {
-    add_memory("a queued item / a GList node", 1.1, weigh_queue);
-    add_memory("a listed transfer / the record and its strings", 1.1, weigh_list);
-    add_memory("an open store / a bare connection", 1.1, weigh_store);
+    add_value("memory: a queued item / a GList node", 1.1, "bytes", weigh_queue);
+    add_value("memory: a listed transfer / the record and its strings", 1.1, "bytes", weigh_list);
+    add_value("memory: an open store / a bare connection", 1.1, "bytes", weigh_store);
 });
 
 } // namespace

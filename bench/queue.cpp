@@ -94,10 +94,7 @@ template <typename Make> side hand_over(Make make)
     }};
 }
 
-int is_it(void *, void *)
-{
-    return 1;
-}
+constexpr auto is_it = [](void *, void *) { return 1; };
 
 /** The cost of an operation on a whole queue of so many items. */
 template <typename Operation>
@@ -119,9 +116,10 @@ const group measures([] {
     for (const size_t length : {10, 1000, 100000})
         add({"queue: push and pop, " + std::to_string(length) + " queued / GAsyncQueue", 1.0,
              [=] { return std::pair(push_and_pop(new_own_queue, length), push_and_pop(new_peer_queue, length)); }});
-    add({"queue: hand-over to a thread and back, on one processor / GAsyncQueue", 1.1,
-         [] { return std::pair(hand_over(new_own_queue), hand_over(new_peer_queue)); },
-         [](auto *both) { both->Threads(2); }});
+    add({.name = "queue: hand-over to a thread and back, on one processor / GAsyncQueue",
+         .bound = 1.1,
+         .make = [] { return std::pair(hand_over(new_own_queue), hand_over(new_peer_queue)); },
+         .threads = 2});
     add_growth(
         "queue push and pop", 1000, [](size_t n) { return push_and_pop(new_own_queue, n); }, true);
     add_growth_of(

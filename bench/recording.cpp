@@ -27,13 +27,13 @@ char *compose(const char *format, const unsigned long long *arguments)
     (std::make_index_sequence<ARGUMENTS>());
 }
 
+} // namespace
+
 /** Looks at the row id as the library does. */
-int read_row_id(void *, int, char **values, char **)
+static int read_row_id(void *, int, char **values, char **)
 {
     return values[0] ? 0 : 1;
 }
-
-} // namespace
 
 recording::recording(const std::function<void()> &action)
 {
@@ -42,23 +42,16 @@ recording::recording(const std::function<void()> &action)
     current = nullptr;
 }
 
-void recording::note(call what, const sqlite3_stmt *statement, int detail)
+size_t recording::index_of(const sqlite3_stmt *statement) const
 {
     // The address of a statement that is finalized is used again: the last one counts.
-    const auto last = std::find(statements_.rbegin(), statements_.rend(), statement);
-    events_.push_back({what, static_cast<int>(statements_.rend() - last) - 1, detail});
-}
-
-void recording::note_text(call what, const char *text, int detail)
-{
-    events_.push_back({what, static_cast<int>(texts_.size()), detail});
-    texts_.push_back({text});
+    const auto last = std::find(statements.rbegin(), statements.rend(), statement);
+    return static_cast<size_t>(statements.rend() - last) - 1;
 }
 
 void recording::note_composed(const char *format, va_list arguments)
 {
-    note_text(call::compose, format, 0);
-    auto &values = texts_.back().arguments;
+    std::vector<unsigned long long> values;
     for (const char *at = format; *at; ++at) {
         if (*at != '%' || *++at == '%')
             continue;
@@ -67,7 +60,7 @@ void recording::note_composed(const char *format, va_list arguments)
             ++at;
         if (*at == 'Q' || *at == 's') {
             const char *string = va_arg(arguments, const char *);
-            values.push_back(string ? reinterpret_cast<unsigned long long>(strings_.emplace_back(string).c_str()) : 0);
+            values.push_back(string ? reinterpret_cast<unsigned long long>(strings.emplace_back(string).c_str()) : 0);
         } else {
             require(*at == 'd' || *at == 'u', "a conversion that is not known here");
             values.push_back(wide ? va_arg(arguments, unsigned long long) : va_arg(arguments, unsigned int));
@@ -75,95 +68,52 @@ void recording::note_composed(const char *format, va_list arguments)
     }
     require(values.size() <= ARGUMENTS, "a text of more arguments than are passed on");
     values.resize(ARGUMENTS);
+    ++texts;
+    note([text = std::string(format), values](recording &it) {
+        it.composed.push_back(compose(text.c_str(), values.data()));
+    });
 }
 
-void recording::note_prepared(const char *text, int length, sqlite3_stmt *statement)
+void recording::replay(sqlite3 *on)
 {
-    note_text(call::prepare, text, length);
-    statements_.push_back(statement);
-}
-
-void recording::replay(sqlite3 *database)
-{
-    size_t prepared = 0;
-    const char *read = nullptr;
-    for (const event &each : events_) {
-        sqlite3_stmt **const statement = statements_.data() + std::max(each.which, 0);
-        const text *const given = texts_.data() + std::max(each.which, 0);
-        int result = each.detail;
-        switch (each.what) {
-        case call::log_line:
-            dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): \n", "operation", 1);
-            break;
-        case call::compose:
-            composed_.push_back(compose(given->content.c_str(), given->arguments.data()));
-            break;
-        case call::copy:
-            copies_.push_back(g_strdup(read));
-            break;
-        case call::exec:
-            sqlite3_exec(database, given->content.c_str(), each.detail ? read_row_id : nullptr, nullptr, nullptr);
-            break;
-        case call::prepare:
-            sqlite3_prepare_v2(database, given->content.c_str(), each.detail, &statements_[prepared++], nullptr);
-            break;
-        case call::step:
-            result = sqlite3_step(*statement);
-            break;
-        case call::column_int:
-            benchmark::DoNotOptimize(sqlite3_column_int(*statement, each.detail));
-            break;
-        case call::column_int64:
-            benchmark::DoNotOptimize(sqlite3_column_int64(*statement, each.detail));
-            break;
-        case call::column_text:
-            read = reinterpret_cast<const char *>(sqlite3_column_text(*statement, each.detail));
-            break;
-        case call::reset:
-            sqlite3_reset(*statement);
-            break;
-        case call::finalize:
-            result = sqlite3_finalize(*statement);
-            break;
-        }
-        require(result == each.detail, "another answer than the recorded one");
-    }
-    for (char *each : composed_)
+    database = on;
+    for (const auto &call_again : calls)
+        call_again(*this);
+    for (char *each : composed)
         sqlite3_free(each);
-    composed_.clear();
+    composed.clear();
 }
 
 void recording::release()
 {
-    for (char *each : copies_)
+    for (char *each : copies)
         g_free(each);
-    copies_.clear();
+    copies.clear();
+}
+
+bool recording::writes() const
+{
+    return std::any_of(parts.begin(), parts.end(),
+                       [](const auto &part) { return part.first == "exec" || part.first == "insert"; });
 }
 
 std::string recording::shape() const
 {
-    std::vector<std::pair<std::string, int>> parts; // with the number of columns
-    int statements = 0;
-    int texts = 0;
-    int surplus_copies = 0;
-    for (const event &each : events_) {
-        surplus_copies += (each.what == call::copy) - (each.what == call::column_text);
-        statements += each.what == call::exec || each.what == call::prepare;
-        texts += each.what == call::compose;
-        if (each.what == call::exec)
-            parts.emplace_back(each.detail ? "insert" : "exec", 0);
-        else if (each.what == call::step)
-            parts.emplace_back(each.detail == SQLITE_ROW ? "row of " : "end", 0);
-        else if (each.what >= call::column_int && each.what <= call::column_text)
-            ++parts.back().second;
-    }
-    parts.erase(std::unique(parts.begin(), parts.end()), parts.end());
     std::string all;
-    for (const auto &[part, columns] : parts)
-        all += (all.empty() ? "" : ", ") + part + (part == "row of " ? std::to_string(columns) : "");
-    return all + (statements > 1 ? " by " + std::to_string(statements) + " statements" : "") +
-           (texts != statements ? " of " + std::to_string(texts) + " texts" : "") +
-           (surplus_copies > 0 ? ", more copies than texts read" : "");
+    int statements_run = static_cast<int>(statements.size());
+    for (size_t i = 0; i < parts.size(); ++i) {
+        const auto &[part, columns] = parts[i];
+        statements_run += part == "exec" || part == "insert";
+        if (i == 0 || parts[i] != parts[i - 1])
+            all += (i ? ", " : "") + part + (part == "row of " ? std::to_string(columns) : "");
+    }
+    const auto behind = [&](bool said, const char *what, int count) {
+        all += said ? what + std::to_string(count) : "";
+    };
+    behind(statements_run > 1, ", statements: ", statements_run);
+    behind(texts != statements_run, ", texts: ", texts);
+    behind(surplus_copies > 0, ", surplus copies: ", surplus_copies);
+    return all;
 }
 
 } // namespace bench
@@ -171,7 +121,7 @@ std::string recording::shape() const
 /* The stand-ins, which the linker puts between the static objects and what they call. */
 
 using bench::recording;
-using call = recording::call;
+using bench::require;
 
 extern "C" {
 
@@ -191,8 +141,13 @@ decltype(sqlite3_exec) __real_sqlite3_exec;
 int __wrap_sqlite3_exec(sqlite3 *database, const char *text, int (*callback)(void *, int, char **, char **), void *data,
                         char **message)
 {
-    if (recording::current)
-        recording::current->note_text(call::exec, text, callback != nullptr);
+    if (recording::current) {
+        recording::current->parts.emplace_back(callback ? "insert" : "exec", 0);
+        recording::current->note(
+            [again = std::string(text), row_id = callback ? bench::read_row_id : nullptr](recording &it) {
+                sqlite3_exec(it.database, again.c_str(), row_id, nullptr, nullptr);
+            });
+    }
     return __real_sqlite3_exec(database, text, callback, data, message);
 }
 
@@ -201,41 +156,58 @@ int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *text, int length, s
                               const char **tail)
 {
     const int result = __real_sqlite3_prepare_v2(database, text, length, statement, tail);
-    if (recording::current)
-        recording::current->note_prepared(text, length, *statement);
+    if (recording::current) {
+        recording::current->note(
+            [again = std::string(text), length, i = recording::current->statements.size()](recording &it) {
+                sqlite3_prepare_v2(it.database, again.c_str(), length, &it.statements[i], nullptr);
+            });
+        recording::current->statements.push_back(*statement);
+    }
     return result;
 }
 
-#define OF_STATEMENT(name)                                                                                             \
+#define OF_STATEMENT(name, part)                                                                                       \
     decltype(sqlite3_##name) __real_sqlite3_##name;                                                                    \
     int __wrap_sqlite3_##name(sqlite3_stmt *statement)                                                                 \
     {                                                                                                                  \
         const int result = __real_sqlite3_##name(statement);                                                           \
-        if (recording::current)                                                                                        \
-            recording::current->note(call::name, statement, result);                                                   \
+        if (recording::current) {                                                                                      \
+            recording::current->note([i = recording::current->index_of(statement), result](recording &it) {            \
+                require(sqlite3_##name(it.statements[i]) == result, "another answer than the recorded one");           \
+            });                                                                                                        \
+            part;                                                                                                      \
+        }                                                                                                              \
         return result;                                                                                                 \
     }
-OF_STATEMENT(step)
-OF_STATEMENT(reset)
-OF_STATEMENT(finalize)
+OF_STATEMENT(step, recording::current->parts.emplace_back(result == SQLITE_ROW ? "row of " : "end", 0))
+OF_STATEMENT(reset, )
+OF_STATEMENT(finalize, )
 
-#define OF_COLUMN(name)                                                                                                \
+#define OF_COLUMN(name, use)                                                                                           \
     decltype(sqlite3_##name) __real_sqlite3_##name;                                                                    \
     decltype(sqlite3_##name(nullptr, 0)) __wrap_sqlite3_##name(sqlite3_stmt *statement, int column)                    \
     {                                                                                                                  \
-        if (recording::current)                                                                                        \
-            recording::current->note(call::name, statement, column);                                                   \
+        if (recording::current) {                                                                                      \
+            recording::current->surplus_copies -= std::string_view(#name) == "column_text";                            \
+            ++recording::current->parts.back().second;                                                                 \
+            recording::current->note([i = recording::current->index_of(statement), column](recording &it) {            \
+                const auto value = sqlite3_##name(it.statements[i], column);                                           \
+                use;                                                                                                   \
+            });                                                                                                        \
+        }                                                                                                              \
         return __real_sqlite3_##name(statement, column);                                                               \
     }
-OF_COLUMN(column_int)
-OF_COLUMN(column_int64)
-OF_COLUMN(column_text)
+OF_COLUMN(column_int, benchmark::DoNotOptimize(value))
+OF_COLUMN(column_int64, benchmark::DoNotOptimize(value))
+OF_COLUMN(column_text, it.read = reinterpret_cast<const char *>(value))
 
 char *__real_g_strdup(const char *text);
 char *__wrap_g_strdup(const char *text)
 {
-    if (recording::current)
-        recording::current->note(call::copy);
+    if (recording::current) {
+        ++recording::current->surplus_copies;
+        recording::current->note([](recording &it) { it.copies.push_back(g_strdup(it.read)); });
+    }
     return __real_g_strdup(text);
 }
 
@@ -245,7 +217,8 @@ int dlog_print(log_priority, const char *, const char *, ...)
 {
     ++bench::lines_written;
     if (recording::current)
-        recording::current->note(call::log_line);
+        recording::current->note(
+            [](recording &) { dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): \n", "operation", 1); });
     return 0;
 }
 

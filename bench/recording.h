@@ -23,61 +23,39 @@ class recording
     recording(const recording &) = delete;
     recording &operator=(const recording &) = delete;
 
-    /** Asks the same; each answer has to be the recorded one. */
+    /** Asks the same; each answer has to be the recorded one. The texts handed out are freed by release(). */
     void replay(sqlite3 *database);
-
-    /** Frees the copies of texts that are the last replay's result. */
     void release();
-
+    /** Whether any statement was run otherwise than by steps: that is how all that change rows are run. */
+    bool writes() const;
     /**
      * What was asked, in its order and whatever the number of rows: "exec", "insert", for each step "row of 17", 17
      * columns being read, or "end"; what comes several times in a row stands once. Behind it the number of statements
-     * that were run, if more than one, and of the texts composed, if another.
+     * that were run, if more than one, of the texts composed, if another, and of the copies, if more than texts read.
      */
     std::string shape() const;
-
-    /** copy: of the text that was read last. From step on: of a prepared statement. */
-    enum class call {
-        log_line,
-        compose,
-        copy,
-        exec,
-        prepare,
-        step,
-        column_int,
-        column_int64,
-        column_text,
-        reset,
-        finalize
-    };
-
-    /* Called by the stand-ins for what is recorded. */
-    void note(call what, const sqlite3_stmt *statement = nullptr, int detail = 0);
-    void note_text(call what, const char *text, int detail);
-    void note_composed(const char *format, va_list arguments);
-    void note_prepared(const char *text, int length, sqlite3_stmt *statement);
 
     /** That which is recording now; null when none is. */
     static inline recording *current;
 
-  private:
-    struct event {
-        call what;
-        int which;  /**< of the statements prepared, or of the texts */
-        int detail; /**< of a step or finalize its result, of a column its number, of a prepare the length, of an exec
-                     * its callback
-                     */
-    };
-    struct text {
-        std::string content; /**< or the format of what is composed */
-        std::vector<unsigned long long> arguments = {};
-    };
-    std::vector<event> events_;
-    std::vector<text> texts_;
-    std::list<std::string> strings_; /**< which arguments point to */
-    std::vector<sqlite3_stmt *> statements_;
-    std::vector<char *> composed_; /**< which live to the end, as they do in an operation */
-    std::vector<char *> copies_;
+    /* For the stand-ins of what is recorded. */
+
+    void note(std::function<void(recording &)> again)
+    {
+        calls.push_back(std::move(again));
+    }
+    void note_composed(const char *format, va_list arguments);
+    size_t index_of(const sqlite3_stmt *statement) const;
+
+    std::vector<std::function<void(recording &)>> calls;
+    std::vector<std::pair<std::string, int>> parts; /**< of the shape, with the number of columns */
+    int texts = 0, surplus_copies = 0;
+    sqlite3 *database = nullptr; /**< that of the replay */
+    std::vector<sqlite3_stmt *> statements;
+    std::list<std::string> strings; /**< which arguments point to */
+    std::vector<char *> composed;   /**< which live to the end, as they do in an operation */
+    std::vector<char *> copies;
+    const char *read = nullptr; /**< the last text */
 };
 
 } // namespace bench

@@ -62,42 +62,29 @@ GList *copy_texts_by_hand(GList *source)
     return copy;
 }
 
-/* Not inlined: a copy that the compiler sees thrown away is one that it does not make. */
-
-[[gnu::noinline]] void copy_by_hand(const zel_request &source, zel_request &copy)
-{
-    ZEL_BEGIN();
-    copy = source;
-    for (char **text : texts_of(copy))
-        *text = g_strdup(*text);
-    for (GList **list : lists_of(copy))
-        *list = copy_texts_by_hand(*list);
-    const int result = app_control_clone(&copy.caller, source.caller);
-    ZEL_DEBUG("app_control_clone result : [%d]", result);
-    ZEL_END();
-}
-
-[[gnu::noinline]] void release_by_hand(zel_request &request)
-{
-    ZEL_BEGIN();
-    for (char **text : texts_of(request))
-        g_free(*text);
-    ZEL_DEBUG("g_list_free_full");
-    for (GList **list : lists_of(request))
-        g_list_free_full(*list, g_free);
-    ZEL_DEBUG("destroy app control");
-    const int result = app_control_destroy(request.caller);
-    ZEL_DEBUG("app_control_destroy ret[%d]", result);
-    ZEL_END();
-}
-
 side copy_and_release_by_hand(const request_holder &request)
 {
     return repeat([=] {
         return [=] {
-            zel_request copy;
-            copy_by_hand(*request, copy);
-            release_by_hand(copy);
+            ZEL_BEGIN();
+            zel_request copy = *request;
+            for (char **text : texts_of(copy))
+                *text = g_strdup(*text);
+            for (GList **list : lists_of(copy))
+                *list = copy_texts_by_hand(*list);
+            app_control_clone(&copy.caller, request->caller);
+            ZEL_DEBUG("app_control_clone result : [%d]", 0);
+            ZEL_END();
+            benchmark::DoNotOptimize(copy);
+            ZEL_BEGIN();
+            for (char **text : texts_of(copy))
+                g_free(*text);
+            ZEL_DEBUG("g_list_free_full");
+            for (GList **list : lists_of(copy))
+                g_list_free_full(*list, g_free);
+            ZEL_DEBUG("destroy app control");
+            ZEL_DEBUG("app_control_destroy ret[%d]", app_control_destroy(copy.caller));
+            ZEL_END();
         };
     });
 }
