@@ -34,7 +34,7 @@ struct setting {
     size_t text; /**< bytes of each text in a row or a call */
 };
 constexpr setting FEW_ROWS = {"few rows", 1.1, 41, 1, 40};
-constexpr setting MANY_ROWS = {"many rows", 1.3, 11, MANY, 40};
+constexpr setting MANY_ROWS = {"many rows", 1.2, 11, MANY, 40};
 constexpr setting LONG_TEXTS = {"long texts", 2.0, 11, 1, 20000};
 
 /** A file to start from again and again; there is one database open at a time. */
