@@ -14,6 +14,7 @@ template <typename Action> side diverted(const std::string &path, Action action)
 {
     return repeat([=] {
         require(std::freopen(path.c_str(), "w", stderr), "standard error cannot be diverted");
+        std::setvbuf(stderr, nullptr, _IONBF, 0);
         return action;
     });
 }
