@@ -4,6 +4,7 @@
 
 #include "model.h"
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -12,14 +13,19 @@ namespace zel_store
 
 struct finding {
     std::string kind; /**< one word that programs look for; the man page lists them */
-    std::string title, meaning, advice;
-    std::string table, key; /**< where the rows are, and the column that names them */
-    std::vector<std::string> rows;
+    std::string title, means, action;
+    std::string table = {}, key = {}; /**< where the rows are, and the column that names them */
+    std::vector<std::string> rows = {};
 };
 
-std::vector<finding> check(const store &read);
+/** What is wrong with the file as such: what can be read of it is not all that was written. */
+std::vector<finding> check_file(const store &read);
 
-std::vector<std::string> finding_lines(const std::vector<finding> &findings);
+/** That, and what contradicts itself. */
+std::vector<finding> check_all(const store &read);
+
+std::vector<std::string> lines_of(const std::vector<finding> &findings);
+nlohmann::ordered_json json_of(const std::vector<finding> &findings);
 
 } // namespace zel_store
 

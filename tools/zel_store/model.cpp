@@ -24,15 +24,11 @@ void read_rows(sqlite3 *database, const std::string &name, stored_table &table)
     table.rows = rows_of(database, "SELECT * FROM " + name, &table.complaint);
     if (table.complaint.empty())
         return;
-    const auto with_ids = [&](const char *order) {
-        std::string ignored;
-        return rows_of(database, "SELECT rowid, * FROM " + name + " ORDER BY rowid " + order, &ignored);
-    };
     std::map<long long, row> by_id;
     for (const char *order : {"ASC", "DESC"})
-        for (row &one : with_ids(order)) {
-            const long long id = one[0].number;
-            one.columns.erase(one.columns.begin());
+        for (row &one : rows_of(database, "SELECT *, rowid FROM " + name + " ORDER BY rowid " + order)) {
+            const long long id = one.columns.back().number;
+            one.columns.pop_back();
             by_id.emplace(id, std::move(one));
         }
     table.rows.clear();

@@ -100,6 +100,13 @@ struct store {
     }
 };
 
+/** Whether a transfer has failed for good: it was retried as often as the store lists it. */
+inline bool is_given_up(const row &transfer)
+{
+    return transfer[COLUMN_CONTENT_SYNC_INFO_STATUS].number == ZEL_SYNC_FAILED &&
+           transfer[COLUMN_CONTENT_SYNC_INFO_FAIL_COUNT].number > RETRY_CAP;
+}
+
 /** What narrows a view; with neither all is meant. */
 struct narrowing {
     std::string request, token;

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -60,7 +59,7 @@ std::optional<std::string> read_file(const std::string &path, size_t limit = std
             return std::nullopt;
         refuse(path, errno);
     }
-    const std::unique_ptr<const int, void (*)(const int *)> closing(&file, [](const int *held) { close(*held); });
+    const std::shared_ptr<const int> closing(&file, [](const int *held) { close(*held); });
     struct stat own = {};
     if (fstat(file, &own) != 0)
         refuse(path, errno);
@@ -69,17 +68,15 @@ std::optional<std::string> read_file(const std::string &path, size_t limit = std
     if (status)
         *status = own;
     std::string bytes;
-    for (;;) {
+    for (ssize_t length = 1; length > 0;) {
         const size_t before = bytes.size();
-        const size_t piece = std::min(limit - before, before == 0 ? static_cast<size_t>(own.st_size) + 1 : 4096);
-        bytes.resize(before + piece);
-        const ssize_t length = piece > 0 ? read(file, bytes.data() + before, piece) : 0;
-        bytes.resize(before + static_cast<size_t>(std::max<ssize_t>(length, 0)));
+        bytes.resize(before + std::min(limit - before, before == 0 ? static_cast<size_t>(own.st_size) + 1 : 4096));
+        length = bytes.size() > before ? read(file, &bytes[before], bytes.size() - before) : 0;
         if (length < 0)
             refuse(path, errno);
-        if (length == 0)
-            return bytes;
+        bytes.resize(before + static_cast<size_t>(length));
     }
+    return bytes;
 }
 
 unsigned int big_endian(const std::string &bytes, size_t at, size_t length)
@@ -143,61 +140,51 @@ image read_consistently(const std::string &path)
     }
 }
 
-/** Holds back what would end the program while files of it lie about. */
-class signals_wait
+/** A folder of one's own, which goes with all that is in it; no signal ends the program meanwhile. */
+class scratch_folder
 {
   public:
-    signals_wait()
+    scratch_folder()
     {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-    ~signals_wait()
-    {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-    signals_wait(const signals_wait &) = delete;
-    signals_wait &operator=(const signals_wait &) = delete;
-
-  private:
-    sigset_t before = {};
-};
-
-/** A folder of one's own, which goes with all that is in it. */
-struct scratch_folder {
-    std::string path = (std::filesystem::temp_directory_path() / "zel-store.XXXXXX").string();
-
-    scratch_folder()
-    {
         if (!mkdtemp(path.data()))
-            throw unreadable("No private copy can be made in " + safe(path) + ": " + g_strerror(errno) +
-                             ". Name a folder with room for it in TMPDIR.");
+            complain();
     }
     ~scratch_folder()
     {
         std::error_code ignored;
         std::filesystem::remove_all(path, ignored);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
     }
     scratch_folder(const scratch_folder &) = delete;
     scratch_folder &operator=(const scratch_folder &) = delete;
 
     void put(const char *name, const std::optional<std::string> &bytes) const
     {
-        if (!bytes)
-            return;
-        std::ofstream file(path + name, std::ios::binary);
-        file.write(bytes->data(), static_cast<std::streamsize>(bytes->size()));
-        if (!file.flush())
-            throw unreadable("No private copy can be made in " + path + ": " + g_strerror(errno) +
-                             ". Name a folder with room for it in TMPDIR.");
+        std::ofstream file;
+        if (bytes)
+            file.open(path + name, std::ios::binary);
+        if (bytes && !file.write(bytes->data(), static_cast<std::streamsize>(bytes->size())).flush())
+            complain();
     }
+
+    std::string path = (std::filesystem::temp_directory_path() / "zel-store.XXXXXX").string();
+
+  private:
+    [[noreturn]] void complain() const
+    {
+        throw unreadable("No private copy can be made in " + safe(path) + ": " + g_strerror(errno) +
+                         ". Name a folder with room for it in TMPDIR.");
+    }
+
+    sigset_t before = {};
 };
 
 /** Opens the copy; what its writers have broken off is undone at the first look. The files' names are gone then. */
 void open_copy(private_copy &copy, const image &taken)
 {
-    const signals_wait waiting;
     const scratch_folder folder;
     folder.put("/store", taken.main);
     folder.put("/store-journal", taken.journal);
@@ -218,28 +205,19 @@ void find_openers(file_facts &facts)
     namespace fs = std::filesystem;
     std::error_code error;
     for (const fs::directory_entry &entry : fs::directory_iterator("/proc", error)) {
-        const pid_t id = std::atoi(entry.path().filename().c_str());
-        if (id <= 0 || id == getpid())
-            continue;
-        std::error_code closed;
+        const auto id = static_cast<pid_t>(std::strtol(entry.path().filename().c_str(), nullptr, 10));
         bool has_it = false;
-        for (fs::directory_iterator one(entry.path() / "fd", closed), end; !closed && one != end;
-             one.increment(closed)) {
+        for (fs::directory_iterator one(entry.path() / "fd", error), end; id > 0 && !error && one != end;
+             one.increment(error)) {
             struct stat status = {};
             has_it = has_it || (stat(one->path().c_str(), &status) == 0 && status.st_dev == facts.status.st_dev &&
                                 status.st_ino == facts.status.st_ino);
         }
-        if (closed == std::errc::permission_denied)
-            facts.sees_all_processes = false;
-        if (has_it) {
-            std::ifstream file(entry.path() / "comm");
-            std::string name;
-            std::getline(file, name);
+        facts.sees_all_processes = facts.sees_all_processes && (id <= 0 || error != std::errc::permission_denied);
+        std::string name;
+        if (has_it && id != getpid() && std::getline(std::ifstream(entry.path() / "comm"), name))
             facts.openers.push_back({id, name});
-        }
     }
-    std::sort(facts.openers.begin(), facts.openers.end(),
-              [](const process &a, const process &b) { return a.id < b.id; });
 }
 
 } // namespace

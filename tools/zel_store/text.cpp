@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <clocale>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <glib.h>
 #include <sys/ioctl.h>
@@ -20,16 +19,11 @@ void terminal::look()
     knows_utf8 = g_get_charset(nullptr);
     is_terminal = isatty(STDOUT_FILENO);
     const char *const no_colour = std::getenv("NO_COLOR");
-    const char *const kind = std::getenv("TERM");
-    has_colours = is_terminal && !(no_colour && *no_colour) && !(kind && std::string_view(kind) == "dumb");
+    has_colours = is_terminal && !(no_colour && *no_colour) && g_strcmp0(std::getenv("TERM"), "dumb") != 0;
     winsize size = {};
-    if (is_terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-        width = size.ws_col;
-        height = size.ws_row;
-    } else if (is_terminal) {
-        width = 80;
-        height = 24;
-    }
+    const bool is_known = is_terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    width = is_known ? size.ws_col : is_terminal ? 80 : 0;
+    height = is_known ? size.ws_row : 24;
 }
 
 std::string format(const char *fmt, ...)
@@ -53,18 +47,41 @@ bool is_dangerous(gunichar letter)
            (letter >= 0x2028 && letter <= 0x202E) || (letter >= 0x2060 && letter <= 0x206F) || letter == 0xFEFF;
 }
 
-/** Length of what takes no column and stands at the beginning of a text: the tool's own colours. */
-size_t colour_length(std::string_view text)
+/** A letter of a safe text, or one of the tool's colours. */
+struct piece {
+    size_t length;
+    int columns;
+};
+
+piece first_piece(std::string_view text)
 {
-    return text.starts_with("\033[") ? text.find('m') + 1 : 0;
+    if (text.starts_with("\033["))
+        return {text.find('m') + 1, 0};
+    const gunichar letter = g_utf8_get_char(text.data());
+    return {static_cast<size_t>(g_unichar_to_utf8(letter, nullptr)), g_unichar_iszerowidth(letter) ? 0
+                                                                     : g_unichar_iswide(letter)    ? 2
+                                                                                                   : 1};
 }
 
-/** Length and columns of the first letter of a safe text. */
-std::pair<size_t, int> first_letter(std::string_view text)
+int width_of(std::string_view text)
 {
-    const gunichar letter = g_utf8_get_char(text.data());
-    const auto length = static_cast<size_t>(g_unichar_to_utf8(letter, nullptr));
-    return {length, g_unichar_iszerowidth(letter) ? 0 : g_unichar_iswide(letter) ? 2 : 1};
+    int columns = 0;
+    for (; !text.empty(); text.remove_prefix(first_piece(text).length))
+        columns += first_piece(text).columns;
+    return columns;
+}
+
+std::string repeated(const char *text, int count)
+{
+    std::string result;
+    while (count-- > 0)
+        result += text;
+    return result;
+}
+
+const char *ellipsis()
+{
+    return screen.knows_utf8 ? "…" : "~";
 }
 
 } // namespace
@@ -87,113 +104,69 @@ std::string safe(std::string_view text)
     return result;
 }
 
-int width_of(std::string_view text)
-{
-    int columns = 0;
-    while (!text.empty()) {
-        if (const size_t length = colour_length(text); length > 0) {
-            text.remove_prefix(length);
-            continue;
-        }
-        const auto [length, wide] = first_letter(text);
-        columns += wide;
-        text.remove_prefix(std::min(length, text.size()));
-    }
-    return columns;
-}
-
 std::string cut(std::string_view text, int columns)
 {
     if (columns <= 0 || width_of(text) <= columns)
         return std::string(text);
-    const std::string_view ellipsis = screen.knows_utf8 ? "…" : "~";
     std::string result;
-    std::string ending;
+    bool is_full = false;
     for (int left = columns - 1; !text.empty();) {
-        if (const size_t length = colour_length(text); length > 0) {
-            // What was switched on in front of the cut is switched off behind it.
-            (left < 0 ? ending : result) += text.substr(0, length);
-            text.remove_prefix(length);
-            continue;
+        const piece next = first_piece(text);
+        if (!is_full && next.columns > left) {
+            result += ellipsis();
+            is_full = true;
         }
-        const auto [length, wide] = first_letter(text);
-        if (left >= 0 && wide > left) {
-            result += ellipsis;
-            left = -1;
-        } else if (left >= 0) {
-            result += text.substr(0, length);
-            left -= wide;
-        }
-        text.remove_prefix(std::min(length, text.size()));
+        if (!is_full || next.columns == 0) // a colour that was switched on is switched off again
+            result += text.substr(0, next.length);
+        left -= next.columns;
+        text.remove_prefix(next.length);
     }
-    return result + ending;
+    return result;
 }
 
 std::string in_columns(std::string_view text, int columns)
 {
-    std::string result = cut(text, columns);
-    result.append(static_cast<size_t>(std::max(0, columns - width_of(result))), ' ');
+    const std::string result = cut(text, columns);
+    return result + repeated(" ", columns - width_of(result));
+}
+
+std::string wrapped(std::string_view text, int indentation)
+{
+    const int room = (screen.width > 0 ? screen.width : 100) - indentation;
+    std::string result;
+    for (int used = 0; !text.empty();) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        const int columns = width_of(word);
+        const bool fits = used == 0 || used + 1 + columns <= room;
+        result += used == 0 ? "" : fits ? " " : "\n" + repeated(" ", indentation);
+        result += word;
+        used = (fits && used > 0 ? used + 1 : 0) + columns;
+        text.remove_prefix(std::min(text.size(), word.size() + 1));
+    }
     return result;
 }
 
 std::string shortened(std::string_view secret)
 {
-    const std::string ellipsis = screen.knows_utf8 ? "…" : "..";
-    const bool is_plain =
-        std::all_of(secret.begin(), secret.end(), [](char letter) { return g_ascii_isgraph(letter); });
-    if (secret.empty())
-        return "";
-    return is_plain && secret.size() >= 8
-               ? std::string(secret.substr(0, 3)) + ellipsis + std::string(secret.substr(secret.size() - 2))
-               : ellipsis;
+    const bool is_long = secret.size() >= 8 &&
+                         std::all_of(secret.begin(), secret.end(), [](char letter) { return g_ascii_isgraph(letter); });
+    return secret.empty() ? ""
+           : is_long ? std::string(secret.substr(0, 3)) + ellipsis() + std::string(secret.substr(secret.size() - 2))
+                     : ellipsis();
 }
 
 std::string coloured(colour wanted, const std::string &text)
 {
-    static constexpr const char *CODES[] = {"", "2", "1", "31", "32", "33", "34"};
-    if (!screen.has_colours || wanted == colour::plain || text.empty())
-        return text;
-    return std::string("\033[") + CODES[static_cast<int>(wanted)] + "m" + text + "\033[0m";
+    static constexpr const char *CODES[] = {"", "2", "1", "31", "32", "33"};
+    const bool is_plain = !screen.has_colours || wanted == colour::plain || text.empty();
+    return is_plain ? text : format("\033[%sm%s\033[0m", CODES[static_cast<int>(wanted)], text.c_str());
 }
 
 std::string bar(long long percent, int cells)
 {
-    static constexpr const char *EIGHTHS[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    const int eighths = static_cast<int>(std::clamp(percent, 0LL, 100LL) * cells * 8 / 100);
-    std::string full;
-    std::string rest;
-    for (int i = 0; i < eighths / 8; ++i)
-        full += screen.knows_utf8 ? "█" : "#";
-    int empty = cells - eighths / 8;
-    if (screen.knows_utf8 && eighths % 8) {
-        full += EIGHTHS[eighths % 8];
-        --empty;
-    }
-    for (int i = 0; i < empty; ++i)
-        rest += screen.knows_utf8 ? "·" : "-";
-    return full + coloured(colour::dim, rest);
-}
-
-std::string wrapped(std::string_view text, int indentation)
-{
-    std::string result;
-    const int room = (screen.width > 0 ? screen.width : 100) - indentation;
-    int used = 0;
-    while (!text.empty()) {
-        const std::string_view word = text.substr(0, text.find(' '));
-        const int columns = width_of(word);
-        if (used > 0 && used + 1 + columns > room) {
-            result += "\n" + std::string(static_cast<size_t>(indentation), ' ');
-            used = 0;
-        } else if (used > 0) {
-            result += ' ';
-            ++used;
-        }
-        result += word;
-        used += columns;
-        text.remove_prefix(std::min(text.size(), word.size() + 1));
-    }
-    return result;
+    const int full = static_cast<int>(std::clamp(percent, 0LL, 100LL) * cells / 100);
+    return repeated(screen.knows_utf8 ? "█" : "#", full) +
+           coloured(colour::dim, repeated(screen.knows_utf8 ? "·" : "-", cells - full));
 }
 
 } // namespace zel_store

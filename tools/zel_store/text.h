@@ -7,12 +7,11 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace zel_store
 {
 
-/** Where the output goes; begins as a pipe that takes ASCII only. */
+/** Where the output goes. */
 struct terminal {
     int width = 0; /**< columns; 0: as wide as it takes */
     int height = 0;
@@ -26,29 +25,26 @@ extern terminal screen;
 /** As printf would write it. */
 __attribute__((format(printf, 1, 2))) std::string format(const char *fmt, ...);
 
-/** The text with control bytes, invalid UTF-8 and what changes the direction of writing shown as \xNN or \u{N}. */
+/** The text with control bytes, invalid UTF-8 and what turns the direction of writing shown as \xNN or \u{N}. */
 std::string safe(std::string_view text);
 
-/** Columns that a text takes; colours take none. */
-int width_of(std::string_view text);
+/** A safe text, with colours or not, in at most so many columns; 0: the whole text. */
+std::string cut(std::string_view text, int columns);
 
-/** The text in exactly so many columns: cut with an ellipsis, or filled up with blanks. */
+/** In exactly so many columns. */
 std::string in_columns(std::string_view text, int columns);
 
-/** The text in at most so many columns; 0: the whole text. */
-std::string cut(std::string_view text, int columns);
+/** A safe text broken between words; all lines but the first are indented. */
+std::string wrapped(std::string_view text, int indentation);
 
 /** A secret as it may be shown: its ends, or nothing of a short one. */
 std::string shortened(std::string_view secret);
 
-enum class colour { plain, dim, bold, red, green, yellow, blue };
+enum class colour { plain, dim, bold, red, green, yellow };
 std::string coloured(colour wanted, const std::string &text);
 
 /** A bar of so many cells that is full at 100 percent. */
 std::string bar(long long percent, int cells);
-
-/** Broken between words so that it fits behind the indentation, which all lines but the first get. */
-std::string wrapped(std::string_view text, int indentation);
 
 } // namespace zel_store
 

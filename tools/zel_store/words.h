@@ -18,31 +18,31 @@ std::string word_of(quillo_push_status_e status);
 std::string word_of(quillo_app_type_e type);
 std::string word_of(zel_file_sync_status status);
 std::string word_of(zel_file_sync_type type);
+enum class read_state : int {}; /**< of a notification: 0 to 2, which no header names */
+std::string word_of(read_state state);
 
-/** What a notification's read_noti stands for; no header names it. */
-std::string read_state(long long state);
+/** The word of a stored value; empty when there is none. */
+template <typename Vocabulary> std::string known_word(const value &stored)
+{
+    return stored.number == static_cast<int>(stored.number) ? word_of(static_cast<Vocabulary>(stored.number)) : "";
+}
 
 /** The word of a stored value; of one outside the vocabulary the value itself. */
 template <typename Vocabulary> std::string word(const value &stored)
 {
-    const std::string found = stored.type == SQLITE_INTEGER && stored.number >= -1 && stored.number < 1000
-                                  ? word_of(static_cast<Vocabulary>(stored.number))
-                                  : "";
-    return !found.empty() ? found : stored.is_null() ? "NULL" : "?" + safe(stored.text);
+    const std::string found = known_word<Vocabulary>(stored);
+    return !found.empty() ? found : "?" + safe(stored.text);
 }
 
 /** Bytes as a person says them: 1.5 MiB. */
 std::string size(long long bytes);
 
-/** A time in seconds or, from the year 5138 on, milliseconds: as a date (UTC), and how far away it is. */
+/** A time in seconds or, from the year 5138 on, in milliseconds: the date (UTC) and, in brackets, how far away it is.
+ */
 std::string date(long long time);
-std::string away(long long time);
 
 /** Whether a column holds what is shown shortened: numbers, tokens, keys, and addresses that may hold them. */
-bool is_secret(std::string_view table, int column);
-
-/** Whether a transfer has failed for good: retried as often as the store lists it. */
-bool is_given_up(const row &transfer);
+bool is_secret(const column &named);
 
 } // namespace zel_store
 
