@@ -82,8 +82,8 @@ TEST(HostPlatform, TheEnvironmentNamesTheLowestPriorityThatIsWritten)
                                                            {"error", "E?"},      {"silent", "?"},    {"", "DIWE?"},
                                                            {"warning", "!DIWE?"}};
     for (const auto &[value, letters] : cases) {
-        const std::string command = "ZEL_HOST_LOG=" + std::string(value) + " /proc/" + std::to_string(getpid()) +
-                                    "/exe --gtest_filter='*TheEnvironment*' 2>&1 >/dev/null";
+        const std::string command = "ZEL_HOST_LOG=" + std::string(value) +
+                                    " " ZEL_TEST_ITSELF " --gtest_filter='*TheEnvironment*' 2>&1 >/dev/null";
         FILE *const lines = popen(command.c_str(), "r");
         std::string found;
         char line[256];
