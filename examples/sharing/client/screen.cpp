@@ -13,6 +13,7 @@ namespace
 
 constexpr size_t name_width = 28;
 constexpr unsigned int bar_width = 20;
+constexpr unsigned long long cost_of_a_file = 64 * 1024ULL; /**< what it takes besides its bytes, in bytes */
 constexpr unsigned short least_columns = 80;
 constexpr unsigned short least_rows = 10;
 
@@ -124,22 +125,24 @@ std::string screen::summary(const request &state)
     unsigned long long passed = 0;
     for (const file &one : state.files)
         passed += one.offset;
-    const auto now = steady_clock::now();
-    sent_.emplace_back(now, passed);
-    while (sent_.size() > 2 && now - sent_.front().first > seconds(5))
-        sent_.pop_front();
-    const auto through = std::ranges::count_if(state.files, is_through);
+    const auto through = static_cast<unsigned long long>(std::ranges::count_if(state.files, is_through));
     std::string text = std::to_string(through) + " of " + counted(state.files.size(), "file") + ", " +
                        size_text(passed) + " of " + size_text(state.size);
-    const double time = duration<double>(now - sent_.front().first).count();
-    const double rate = time > 0.5 ? static_cast<double>(passed - std::min(passed, sent_.front().second)) / time : 0;
     if (state.status == QUILLO_UPLOAD_STATUS_PAUSED)
         return text + ", paused";
-    if (rate >= 1 && passed < state.size) {
-        const auto left = static_cast<unsigned long>(static_cast<double>(state.size - passed) / rate) + 1;
+    const auto now = steady_clock::now();
+    sent_.push_back({now, passed, passed + through * cost_of_a_file});
+    while (sent_.size() > 2 && now - sent_.front().time > seconds(5))
+        sent_.pop_front();
+    const double time = duration<double>(now - sent_.front().time).count();
+    const auto work = static_cast<double>(sent_.back().work - std::min(sent_.back().work, sent_.front().work));
+    const unsigned long long whole = state.size + state.files.size() * cost_of_a_file;
+    if (time > 0.5 && work > 0 && sent_.back().work < whole) {
+        const auto bytes = static_cast<double>(passed - std::min(passed, sent_.front().bytes));
+        const auto left = static_cast<unsigned long>(static_cast<double>(whole - sent_.back().work) * time / work) + 1;
         char rest[64];
-        snprintf(rest, sizeof rest, ", %s/s, %lu:%02lu left", size_text(static_cast<unsigned long long>(rate)).c_str(),
-                 left / 60, left % 60);
+        snprintf(rest, sizeof rest, ", %s/s, %lu:%02lu left",
+                 size_text(static_cast<unsigned long long>(bytes / time)).c_str(), left / 60, left % 60);
         text += rest;
     }
     return state.trouble.empty() ? text : text + ", " + printable(state.trouble);

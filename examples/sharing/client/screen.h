@@ -43,7 +43,12 @@ class screen
     size_t rows_ = 24;
     size_t lines_drawn_ = 0;
     std::map<unsigned int, last_shown> shown_;
-    std::deque<std::pair<std::chrono::steady_clock::time_point, unsigned long long>> sent_; /**< of the last seconds */
+    struct moment {
+        std::chrono::steady_clock::time_point time;
+        unsigned long long bytes;
+        unsigned long long work;
+    };
+    std::deque<moment> sent_; /**< of the last seconds */
 };
 
 /** Bytes of all files of a request that have passed, of a hundred. */

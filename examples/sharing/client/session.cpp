@@ -1,7 +1,9 @@
 #include "session.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
+#include <unistd.h>
 #include <utility>
 
 #include "bus.h"
@@ -37,6 +39,27 @@ file file_of(GVariant *value)
     return result;
 }
 
+/** Lets the main loop run until something holds; on a terminal it is seen to move. */
+template <typename condition> void await(condition holds)
+{
+    const guint ticking = g_timeout_add(
+        100, [](void *) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+    const bool is_seen = isatty(STDERR_FILENO) != 0;
+    const gint64 start = g_get_monotonic_time();
+    bool has_shown = false;
+    while (!holds()) {
+        g_main_context_iteration(nullptr, TRUE);
+        const gint64 tenths = (g_get_monotonic_time() - start) / 100'000;
+        if (is_seen && tenths > 5 && !holds()) {
+            fprintf(stderr, "\r%c", "|/-\\"[tenths % 4]);
+            has_shown = true;
+        }
+    }
+    if (has_shown)
+        fprintf(stderr, "\r\033[K");
+    g_source_remove(ticking);
+}
+
 /** What the service tells while a request is followed. */
 struct news {
     unsigned int id = 0;
@@ -68,9 +91,18 @@ session::~session()
 
 variant session::call(const char *method, GVariant *arguments)
 {
+    GAsyncResult *result = nullptr;
+    g_dbus_connection_call(
+        connection_, nullptr, bus::object, bus::interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT,
+        nullptr,
+        [](GObject *, GAsyncResult *came, void *to) {
+            *static_cast<GAsyncResult **>(to) = G_ASYNC_RESULT(g_object_ref(came));
+        },
+        &result);
+    await([&] { return result != nullptr; });
     GError *error = nullptr;
-    variant answer(g_dbus_connection_call_sync(connection_, nullptr, bus::object, bus::interface, method, arguments,
-                                               nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, &error));
+    variant answer(g_dbus_connection_call_finish(connection_, result, &error));
+    g_object_unref(result);
     if (answer)
         return answer;
     const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, g_error_free);
@@ -119,11 +151,8 @@ void session::wait_for_news()
             *static_cast<bool *>(came) = true;
         },
         &has_come, nullptr);
-    const auto end = [](void *came) -> gboolean { return *static_cast<bool *>(came) = true; };
-    const guint timer = g_timeout_add(1000, end, &has_come);
-    while (!has_come)
-        g_main_context_iteration(nullptr, TRUE);
-    g_source_remove(timer);
+    const gint64 end = g_get_monotonic_time() + G_USEC_PER_SEC;
+    await([&] { return has_come || g_get_monotonic_time() >= end; });
     g_dbus_connection_signal_unsubscribe(connection_, subscription);
 }
 
