@@ -160,7 +160,7 @@ side copy_records(size_t items)
 }
 
 const group measures([] {
-    for (const size_t items : {10, 1000}) {
+    for (const size_t items : {10U, 1000U}) {
         const std::string share_of = "a share of " + std::to_string(items) + " items";
         add({"encoding: " + share_of + " / memcpy", 2.0, [=] {
                  // The same memory for both: where the pieces lie decides what reading and writing them costs.

@@ -67,7 +67,7 @@ std::shared_ptr<peer_table> new_peer_table(size_t entries)
     GHashTable *table = g_hash_table_new_full(g_direct_hash, g_direct_equal, nullptr, nullptr);
     for (size_t i = 0; i < entries; ++i)
         g_hash_table_insert(table, key_of(i), &value);
-    return std::make_shared<peer_table>(std::shared_ptr<GHashTable>(table, g_hash_table_destroy));
+    return std::shared_ptr<peer_table>(new peer_table{{table, g_hash_table_destroy}});
 }
 
 /** Does something with one key after another, over and over. */
@@ -101,7 +101,7 @@ const group measures([] {
     const auto read = [](zel_hash_table *table, void *key) {
         require(_common_read_from_hash_table(table, key), "a missing key");
     };
-    for (const size_t entries : {10, 100000}) {
+    for (const size_t entries : {10U, 100000U}) {
         add_beside(
             "write", entries, [](zel_hash_table *table, void *key) { _common_write_to_hash_table(table, key, &value); },
             [](peer_table *table, void *key) { table->write(key, &value); });

@@ -113,7 +113,7 @@ void add_growth_of(const char *name, size_t n, Operation operation, bool flat = 
 const group measures([] {
     add({"control: the same work on both sides", 1.1,
          [] { return std::pair(push_and_pop(new_peer_queue, 10), push_and_pop(new_peer_queue, 10)); }});
-    for (const size_t length : {10, 1000, 100000})
+    for (const size_t length : {10U, 1000U, 100000U})
         add({"queue: push and pop, " + std::to_string(length) + " queued / GAsyncQueue", 1.0,
              [=] { return std::pair(push_and_pop(new_own_queue, length), push_and_pop(new_peer_queue, length)); }});
     add({.name = "queue: hand-over to a thread and back, on one processor / GAsyncQueue",

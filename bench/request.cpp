@@ -90,7 +90,7 @@ side copy_and_release_by_hand(const request_holder &request)
 }
 
 const group measures([] {
-    for (const size_t files : {1, 10})
+    for (const size_t files : {1U, 10U})
         add({"request: copy and release, lists of " + std::to_string(files) + " / by hand", 1.15, [=] {
                  const request_holder request = new_request(files);
                  return std::pair(copy_and_release(request), copy_and_release_by_hand(request));
