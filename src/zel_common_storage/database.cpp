@@ -6,15 +6,6 @@
 
 using namespace zel_storage;
 
-zel_err_e zel_storage::delete_key(const char *key, log_site site)
-{
-    ZEL_BEGIN_AT(site);
-    if (!key)
-        return finish(reject("[key] is NULL_PARAM", site), site);
-    return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error", site),
-                  site);
-}
-
 zel_err_e _common_storage_init(void)
 {
     ZEL_BEGIN();
@@ -109,23 +100,32 @@ bool _common_storage_check_table_exist(const char *table_name)
     return exists;
 }
 
+zel_err_e zel_storage::delete_key(const char *key, log_site site)
+{
+    ZEL_BEGIN_AT(site);
+    if (!key)
+        return finish(reject("[key] is NULL_PARAM", site), site);
+    return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error", site),
+                  site);
+}
+
 zel_err_e _common_storage_clear(void)
 {
-    static constexpr const char *TABLES[] = {
+    static constexpr const char *USER_TABLES[] = {
         TABLE_PUSH_NOTI_INFO,          TABLE_CONTENT_INFO,
         TABLE_CONTENT_INFO_STATUS,     TABLE_RECENT_RECEIVER_GROUP,
         TABLE_RECENT_RECEIVER_DETAILS, TABLE_UPLOAD_REQUEST_DATA,
         TABLE_CONTACT_DETAILS,
     };
-    static constexpr const char *KEYS[] = {"evt_refresh_token", "evt_access_token", "evt_push_token"};
+    static constexpr const char *USER_KEYS[] = {"evt_refresh_token", "evt_access_token", "evt_push_token"};
 
     ZEL_BEGIN();
     zel_err_e result = ZEL_ERR_NONE;
-    for (const char *table : TABLES) {
+    for (const char *table : USER_TABLES) {
         if (run(sql("DELETE FROM %Q", table), "Failed to delete all content") != ZEL_ERR_NONE)
             result = ZEL_ERR_STORAGE_FAILURE;
     }
-    for (const char *key : KEYS)
+    for (const char *key : USER_KEYS)
         delete_key(key, log_here("_common_storage_delete_unique_data"));
     return finish(result);
 }

@@ -10,7 +10,10 @@
 namespace zel_storage
 {
 
-/** Deletes a key of unique_data, with all lines of such an operation. The wipe forgets keys, too. */
+/**
+ * Deletes a key of unique_data and writes all lines of _common_storage_delete_unique_data, which is no more than this.
+ * It stands here because the wipe ends with it.
+ */
 zel_err_e delete_key(const char *key, log_site site = log_here());
 
 } // namespace zel_storage
