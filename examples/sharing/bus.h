@@ -22,7 +22,9 @@ inline constexpr char error_prefix[] = "quillo.Sharing.Error";
 #define SHARING_REQUEST "(uubtsisa" SHARING_FILE ")"
 
 inline constexpr char description[] =
-    "<node><interface name='quillo.Sharing'>"
+    "<node><interface name='org.freedesktop.DBus'>" // for tools that take any peer for a bus
+    "  <method name='Hello'><arg name='name' type='s' direction='out'/></method>"
+    "</interface><interface name='quillo.Sharing'>"
     "  <method name='Send'>"
     "    <arg name='files' type='aay' direction='in'/>"
     "    <arg name='recipients' type='as' direction='in'/>" // COUNTRY-CODE:NUMBER

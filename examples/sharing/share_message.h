@@ -1,17 +1,27 @@
 /*
- * A share as a message between server, service and client: the library's byte encoding of the record.
+ * What the programs have in common: the way in which a step reports that it failed, and a share as a message between
+ * them, which is the library's byte encoding of the record.
  */
 #ifndef SHARING_SHARE_MESSAGE_H
 #define SHARING_SHARE_MESSAGE_H
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "failure.h"
+#include "zel_common.h"
 
 namespace sharing
 {
+
+/** A step that failed: its result and a plain sentence. */
+class failure : public std::runtime_error
+{
+  public:
+    failure(zel_err_e result, const std::string &sentence) : std::runtime_error(sentence), code(result) {}
+    const zel_err_e code;
+};
 
 template <auto release> struct releaser {
     template <typename T> void operator()(T *record) const

@@ -43,10 +43,9 @@ void report(const request &state)
 {
     const auto done = std::ranges::count(state.files, ZEL_SYNC_COMPLETE, &file::status);
     const bool is_upload = state.kind == ZEL_UPLOAD_FILE;
-    const char *state_word = is_upload             ? word_for(static_cast<unsigned int>(state.status))
-                             : has_come_off(state) ? "received"
-                             : state.files.empty() ? "cancelled"
-                                                   : word_for(static_cast<unsigned int>(state.status));
+    const char *state_word = is_upload || !state.is_settled ? word_for(static_cast<unsigned int>(state.status))
+                             : has_come_off(state)          ? "received"
+                                                            : "not received as a whole";
     printf("Request %u: %s, %lld of %s %s, %s\n", state.id, state_word, static_cast<long long>(done),
            counted(state.files.size(), "file").c_str(), is_upload ? "sent" : "received", size_text(state.size).c_str());
     if (!state.token.empty() && is_upload)
@@ -239,7 +238,7 @@ try {
             service.call(method, g_variant_new("(u)", id));
     if (send->parsed()) {
         id = number_of(service.call("Send", call));
-        printf("Request %u: %s to %s are in the store.\n", id, counted(files.size(), "file").c_str(),
+        printf("Request %u: %s for %s in the store.\n", id, counted(files.size(), "file").c_str(),
                counted(recipients.size(), "recipient").c_str());
     } else if (get->parsed()) {
         id = get_share(service, token, folder, patience);

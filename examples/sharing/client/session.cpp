@@ -60,13 +60,6 @@ template <typename condition> void await(condition holds)
     g_source_remove(ticking);
 }
 
-/** What the service tells while a request is followed. */
-struct news {
-    unsigned int id = 0;
-    std::vector<file> files;
-    bool has_new_state = false;
-};
-
 } // namespace
 
 session::session(const std::string &state)
@@ -82,6 +75,8 @@ session::session(const std::string &state)
     g_clear_error(&error);
     if (!connection_)
         throw refusal(QUILLO_ERROR_SERVICE_NOT_RUNNING, "No sharingd is at work in " + state + ".");
+    g_dbus_connection_signal_subscribe(connection_, nullptr, bus::interface, nullptr, bus::object, nullptr,
+                                       G_DBUS_SIGNAL_FLAGS_NONE, hear, this, nullptr);
 }
 
 session::~session()
@@ -112,7 +107,8 @@ variant session::call(const char *method, GVariant *arguments)
     g_dbus_error_strip_remote_error(error);
     const std::string remote = name.get();
     const bool is_ours = remote.starts_with(bus::error_prefix);
-    throw refusal(is_ours ? -std::atoi(remote.c_str() + sizeof bus::error_prefix - 1) : QUILLO_ERROR_UNKNOWN,
+    throw refusal(is_ours ? -static_cast<int>(std::strtol(remote.c_str() + sizeof bus::error_prefix - 1, nullptr, 10))
+                          : QUILLO_ERROR_UNKNOWN,
                   error->message);
 }
 
@@ -142,62 +138,50 @@ request session::describe(unsigned int id)
     return result;
 }
 
+void session::hear(GDBusConnection *, const char *, const char *, const char *, const char *signal,
+                   GVariant *parameters, void *self)
+{
+    news one;
+    g_variant_get_child(parameters, 0, "u", &one.request);
+    if (g_str_equal(signal, "Progress"))
+        one.progress = file_of(variant(g_variant_get_child_value(parameters, 1)).get());
+    static_cast<session *>(self)->news_.push_back(std::move(one));
+}
+
 void session::wait_for_news()
 {
-    bool has_come = false;
-    const guint subscription = g_dbus_connection_signal_subscribe(
-        connection_, nullptr, bus::interface, nullptr, bus::object, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-        [](GDBusConnection *, const char *, const char *, const char *, const char *, GVariant *, void *came) {
-            *static_cast<bool *>(came) = true;
-        },
-        &has_come, nullptr);
     const gint64 end = g_get_monotonic_time() + G_USEC_PER_SEC;
-    await([&] { return has_come || g_get_monotonic_time() >= end; });
-    g_dbus_connection_signal_unsubscribe(connection_, subscription);
+    await([&] { return !news_.empty() || g_get_monotonic_time() >= end; });
+    news_.clear();
 }
 
 void session::follow(unsigned int id, const std::function<bool(const request &)> &show)
 {
-    news latest;
-    latest.id = id;
-    const auto hear = [](GDBusConnection *, const char *, const char *, const char *, const char *signal,
-                         GVariant *parameters, void *data) {
-        auto &heard = *static_cast<news *>(data);
-        const variant which(g_variant_get_child_value(parameters, 0));
-        if (g_variant_get_uint32(which.get()) != heard.id)
-            return;
-        if (g_str_equal(signal, "State"))
-            heard.has_new_state = true;
-        else
-            heard.files.push_back(file_of(variant(g_variant_get_child_value(parameters, 1)).get()));
-    };
-    const guint subscription =
-        g_dbus_connection_signal_subscribe(connection_, nullptr, bus::interface, nullptr, bus::object, nullptr,
-                                           G_DBUS_SIGNAL_FLAGS_NONE, hear, &latest, nullptr);
-    const auto tick = [](void *) -> gboolean { return G_SOURCE_CONTINUE; };
-    const guint ticking = g_timeout_add(100, tick, nullptr);
+    constexpr gint64 tenth = G_USEC_PER_SEC / 10;
+    news_.clear();
     request state = describe(id);
-    gint64 shown = 0;
-    for (bool goes_on = show(state); goes_on;) {
-        g_main_context_iteration(nullptr, TRUE);
+    while (show(state)) {
+        bool has_new_state = false;
+        const gint64 next = g_get_monotonic_time() + tenth;
+        const guint tick = g_timeout_add(
+            100, [](void *) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+        while (!has_new_state && g_get_monotonic_time() < next && !g_dbus_connection_is_closed(connection_)) {
+            g_main_context_iteration(nullptr, TRUE);
+            for (const news &one : std::exchange(news_, {})) {
+                if (one.request != id)
+                    continue;
+                has_new_state = has_new_state || !one.progress;
+                for (file &known : state.files)
+                    if (one.progress && one.progress->id == known.id)
+                        known = *one.progress;
+            }
+        }
+        g_source_remove(tick);
         if (g_dbus_connection_is_closed(connection_))
             throw refusal(QUILLO_ERROR_SOCKET, "The service has gone away.");
-        for (const file &one : latest.files) {
-            const auto known = std::ranges::find(state.files, one.id, &file::id);
-            if (known != state.files.end())
-                *known = one;
-        }
-        latest.files.clear();
-        const bool has_new_state = std::exchange(latest.has_new_state, false);
         if (has_new_state)
             state = describe(id);
-        if (!has_new_state && g_get_monotonic_time() - shown < 100'000)
-            continue;
-        shown = g_get_monotonic_time();
-        goes_on = show(state);
     }
-    g_source_remove(ticking);
-    g_dbus_connection_signal_unsubscribe(connection_, subscription);
 }
 
 } // namespace sharing

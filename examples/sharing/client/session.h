@@ -7,6 +7,7 @@
 #include <functional>
 #include <gio/gio.h>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -82,7 +83,15 @@ class session
     void follow(unsigned int id, const std::function<bool(const request &)> &show);
 
   private:
+    struct news {
+        unsigned int request = 0;
+        std::optional<file> progress; /**< none: the request has a new state */
+    };
+    static void hear(GDBusConnection *, const char *, const char *, const char *, const char *signal,
+                     GVariant *parameters, void *self);
+
     GDBusConnection *connection_ = nullptr;
+    std::vector<news> news_;
 };
 
 } // namespace sharing

@@ -1,6 +1,8 @@
 #include "tus.h"
 
+#include <algorithm>
 #include <charconv>
+#include <fstream>
 #include <glib.h>
 #include <set>
 
@@ -157,18 +159,24 @@ void tus::append(const httplib::Request &request, httplib::Response &response, c
     if (announced > found->length - found->offset)
         return refuse(413);
 
-    arrival chunk(uploads_, *found, announced);
-    body([&](const char *bytes, size_t count) {
-        if (staged == "cut" && chunk.offset() >= found->offset + announced / 2)
+    uploads_.note(id, "begin " + std::to_string(*offset) + " " + std::to_string(announced));
+    std::ofstream bytes(uploads_.bytes_of(id), std::ios::binary | std::ios::app);
+    unsigned long long arrived = *offset;
+    body([&](const char *piece, size_t count) {
+        if (staged == "cut" && arrived >= *offset + announced / 2)
             return false;
-        chunk.take(bytes, count);
+        count = static_cast<size_t>(std::min<unsigned long long>(count, found->length - arrived));
+        if (bytes.write(piece, static_cast<std::streamsize>(count)).flush())
+            arrived += count;
         stage_.keep_pace(count);
         return true;
     });
+    arrived = uploads_.find(id).value_or(*found).offset; // what counts is what is on the disk
+    uploads_.note(id, "end " + std::to_string(arrived));
     if (staged == "cut")
         stage::cut(request.remote_port);
-    response.status = chunk.has_failed() ? 507 : 204;
-    response.set_header("Upload-Offset", std::to_string(chunk.offset()));
+    response.status = bytes ? 204 : 507;
+    response.set_header("Upload-Offset", std::to_string(arrived));
 }
 
 void discard(const httplib::Request &request, const httplib::ContentReader &body)

@@ -1,13 +1,10 @@
 #include "uploads.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <fstream>
 #include <glib.h>
 #include <sys/random.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -21,7 +18,7 @@ uploads::uploads(fs::path folder) : folder_(std::move(folder))
 
 std::string uploads::create(unsigned long long length, const std::string &metadata)
 {
-    const std::string id = random_id();
+    std::string id = random_id();
     const fs::path unfinished = folder_ / ("new-" + id);
     fs::create_directory(unfinished);
     write_whole(unfinished / "bytes", "");
@@ -62,33 +59,6 @@ void uploads::note(const std::string &id, const std::string &line) const
 {
     // One write, so that the record never holds a part of a line; a full disk costs the record, not the bytes.
     std::ofstream(folder_ / id / "record", std::ios::app) << line + "\n";
-}
-
-arrival::arrival(const uploads &all, const upload &which, unsigned long long announced)
-    : all_(all), id_(which.id), length_(which.length), offset_(which.offset),
-      file_(open(all.bytes_of(which.id).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)), has_failed_(file_ < 0)
-{
-    all_.note(id_, "begin " + std::to_string(offset_) + " " + std::to_string(announced));
-}
-
-arrival::~arrival()
-{
-    all_.note(id_, "end " + std::to_string(offset_));
-    close(file_);
-}
-
-void arrival::take(const char *bytes, size_t count)
-{
-    count = static_cast<size_t>(std::min<unsigned long long>(count, length_ - offset_));
-    while (count > 0 && !has_failed_) {
-        const ssize_t written = write(file_, bytes, count);
-        has_failed_ = written < 0 && errno != EINTR;
-        if (written <= 0)
-            continue;
-        bytes += written;
-        count -= static_cast<size_t>(written);
-        offset_ += static_cast<unsigned long long>(written);
-    }
 }
 
 void write_whole(const fs::path &path, const std::string &content)

@@ -51,36 +51,6 @@ class uploads
     std::map<std::string, std::unique_ptr<std::mutex>> turns_;
 };
 
-/** A chunk that comes in. */
-class arrival
-{
-  public:
-    arrival(const uploads &all, const upload &which, unsigned long long announced);
-    ~arrival();
-    arrival(const arrival &) = delete;
-    arrival &operator=(const arrival &) = delete;
-
-    /** Keeps the bytes that come next; none beyond the upload's length, none after a failed write. */
-    void take(const char *bytes, size_t count);
-
-    unsigned long long offset() const
-    {
-        return offset_;
-    }
-    bool has_failed() const
-    {
-        return has_failed_;
-    }
-
-  private:
-    const uploads &all_;
-    const std::string id_;
-    const unsigned long long length_;
-    unsigned long long offset_;
-    const int file_;
-    bool has_failed_;
-};
-
 /** Writes a file whole or not at all. */
 void write_whole(const std::filesystem::path &path, const std::string &content);
 

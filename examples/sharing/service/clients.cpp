@@ -71,9 +71,8 @@ void clients::open(taker takes)
     g_free(guid);
     g_object_unref(observer);
     if (!server_) {
-        const failure reason(ZEL_ERR_SOCKET_FAILURE, error->message);
-        g_error_free(error);
-        throw reason;
+        const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, g_error_free);
+        throw failure(ZEL_ERR_SOCKET_FAILURE, error->message);
     }
     g_signal_connect(server_, "new-connection",
                      G_CALLBACK(+[](GDBusServer *, GDBusConnection *connection, void *self) -> gboolean {
@@ -86,20 +85,24 @@ void clients::open(taker takes)
 
 void clients::come_in(GDBusConnection *connection)
 {
-    static const GDBusInterfaceVTable methods = {.method_call =
-                                                     [](GDBusConnection *, const char *, const char *, const char *,
-                                                        const char *method, GVariant *arguments,
-                                                        GDBusMethodInvocation *invocation, void *self) {
-                                                         zel_request request = {};
-                                                         if (fill(request, method, arguments))
-                                                             static_cast<clients *>(self)->takes_(request, invocation);
-                                                         _common_free_zel_request_members(&request);
-                                                     },
-                                                 .get_property = nullptr,
-                                                 .set_property = nullptr,
-                                                 .padding = {}};
-    g_dbus_connection_register_object(connection, bus::object, description_->interfaces[0], &methods, this, nullptr,
-                                      nullptr);
+    static const GDBusInterfaceVTable methods = {
+        .method_call =
+            [](GDBusConnection *, const char *, const char *, const char *, const char *method, GVariant *arguments,
+               GDBusMethodInvocation *invocation, void *self) {
+                if (g_str_equal(method, "Hello"))
+                    return g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", ":1.0"));
+                zel_request request = {};
+                if (fill(request, method, arguments))
+                    static_cast<clients *>(self)->takes_(request, invocation);
+                _common_free_zel_request_members(&request);
+            },
+        .get_property = nullptr,
+        .set_property = nullptr,
+        .padding = {}};
+    for (GDBusInterfaceInfo **one = description_->interfaces; *one; ++one)
+        g_dbus_connection_register_object(connection,
+                                          one == description_->interfaces ? "/org/freedesktop/DBus" : bus::object, *one,
+                                          &methods, this, nullptr, nullptr);
     g_signal_connect(connection, "closed", G_CALLBACK(+[](GDBusConnection *gone, gboolean, GError *, void *self) {
                          auto &me = *static_cast<clients *>(self);
                          const std::lock_guard lock(me.mutex_);

@@ -48,12 +48,18 @@ std::string free_path(const std::string &folder, const std::string &name)
     return path;
 }
 
+/** A number of the key-value table; 0 when there is none. */
+unsigned long long number_at(const char *key)
+{
+    return std::strtoull(value_of(key).c_str(), nullptr, 10);
+}
+
 share stored_share(const std::string &token)
 {
     // A notification in the store tells that all items are there too.
     zel_trans_share_content_info *record = nullptr;
     if (!_common_storage_exist_push_noti(token.c_str()) ||
-        !found([&] { return _common_storage_get_notification_data(token.c_str(), &record); }))
+        !found(_common_storage_get_notification_data, token.c_str(), &record))
         throw failure(ZEL_ERR_RESOURCE_DOESNT_EXIST, "There is no received share with this token.");
     return share(record);
 }
@@ -61,7 +67,7 @@ share stored_share(const std::string &token)
 transfer transfer_of_item(const share_item &item, zel_file_sync_type kind)
 {
     zel_content_sync_info *row = nullptr;
-    found([&] { return _common_storage_get_sync_content_info(signed_id(item.content_id), kind, &row); });
+    found(_common_storage_get_sync_content_info, signed_id(item.content_id), kind, &row);
     return transfer(row);
 }
 
@@ -78,7 +84,7 @@ void add_download(share_item &item, zel_file_sync_type kind, unsigned int req_id
     row.thumbnail = item.thumbnail;
     row.name = item.name ? item.name : nameless.data();
     row.local_path = path.data();
-    write([&] { return _common_storage_add_sync_content_info(&row); });
+    write(_common_storage_add_sync_content_info, &row);
 }
 
 } // namespace
@@ -111,16 +117,15 @@ void inbox::listen()
         try {
             if (!is_ours && !(is_ours = server_.is_ours()))
                 return; // a server that knows tus only has nothing to tell
-            const std::string last = value_of(last_push);
             const auto number = settings_.number.substr(settings_.number.find_first_not_of('+'));
-            if (const auto push = server_.next_push(number, std::strtoull(last.c_str(), nullptr, 10))) {
+            if (const auto push = server_.next_push(number, number_at(last_push))) {
                 try {
                     take_in(push->message);
                 } catch (const failure &reason) {
                     if (reason.code == ZEL_ERR_STORAGE_FAILURE)
                         throw; // asked for again, once the store is there
                     dlog_print(DLOG_ERROR, "SHARINGD", "push message %llu: %s\n", push->number, reason.what());
-                    set_value(unreadable_pushes, std::to_string(std::atoi(value_of(unreadable_pushes).c_str()) + 1));
+                    set_value(unreadable_pushes, std::to_string(number_at(unreadable_pushes) + 1));
                 }
                 set_value(last_push, std::to_string(push->number));
             }
@@ -148,10 +153,8 @@ void inbox::take_in(const std::string &message)
         const zel_err_e result = _common_storage_add_notification(record.get());
         if (result != ZEL_ERR_INVALID_ARG) // it refuses items that are there already
             must(result);
-        write([&] {
-            return _common_storage_add_push_noti_info(token.c_str(), record->type, record->expired_time,
-                                                      _common_util_get_current_unix_time());
-        });
+        write(_common_storage_add_push_noti_info, token.c_str(), record->type, record->expired_time,
+              _common_util_get_current_unix_time());
     }
     const share stored = stored_share(token);
     if (stored->content_info_list_length != record->content_info_list_length)
@@ -172,7 +175,7 @@ GVariant *inbox::list()
     const auto tokens_of = [](bool only_new) {
         char **tokens = nullptr;
         unsigned int count = 0;
-        found([&] { return _common_storage_get_contents_token_list(nullptr, only_new, &tokens, &count); });
+        found(_common_storage_get_contents_token_list, nullptr, only_new, &tokens, &count);
         std::vector<std::string> list(tokens, tokens + count);
         for (unsigned int i = 0; i < count; ++i)
             g_free(tokens[i]);
@@ -183,8 +186,8 @@ GVariant *inbox::list()
     for (const std::string &token : tokens_of(false)) {
         unsigned long long received = 0;
         int left = 0;
-        found([&] { return _common_storage_get_received_time_push_noti(token.c_str(), &received); });
-        found([&] { return _common_storage_get_content_info_not_downloaded_count(token.c_str(), &left); });
+        found(_common_storage_get_received_time_push_noti, token.c_str(), &received);
+        found(_common_storage_get_content_info_not_downloaded_count, token.c_str(), &left);
         const share record = stored_share(token);
         const std::string message = encode(*record);
         g_variant_builder_add(&shares, "(tbu@ay)", static_cast<guint64>(received),
@@ -192,17 +195,17 @@ GVariant *inbox::list()
                               g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, message.data(), message.size(), 1));
     }
     if (!unread.empty())
-        write([] { return _common_storage_update_read_push_noti("files"); });
-    return g_variant_new("(a(tbuay)u)", &shares, static_cast<guint32>(std::atoi(value_of(unreadable_pushes).c_str())));
+        write(_common_storage_update_read_push_noti, "files");
+    return g_variant_new("(a(tbuay)u)", &shares, static_cast<guint32>(number_at(unreadable_pushes)));
 }
 
-unsigned int inbox::fetch(const std::string &token, const std::string &wanted)
+unsigned int inbox::fetch(const std::string &token, const std::string &folder)
 {
     const share stored = stored_share(token);
-    const std::string folder = wanted.empty() ? fs::absolute(settings_.received).string() : wanted;
+    const std::string target = folder.empty() ? fs::absolute(settings_.received).string() : folder;
     std::error_code error;
-    if (!fs::is_directory(folder, error) || access(folder.c_str(), W_OK) != 0)
-        throw failure(ZEL_ERR_PERMISSION_DENIED, folder + ": is no folder, or you may not write there.");
+    if (!fs::is_directory(target, error) || access(target.c_str(), W_OK) != 0)
+        throw failure(ZEL_ERR_PERMISSION_DENIED, target + ": is no folder, or you may not write there.");
     const auto items = elements_of<share_item>(stored->content_info_list);
     for (const share_item *item : items) // a second request for what is on its way is the same request
         if (const transfer row = transfer_of_item(*item, ZEL_DOWNLOAD_FILE); row && !movers_.is_settled(row->req_id))
@@ -210,9 +213,9 @@ unsigned int inbox::fetch(const std::string &token, const std::string &wanted)
     const unsigned int req_id = next_request_id();
     std::set<std::string> taken;
     for (share_item *item : items) {
-        std::string path = free_path(folder, text_of(item->name));
+        std::string path = free_path(target, text_of(item->name));
         for (int number = 1; !taken.insert(path).second; ++number)
-            path = free_path(folder, std::to_string(number) + "_" + harmless(text_of(item->name)));
+            path = free_path(target, std::to_string(number) + "_" + harmless(text_of(item->name)));
         add_download(*item, ZEL_DOWNLOAD_FILE, req_id, path);
     }
     movers_.take_up(req_id);

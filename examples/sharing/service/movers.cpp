@@ -60,18 +60,18 @@ void movers::take_up(unsigned int req_id)
 void movers::recover()
 {
     for (const zel_file_sync_type kind : all_kinds)
-        write([&] { return _common_storage_set_all_status_sync_content_info(kind, ZEL_SYNC_ONGOING, ZEL_SYNC_TODO); });
+        write(_common_storage_set_all_status_sync_content_info, kind, ZEL_SYNC_ONGOING, ZEL_SYNC_TODO);
 
     // A request is stored behind its transfers: without it they are what a service that died was about to store.
     const std::vector<unsigned int> uploads = all_uploads();
     GList *list = nullptr;
-    found([&] { return _common_storage_get_sync_content_info_list(ZEL_UPLOAD_FILE, ZEL_SYNC_TODO, &list, -1); });
+    found(_common_storage_get_sync_content_info_list, ZEL_UPLOAD_FILE, ZEL_SYNC_TODO, &list, -1);
     std::set<unsigned int> stored;
     for (const transfer &row : take_transfers(list))
         stored.insert(row->req_id);
     for (const unsigned int req_id : stored)
         if (std::ranges::count(uploads, req_id) == 0 && upload_status_of(req_id) == QUILLO_UPLOAD_STATUS_NONE)
-            write([&] { return _common_storage_delete_sync_content_info_by_req_id(req_id); });
+            write(_common_storage_delete_sync_content_info_by_req_id, req_id);
 
     const std::lock_guard lock(schedule_);
     for (const unsigned int req_id : uploads)
@@ -119,7 +119,7 @@ void movers::cancel(unsigned int req_id)
     call_off(req_id);
     for (const transfer &row : transfers_of(kind, req_id))
         if (row->status != ZEL_SYNC_COMPLETE) {
-            write([&] { return _common_storage_delete_sync_content_info(row->sync_id); });
+            write(_common_storage_delete_sync_content_info, row->sync_id);
             forget_trouble(key_of_transfer(row->sync_id));
             std::error_code there_is_none;
             if (kind != ZEL_UPLOAD_FILE)
@@ -158,7 +158,7 @@ quillo_upload_status_e movers::status_of(unsigned int req_id)
         return stored;
     // The store keeps a status for uploads only.
     bool has_failed = false;
-    found([&] { return _common_storage_check_all_file_failed_by_req_id(signed_id(req_id), &has_failed); });
+    found(_common_storage_check_all_file_failed_by_req_id, signed_id(req_id), &has_failed);
     if (is_done(req_id))
         return has_failed ? QUILLO_UPLOAD_STATUS_FAILED : QUILLO_UPLOAD_STATUS_FINISHED;
     const auto rows = transfers_of(kind, req_id);
@@ -220,32 +220,26 @@ bool movers::do_next(remote &server, std::unique_lock<std::mutex> &lock)
         share_upload(req_id, server);
         return true;
     }
-    if (ready_.empty())
-        for (const zel_file_sync_type kind : all_kinds)
-            if (!claim(kind, ZEL_SYNC_TODO))
-                claim(kind, ZEL_SYNC_FAILED);
-    if (ready_.empty())
-        return false;
-    const transfer row = std::move(ready_.front());
-    ready_.pop_front();
-    changed_.notify_all();
-    lock.unlock();
-    move_file(*row, server);
-    return true;
+    for (const zel_file_sync_type kind : all_kinds)
+        for (const zel_file_sync_status status : {ZEL_SYNC_TODO, ZEL_SYNC_FAILED})
+            if (const transfer row = claim(kind, status)) {
+                lock.unlock();
+                move_file(*row, server);
+                return true;
+            }
+    return false;
 }
 
-/** Tops the batch up with transfers that wait, or with failed ones, the least often retried first. */
-bool movers::claim(zel_file_sync_type kind, zel_file_sync_status status)
+/** Claims a transfer that waits, or a failed one, the least often retried first; NULL when none may run. */
+transfer movers::claim(zel_file_sync_type kind, zel_file_sync_status status)
 {
     const bool is_retry = status == ZEL_SYNC_FAILED;
-    int places = _common_storage_get_batch_count(kind, ZEL_SYNC_ONGOING, is_retry);
     GList *list = nullptr;
-    if (places == 0 ||
-        !found([&] { return _common_storage_get_sync_content_info_list(kind, status, &list, is_retry ? -1 : places); }))
-        return false;
-    bool has_claimed = false;
+    if (const int places = _common_storage_get_batch_count(kind, ZEL_SYNC_ONGOING, is_retry);
+        places == 0 || !found(_common_storage_get_sync_content_info_list, kind, status, &list, is_retry ? -1 : places))
+        return nullptr;
     for (transfer &row : take_transfers(list)) {
-        if (places == 0 || claimed_.contains(row->sync_id) || !may_run(*row))
+        if (claimed_.contains(row->sync_id) || !may_run(*row))
             continue;
         if (is_retry) {
             // A retry is counted by rewriting the row, which starts its time anew and would store an absent text as
@@ -255,19 +249,15 @@ bool movers::claim(zel_file_sync_type kind, zel_file_sync_status status)
                     *wanted = g_strdup("");
             ++row->fail_retry_count;
             row->status = ZEL_SYNC_ONGOING;
-            write([&] { return _common_storage_update_sync_content_info(row.get()); });
+            write(_common_storage_update_sync_content_info, row.get());
         } else {
-            write([&] {
-                return _common_storage_update_status_sync_content_info_by_sync_id(signed_id(row->sync_id),
-                                                                                  ZEL_SYNC_ONGOING, status);
-            });
+            write(_common_storage_update_status_sync_content_info_by_sync_id, signed_id(row->sync_id), ZEL_SYNC_ONGOING,
+                  status);
         }
         claimed_.insert(row->sync_id);
-        ready_.push_back(std::move(row));
-        --places;
-        has_claimed = true;
+        return std::move(row);
     }
-    return has_claimed;
+    return nullptr;
 }
 
 /** Whether a transfer's request is stored as a whole and not paused, and its time has come. */
@@ -294,10 +284,9 @@ void movers::move_file(const zel_content_sync_info &row, remote &server)
         if (now == percentage && !is_end && clock::now() - recorded < std::chrono::milliseconds(100))
             return;
         recorded = clock::now();
-        write(
-            [&] { return _common_storage_update_upload_info(id, static_cast<unsigned int>(way->offset()), chunk_no); });
+        write(_common_storage_update_upload_info, id, static_cast<unsigned int>(way->offset()), chunk_no);
         if (std::exchange(percentage, now) != now)
-            write([&] { return _common_storage_update_percentage_sync_content_info(id, now); });
+            write(_common_storage_update_percentage_sync_content_info, id, now);
         if (const transfer stored = transfer_of(row.sync_id); stored && !is_end)
             watcher_.on_progress(*stored);
     };
@@ -343,10 +332,8 @@ void movers::close(const zel_content_sync_info &row, const failure *reason)
         else if (row.fail_retry_count > 0)
             forget_trouble(key_of_transfer(row.sync_id));
         due_[row.sync_id] = due_after(row.fail_retry_count);
-        write([&] {
-            return _common_storage_update_status_sync_content_info_by_sync_id(signed_id(row.sync_id), end,
-                                                                              ZEL_SYNC_ONGOING);
-        });
+        write(_common_storage_update_status_sync_content_info_by_sync_id, signed_id(row.sync_id), end,
+              ZEL_SYNC_ONGOING);
     }
     if (!reason || row.fail_retry_count > most_retries)
         due_.erase(row.sync_id);
@@ -371,12 +358,10 @@ movers::clock::time_point movers::due_after(unsigned int failures) const
 bool movers::is_done(unsigned int req_id)
 {
     bool is_done = false;
-    found([&] { return _common_storage_check_all_file_completed_by_req_id(signed_id(req_id), &is_done); });
+    found(_common_storage_check_all_file_completed_by_req_id, signed_id(req_id), &is_done);
     GList *list = nullptr;
-    const bool is_retried = found([&] {
-        return _common_storage_get_sync_content_info_list_by_req_id(ZEL_UNKNOWN, ZEL_SYNC_FAILED, &list,
-                                                                    signed_id(req_id));
-    });
+    const bool is_retried = found(_common_storage_get_sync_content_info_list_by_req_id, ZEL_UNKNOWN, ZEL_SYNC_FAILED,
+                                  &list, signed_id(req_id));
     take_transfers(list);
     return is_done && !is_retried;
 }
@@ -403,7 +388,7 @@ try {
         server_ = server.is_ours() ? origin::ours : origin::foreign;
     if (server_ == origin::ours) {
         zel_trans_upload_info *report = nullptr;
-        found([&] { return _common_storage_get_upload_data(req_id, &report); });
+        found(_common_storage_get_upload_data, req_id, &report);
         const upload_report upload(report);
         const share record(g_new0(zel_trans_share_content_info, 1));
         record->description = g_strdup("Sent with share");
@@ -418,9 +403,7 @@ try {
             if (row->status == ZEL_SYNC_COMPLETE)
                 add_item(*record, text_of(row->original), text_of(row->name));
         const remote::issued_share issued = server.issue(*record);
-        write([&] {
-            return _common_storage_update_contents_token_info(signed_id(req_id), issued.token.c_str(), issued.expires);
-        });
+        write(_common_storage_update_contents_token_info, signed_id(req_id), issued.token.c_str(), issued.expires);
     }
     const std::lock_guard lock(schedule_);
     if (refusals_.erase(req_id) > 0)

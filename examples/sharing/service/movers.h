@@ -6,7 +6,6 @@
 #define SHARING_SERVICE_MOVERS_H
 
 #include <condition_variable>
-#include <deque>
 #include <set>
 
 #include "remote.h"
@@ -64,7 +63,7 @@ class movers
     void recover();
     void work(remote &server);
     bool do_next(remote &server, std::unique_lock<std::mutex> &lock);
-    bool claim(zel_file_sync_type kind, zel_file_sync_status status);
+    transfer claim(zel_file_sync_type kind, zel_file_sync_status status);
     bool may_run(const zel_content_sync_info &row);
     void move_file(const zel_content_sync_info &row, remote &server);
     void close(const zel_content_sync_info &row, const failure *reason);
@@ -88,7 +87,6 @@ class movers
     std::condition_variable changed_;
     std::set<unsigned int> claimed_;
     std::set<unsigned int> called_off_;                /**< those of them that are to stop after their chunk */
-    std::deque<transfer> ready_;                       /**< those of them that wait for a thread */
     std::map<unsigned int, clock::time_point> due_;    /**< failed transfers, not to be tried again before */
     std::map<unsigned int, clock::time_point> shares_; /**< uploads to be shared, not before */
     std::map<unsigned int, unsigned int> refusals_;    /**< how often the server would not share them */

@@ -25,20 +25,12 @@ unsigned long long number_of(const std::string &text, const char *what)
 
 zel_err_e result_of(int status)
 {
-    switch (status) {
-    case 401:
-    case 403:
-        return ZEL_ERR_PERMISSION_DENIED;
-    case 404:
-    case 410:
-        return ZEL_ERR_RESOURCE_DOESNT_EXIST;
-    case 409:
-        return ZEL_ERR_LAST_CHUNK_ALREADY_SENT;
-    case 413:
-        return ZEL_ERR_MAX_FILE_SIZE_EXCEEDED;
-    default:
-        return ZEL_ERR_REQUEST_FAILED;
-    }
+    static const std::map<int, zel_err_e> results = {
+        {401, ZEL_ERR_PERMISSION_DENIED},     {403, ZEL_ERR_PERMISSION_DENIED},
+        {404, ZEL_ERR_RESOURCE_DOESNT_EXIST}, {409, ZEL_ERR_LAST_CHUNK_ALREADY_SENT},
+        {410, ZEL_ERR_RESOURCE_DOESNT_EXIST}, {413, ZEL_ERR_MAX_FILE_SIZE_EXCEEDED}};
+    const auto known = results.find(status);
+    return known == results.end() ? ZEL_ERR_REQUEST_FAILED : known->second;
 }
 
 std::string base64(const std::string &bytes)
@@ -102,7 +94,7 @@ std::string remote::create(unsigned long long length, const std::string &name)
     const std::string metadata = "filename " + base64(name);
     const auto answer =
         send("POST", creation_url_, {{"Upload-Length", std::to_string(length)}, {"Upload-Metadata", metadata}});
-    const std::string location = answer.get_header_value("Location");
+    std::string location = answer.get_header_value("Location");
     if (location.empty() || (!location.starts_with("/") && origin_of(location).empty()))
         throw failure(ZEL_ERR_BAD_JSON_FORMAT, "The server created an upload and did not say where.");
     return location;

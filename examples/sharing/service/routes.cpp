@@ -75,16 +75,14 @@ class upload_route : public route
             throw failure(ZEL_ERR_INVALID_FILE, "The file vanished, or changed its size, while it was sent.");
         if (server_.position_of(key_).offset != size_)
             throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server has not got all of the file.");
-        write([&] { return _common_storage_update_url_info(row_.sync_id, key_.c_str(), "application/octet-stream"); });
+        write(_common_storage_update_url_info, row_.sync_id, key_.c_str(), "application/octet-stream");
     }
 
   private:
     remote::position create()
     {
         key_ = server_.create(size_, text_of(row_.name));
-        write([&] {
-            return _common_storage_update_mupload_key_sync_content_info(signed_id(row_.sync_id), key_.c_str());
-        });
+        write(_common_storage_update_mupload_key_sync_content_info, signed_id(row_.sync_id), key_.c_str());
         return {.offset = 0, .length = size_};
     }
 
@@ -133,7 +131,7 @@ class download_route : public route
             throw failure(ZEL_ERR_PERMISSION_DENIED,
                           std::string("The received file cannot be put in its place: ") + strerror(errno) + ".");
         if (row_.type == ZEL_DOWNLOAD_FILE)
-            write([&] { return _common_storage_update_downloaded_content_info(url().c_str()); });
+            write(_common_storage_update_downloaded_content_info, url().c_str());
     }
 
   private:

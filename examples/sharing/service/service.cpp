@@ -1,5 +1,6 @@
 #include "service.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <unistd.h>
 
@@ -48,20 +49,19 @@ std::vector<quillo_msisdn_s> recipients_of(const zel_request &request)
 /** Keeps a list of recipients among the nine that were used last. */
 void remember(std::vector<quillo_msisdn_s> &recipients)
 {
-    std::vector<quillo_msisdn_s *> list;
-    for (quillo_msisdn_s &one : recipients)
-        list.push_back(&one);
+    std::vector<quillo_msisdn_s *> list(recipients.size());
+    std::ranges::transform(recipients, list.begin(), [](quillo_msisdn_s &one) { return &one; });
     int group = 0;
     bool exists = false;
     must(_common_storage_is_recent_receiver_list_exist(list.data(), static_cast<unsigned int>(list.size()), &group,
                                                        &exists));
     if (!exists) {
         // With nine groups, the one used least recently gives its number away.
-        write([&] { return _common_storage_delete_recent_receiver_by_group(group); });
+        write(_common_storage_delete_recent_receiver_by_group, group);
         for (const quillo_msisdn_s *one : list)
-            write([&] { return _common_storage_add_recent_receiver(one->phone_number, one->ccc, 0, group); });
+            write(_common_storage_add_recent_receiver, one->phone_number, one->ccc, 0, group);
     }
-    write([&] { return _common_storage_update_timestamp_recent_receiver_group(group); });
+    write(_common_storage_update_timestamp_recent_receiver_group, group);
 }
 
 } // namespace
@@ -168,7 +168,7 @@ unsigned int service::take_up_upload(const zel_request &request)
     upload.status = QUILLO_UPLOAD_STATUS_STARTED;
 
     for (const quillo_msisdn_s &one : recipients)
-        write([&] { return _common_storage_add_upload_receiver_details(upload.req_id, one.phone_number, one.ccc, 0); });
+        write(_common_storage_add_upload_receiver_details, upload.req_id, one.phone_number, one.ccc, 0);
     for (char *path : files) {
         std::string name = fs::path(path).filename();
         zel_content_sync_info row = {};
@@ -177,9 +177,9 @@ unsigned int service::take_up_upload(const zel_request &request)
         row.req_id = upload.req_id;
         row.name = name.data();
         row.local_path = path;
-        write([&] { return _common_storage_add_sync_content_info(&row); });
+        write(_common_storage_add_sync_content_info, &row);
     }
-    write([&] { return _common_storage_add_upload_request_info(&upload); });
+    write(_common_storage_add_upload_request_info, &upload);
     movers_.take_up(upload.req_id);
     remember(recipients);
     return upload.req_id;
@@ -191,7 +191,7 @@ GVariant *service::list_uploads()
     g_variant_builder_init(&uploads, G_VARIANT_TYPE("a(uutuast)"));
     for (const unsigned int req_id : all_uploads()) {
         zel_trans_upload_info *record = nullptr;
-        found([&] { return _common_storage_get_upload_data(req_id, &record); });
+        found(_common_storage_get_upload_data, req_id, &record);
         const upload_report report(record);
         if (!report)
             continue;
@@ -213,19 +213,19 @@ GVariant *service::describe(unsigned int req_id)
     const zel_file_sync_type kind = kind_of(req_id);
     unsigned long long total = 0;
     char *stored = nullptr;
-    const bool is_upload = found([&] { return _common_storage_get_upload_total_size(req_id, &total); });
+    const bool is_upload = found(_common_storage_get_upload_total_size, req_id, &total);
     if (kind == ZEL_UNKNOWN && !is_upload)
         throw failure(ZEL_ERR_INVALID_REQ_ID, "There is no request " + std::to_string(req_id) + ".");
     const bool is_settled = movers_.is_settled(req_id); // asked before the transfers: then these are through too
     const auto rows = transfers_of(kind, req_id);
     if (is_upload)
-        found([&] { return _common_storage_get_upload_contents_token(req_id, &stored); });
+        found(_common_storage_get_upload_contents_token, req_id, &stored);
     else if (!rows.empty())
         stored = g_strdup(rows.front()->contents_token);
     const text token(stored);
     if (!is_upload && token) {
         zel_trans_share_content_info *record = nullptr;
-        found([&] { return _common_storage_get_notification_data(token.get(), &record); });
+        found(_common_storage_get_notification_data, token.get(), &record);
         if (const share received(record); received)
             for (const auto *item : elements_of<share_item>(received->content_info_list))
                 total += item->size;
@@ -255,7 +255,7 @@ GVariant *service::list_recent()
     g_variant_builder_init(&groups, G_VARIANT_TYPE("aas"));
     quillo_msisdn_s **members = nullptr;
     unsigned int count = 0;
-    found([&] { return _common_storage_get_recent_receiver_details(&members, &count); });
+    found(_common_storage_get_recent_receiver_details, &members, &count);
     for (unsigned int i = 0; i < count; ++i) {
         if (i == 0 || members[i - 1]->group_id != members[i]->group_id)
             g_variant_builder_open(&groups, G_VARIANT_TYPE("as"));

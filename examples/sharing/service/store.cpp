@@ -5,11 +5,10 @@
 namespace sharing
 {
 
-void must(zel_err_e result, const char *function, int line)
+void must(zel_err_e result)
 {
     if (result != ZEL_ERR_NONE)
-        throw failure(result, std::string(function) + "(" + std::to_string(line) + "): the library answered " +
-                                  std::to_string(result) + "; the trace tells more.");
+        throw failure(result, "The library answered " + std::to_string(result) + "; the trace tells where.");
 }
 
 std::vector<transfer> take_transfers(GList *list)
@@ -24,46 +23,46 @@ std::vector<transfer> take_transfers(GList *list)
 std::vector<transfer> transfers_of(zel_file_sync_type kind, unsigned int req_id)
 {
     GList *list = nullptr;
-    found([&] { return _common_storage_get_sync_content_info_list_only_by_req_id(kind, &list, signed_id(req_id)); });
+    found(_common_storage_get_sync_content_info_list_only_by_req_id, kind, &list, signed_id(req_id));
     return take_transfers(list);
 }
 
 transfer transfer_of(unsigned int sync_id)
 {
     zel_content_sync_info *row = nullptr;
-    found([&] { return _common_storage_get_sync_content_info_by_sync_id(signed_id(sync_id), &row); });
+    found(_common_storage_get_sync_content_info_by_sync_id, signed_id(sync_id), &row);
     return transfer(row);
 }
 
 zel_file_sync_type kind_of(unsigned int req_id)
 {
     int kind = ZEL_UNKNOWN;
-    found([&] { return _common_storage_get_sync_type_by_req_id(signed_id(req_id), &kind); });
+    found(_common_storage_get_sync_type_by_req_id, signed_id(req_id), &kind);
     return static_cast<zel_file_sync_type>(kind);
 }
 
 quillo_upload_status_e upload_status_of(unsigned int req_id)
 {
     int status = QUILLO_UPLOAD_STATUS_NONE;
-    found([&] { return _common_storage_get_upload_status(req_id, &status); });
+    found(_common_storage_get_upload_status, req_id, &status);
     return static_cast<quillo_upload_status_e>(status);
 }
 
 void set_upload_status(unsigned int req_id, quillo_upload_status_e status)
 {
-    write([&] { return _common_storage_update_upload_status(signed_id(req_id), status); });
+    write(_common_storage_update_upload_status, signed_id(req_id), status);
 }
 
 void move_status(unsigned int req_id, zel_file_sync_status from, zel_file_sync_status to)
 {
-    write([&] { return _common_storage_update_status_sync_content_info_by_req_id(signed_id(req_id), to, from); });
+    write(_common_storage_update_status_sync_content_info_by_req_id, signed_id(req_id), to, from);
 }
 
 std::vector<unsigned int> all_uploads()
 {
     unsigned int *ids = nullptr;
     unsigned int count = 0;
-    found([&] { return _common_storage_get_request_id_list(APP_TYPE_NONE, &ids, &count); });
+    found(_common_storage_get_request_id_list, APP_TYPE_NONE, &ids, &count);
     const array<unsigned int> owned(ids);
     return {ids, ids + count};
 }
@@ -71,13 +70,13 @@ std::vector<unsigned int> all_uploads()
 std::string value_of(const std::string &key)
 {
     char *value = nullptr;
-    found([&] { return _common_storage_get_unique_data(key.c_str(), &value, nullptr, nullptr, nullptr); });
+    found(_common_storage_get_unique_data, key.c_str(), &value, nullptr, nullptr, nullptr);
     return text_of(text(value).get());
 }
 
 void set_value(const std::string &key, const std::string &value)
 {
-    write([&] { return _common_storage_upsert_unique_data(key.c_str(), value.c_str(), nullptr, nullptr, nullptr); });
+    write(_common_storage_upsert_unique_data, key.c_str(), value.c_str(), nullptr, nullptr, nullptr);
 }
 
 unsigned int next_request_id()
@@ -103,25 +102,23 @@ std::string key_of_request(unsigned int req_id)
 void note_trouble(const std::string &key, zel_err_e result, const std::string &sentence)
 {
     const std::string code = std::to_string(_common_util_convert_service_error_to_client_error(result));
-    write([&] {
-        return _common_storage_upsert_unique_data(key.c_str(), sentence.c_str(), code.c_str(), nullptr, nullptr);
-    });
+    write(_common_storage_upsert_unique_data, key.c_str(), sentence.c_str(), code.c_str(), nullptr, nullptr);
 }
 
 void forget_trouble(const std::string &key)
 {
-    write([&] { return _common_storage_delete_unique_data(key.c_str()); });
+    write(_common_storage_delete_unique_data, key.c_str());
 }
 
 trouble trouble_of(const std::string &key)
 {
     char *sentence = nullptr;
     char *code = nullptr;
-    if (!found([&] { return _common_storage_get_unique_data(key.c_str(), &sentence, &code, nullptr, nullptr); }))
+    if (!found(_common_storage_get_unique_data, key.c_str(), &sentence, &code, nullptr, nullptr))
         return {};
     const text owned_sentence(sentence);
     const text owned_code(code);
-    return {std::atoi(code), sentence};
+    return {static_cast<int>(std::strtol(code, nullptr, 10)), sentence};
 }
 
 } // namespace sharing

@@ -21,20 +21,21 @@ template <typename T> using array = std::unique_ptr<T[], releaser<g_free>>;
 
 constexpr zel_file_sync_type all_kinds[] = {ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE};
 
-/** Throws, naming the place of the call, unless an operation of the library succeeded. */
-void must(zel_err_e result, const char *function = __builtin_FUNCTION(), int line = __builtin_LINE());
+/** Throws unless an operation of the library succeeded. */
+void must(zel_err_e result);
 
 /**
  * Asks the store until it does not refuse. Another program may hold the database for a moment: the library tries for a
  * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for two seconds. Any other answer is one
  * that will not change.
  */
-template <typename operation> zel_err_e ask(operation question)
+template <typename... parameters, typename... arguments>
+zel_err_e ask(zel_err_e (*operation)(parameters...), arguments... given)
 {
     using namespace std::chrono;
     const auto end = steady_clock::now() + seconds(2);
     for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(100))) {
-        const zel_err_e result = question();
+        const zel_err_e result = operation(given...);
         if (result != ZEL_ERR_STORAGE_FAILURE || steady_clock::now() >= end)
             return result;
         std::this_thread::sleep_for(pause);
@@ -42,20 +43,18 @@ template <typename operation> zel_err_e ask(operation question)
 }
 
 /** Writes; what stays refused is thrown, never taken for done. */
-template <typename operation>
-void write(operation change, const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+template <typename operation, typename... arguments> void write(operation change, arguments... given)
 {
-    must(ask(change), function, line);
+    must(ask(change, given...));
 }
 
 /** Reads; whether there is something. */
-template <typename operation>
-bool found(operation question, const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+template <typename operation, typename... arguments> bool found(operation question, arguments... given)
 {
-    const zel_err_e result = ask(question);
+    const zel_err_e result = ask(question, given...);
     if (result == ZEL_ERR_STORAGE_NO_RECORDS || result == ZEL_ERR_RESOURCE_DOESNT_EXIST)
         return false;
-    must(result, function, line);
+    must(result);
     return true;
 }
 

@@ -7,7 +7,7 @@
 #include <functional>
 #include <future>
 
-#include "failure.h"
+#include "share_message.h"
 #include "zel_common_thread.h"
 
 namespace sharing
