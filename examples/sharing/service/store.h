@@ -26,15 +26,15 @@ void must(zel_err_e result);
 
 /**
  * Asks the store until it does not refuse. Another program may hold the database for a moment: the library tries for a
- * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for two seconds. Any other answer is one
- * that will not change.
+ * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for five seconds. Any other answer is one
+ * that will not change. docs/durability.md tells why so long, and the pauses.
  */
 template <typename... parameters, typename... arguments>
 zel_err_e ask(zel_err_e (*operation)(parameters...), arguments... given)
 {
     using namespace std::chrono;
-    const auto end = steady_clock::now() + seconds(2);
-    for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(100))) {
+    const auto end = steady_clock::now() + seconds(5);
+    for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(10))) {
         const zel_err_e result = operation(given...);
         if (result != ZEL_ERR_STORAGE_FAILURE || steady_clock::now() >= end)
             return result;
