@@ -1,17 +1,24 @@
-/* Makes the build's own store ready, through the library itself. */
+/* What writes: makes the build's own store ready, through the library itself, and copies a store. */
 
 #include "commands.h"
 
 #include "text.h"
+#include "zel_common_storage.h"
+#include "zel_common_storage/schema.h"
 #include "zel_platform.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace zel_store
 {
+
+using namespace zel_storage;
 
 namespace
 {
@@ -55,10 +62,9 @@ void set_log()
     const connection database(opened);
     sqlite3_busy_timeout(opened, 2000);
     std::string complaint;
-    const std::vector<row> mode = rows_of(opened, "PRAGMA journal_mode = WAL", &complaint);
-    if (mode.empty() || mode[0][0].text != "wal")
-        throw unreadable("The write-ahead log could not be set: " +
-                         (complaint.empty() ? "SQLite keeps mode " + mode[0][0].text : complaint) +
+    const json mode = rows_of(opened, "PRAGMA journal_mode = WAL", &complaint);
+    if (mode.empty() || text(mode[0], "journal_mode") != "wal")
+        throw unreadable("The write-ahead log could not be set: " + complaint +
                          ". End the programs that have the store open and try again.");
     std::puts("The write-ahead log is set, for every program and for good. From now on\n"
               "- readers and a writer do not meet any more; two writers still do;\n"
@@ -89,6 +95,29 @@ int make_ready(bool uses_log)
                 std::size(TABLES));
     if (uses_log)
         set_log();
+    return FINE;
+}
+
+int copy_to(const std::string &path, const std::string &target)
+{
+    const store read(path);
+    if (!read.is_readable)
+        throw unreadable(safe(path) + ": " + text(read.findings[0], "title") + ". cp copies such a file as it is.");
+    // The copy holds what the store holds: nobody else may read it, and nothing is written over.
+    const int made = open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (made < 0)
+        throw unreadable(safe(target) + ": " + g_strerror(errno) + ". Name a file that is not there yet.");
+    close(made);
+    sqlite3 *opened = nullptr;
+    sqlite3_open_v2(target.c_str(), &opened, SQLITE_OPEN_READWRITE, nullptr);
+    const connection database(opened);
+    sqlite3_backup *const backup = sqlite3_backup_init(opened, "main", read.database.get(), "copy");
+    sqlite3_backup_step(backup, -1);
+    if (sqlite3_backup_finish(backup) != SQLITE_OK) {
+        unlink(target.c_str());
+        throw unreadable(safe(target) + ": " + sqlite3_errmsg(opened) + ". Nothing was left there.");
+    }
+    std::printf("%s is a copy of %s, mode 0600.\n", safe(target).c_str(), text(read.file, "path").c_str());
     return FINE;
 }
 

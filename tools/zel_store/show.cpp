@@ -1,11 +1,11 @@
-#include "show.h"
+/* A store at a glance. */
 
-#include "check.h"
+#include "commands.h"
 #include "text.h"
-#include "words.h"
 
 #include <algorithm>
-#include <pwd.h>
+#include <cstdio>
+#include <glib.h>
 
 namespace zel_store
 {
@@ -13,338 +13,261 @@ namespace zel_store
 namespace
 {
 
-using json = nlohmann::ordered_json;
+constexpr char TRANSFERS[] = "SELECT *, sync_type(sync_type) AS kind_word, sync_status(status) AS status_word FROM "
+                             "content_info_status WHERE ";
 
-constexpr zel_file_sync_type KINDS[] = {ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE};
-
-/** How many transfers of a kind stand where; in the order of the summary's columns. */
-std::vector<std::pair<const char *, int>> summary_of(const store &read, zel_file_sync_type kind)
+std::string quoted(const std::string &text)
 {
-    int first_tries = 0;
-    int retries = 0;
-    int given_up = 0;
-    std::map<long long, int> at;
-    for (const row &one : read.rows(TABLE_CONTENT_INFO_STATUS)) {
-        if (one[COLUMN_CONTENT_SYNC_INFO_TYPE].number != kind)
-            continue;
-        const long long status = one[COLUMN_CONTENT_SYNC_INFO_STATUS].number;
-        if (status == ZEL_SYNC_ONGOING)
-            ++(one[COLUMN_CONTENT_SYNC_INFO_FAIL_COUNT].number == 0 ? first_tries : retries);
-        given_up += is_given_up(one);
-        ++at[status];
-    }
-    return {{"first tries", first_tries},
-            {"retries", retries},
-            {"waiting", at[ZEL_SYNC_TODO]},
-            {"paused", at[ZEL_SYNC_PAUSED] + at[ZEL_SYNC_PAUSED_TODO]},
-            {"to retry", at[ZEL_SYNC_FAILED] - given_up},
-            {"given up", given_up},
-            {"complete", at[ZEL_SYNC_COMPLETE]}};
+    char *const made = sqlite3_mprintf("%Q", text.c_str());
+    std::string result = made;
+    sqlite3_free(made);
+    return result;
 }
 
-/** Writes the view; holds what all its parts want to know. */
-class viewer
+std::string counted(const char *title, const json &list)
 {
-  public:
-    viewer(const store &shown, const show_options &wanted) : read(shown), options(wanted) {}
+    return format("%s (%zu)", title, list.size());
+}
 
-    std::vector<std::string> all()
-    {
-        out = file_lines(read.copy.facts);
-        for (const finding &one : check_file(read))
-            out.push_back("  " + coloured(colour::red, safe(one.title)) + "  (zel-store check)");
-        summary();
-        heading("Uploads", read.uploads.size());
-        for (const upload &one : read.uploads)
-            show(one);
-        heading("Received shares", read.shares.size());
-        for (const share &one : read.shares)
-            show(one);
-        if (!read.loose.empty())
-            heading("Transfers of no request and no item", read.loose.size());
-        for (const row *one : read.loose)
-            show_transfer(*one, nullptr);
-        if (!options.wanted.is_set())
-            show_groups_keys_and_folders();
-        return out;
-    }
-
-  private:
-    void heading(const std::string &title, size_t count)
-    {
-        out.push_back("");
-        out.push_back(coloured(colour::bold, title + " (" + std::to_string(count) + ")"));
-    }
-
-    std::string secret(const std::string &text) const
-    {
-        return options.shows_secrets ? safe(text) : shortened(text);
-    }
-
-    static std::string expiry(const value &stored)
-    {
-        return stored.number ? "expires " + date(stored.number) : "no expiry";
-    }
-
-    std::string people(const std::vector<const row *> &rows, int number, int code) const
-    {
-        std::string names;
-        for (const row *one : rows) {
-            names += names.empty() ? "" : ", ";
-            names += (*one)[code].text.empty() ? "" : "+" + safe((*one)[code].text) + " ";
-            names += secret((*one)[number].text);
-        }
-        return names.empty() ? "nobody" : names;
-    }
-
-    void describe(const value &text)
-    {
-        if (!text.text.empty())
-            out.push_back("  \"" + safe(text.text) + "\"");
-    }
-
-    void summary()
-    {
-        std::string head = format("%-18s", format("Places of %d", BATCH_LIMIT).c_str());
-        for (const auto &[name, count] : summary_of(read, ZEL_UNKNOWN))
-            head += "  " + std::string(name);
-        out.push_back("");
-        out.push_back(coloured(colour::bold, head));
-        for (const zel_file_sync_type kind : KINDS) {
-            std::string line = format("%-18s", word_of(kind).c_str());
-            for (const auto &[name, count] : summary_of(read, kind))
-                line += format("  %*d", static_cast<int>(strlen(name)), count);
-            out.push_back(line);
-        }
-    }
-
-    void show(const upload &one)
-    {
-        const row &request = *one.request;
-        const long long status = request[COLUMN_UPLOAD_INFO_STATUS].number;
-        const bool is_done = status == QUILLO_UPLOAD_STATUS_FINISHED || status == QUILLO_UPLOAD_STATUS_SHARE_FINISHED;
-        out.push_back(coloured(colour::bold, format("Request %u  ", request[COLUMN_UPLOAD_INFO_REQ_ID].id())) +
-                      coloured(status == QUILLO_UPLOAD_STATUS_FAILED ? colour::red
-                               : is_done                             ? colour::green
-                                                                     : colour::yellow,
-                               word<quillo_upload_status_e>(request[COLUMN_UPLOAD_INFO_STATUS])) +
-                      format("  files %u, ", request[COLUMN_UPLOAD_INFO_FILE_COUNT].id()) +
-                      size(request[COLUMN_UPLOAD_INFO_TOTAL_SIZE].number) + ", " +
-                      date(request[COLUMN_UPLOAD_INFO_SENT_TIME].number));
-        const std::string token = secret(request[COLUMN_UPLOAD_INFO_CONTENTS_TOKEN].text);
-        out.push_back("  to " + people(one.recipients, COLUMN_CONTACT_DETAILS_RECEIVER_PHONE_NO,
-                                       COLUMN_CONTACT_DETAILS_RECEIVER_CCC));
-        out.push_back("  " + (token.empty() ? "no token yet" : "token " + token) + ", " +
-                      expiry(request[COLUMN_UPLOAD_INFO_EXPIRED_TIME]) + ", application " +
-                      word<quillo_app_type_e>(request[COLUMN_UPLOAD_INFO_APP_TYPE]));
-        describe(request[COLUMN_UPLOAD_INFO_DESCRIPTION]);
-        for (const row *transfer : one.transfers)
-            show_transfer(*transfer, nullptr);
-    }
-
-    void show(const share &one)
-    {
-        const row none;
-        const row &notification = one.notification ? *one.notification : none;
-        const row &first = one.items.empty() ? none : *one.items[0].content;
-        out.push_back(coloured(colour::bold, "Share " + secret(one.token)) + "  " +
-                      (one.notification
-                           ? word<read_state>(notification[COLUMN_PUSH_NOTI_INFO_READ_NOTI]) + ", arrived " +
-                                 date(notification[COLUMN_PUSH_NOTI_INFO_RECEIVED_TIME].number)
-                           : "no notification"));
-        out.push_back("  from " + secret(first[COLUMN_CONTENT_INFO_FROM_MSISDN].text) + ", " +
-                      expiry(one.notification ? notification[COLUMN_PUSH_NOTI_INFO_EXPIRED_TIME]
-                                              : first[COLUMN_CONTENT_INFO_EXPIRED_TIME]) +
-                      ", sender's side: " + word<quillo_push_status_e>(first[COLUMN_CONTENT_INFO_PUSH_STATUS]));
-        describe(first[COLUMN_CONTENT_INFO_DESCRIPTION]);
-        for (const item &each : one.items) {
-            const row &content = *each.content;
-            const bool is_here = content[COLUMN_CONTENT_INFO_DOWNLOADED].number == 1;
-            out.push_back("  " + coloured(is_here ? colour::green : colour::dim, is_here ? "here     " : "not yet  ") +
-                          safe(content[COLUMN_CONTENT_INFO_NAME].text) + "  " +
-                          size(content[COLUMN_CONTENT_INFO_SIZE].id()) + "  " +
-                          safe(content[COLUMN_CONTENT_INFO_CONTENT_TYPE].text));
-            for (const row *transfer : each.transfers)
-                show_transfer(*transfer, &content);
-        }
-    }
-
-    /** A line with a bar; `content` is the item that a download belongs to. */
-    void show_transfer(const row &transfer, const row *content)
-    {
-        const long long status = transfer[COLUMN_CONTENT_SYNC_INFO_STATUS].number;
-        const bool is_upload = transfer[COLUMN_CONTENT_SYNC_INFO_TYPE].number == ZEL_UPLOAD_FILE;
-        const bool is_complete = status == ZEL_SYNC_COMPLETE;
-        const long long percent = is_complete ? 100 : transfer[COLUMN_CONTENT_SYNC_INFO_PERCENTAGE].number;
-        const long long retries = transfer[COLUMN_CONTENT_SYNC_INFO_FAIL_COUNT].number;
-        std::string detail = is_given_up(transfer) ? "  given up" : "";
-        if (is_upload && !is_complete)
-            detail += format("  chunk %lld at %u", transfer[COLUMN_CONTENT_SYNC_INFO_CHUNK_NO].number,
-                             transfer[COLUMN_CONTENT_SYNC_INFO_OFFSET].id());
-        if (retries)
-            detail += format("  retry %lld of %d", retries, RETRY_CAP);
-        if (transfer[COLUMN_CONTENT_SYNC_INFO_WIFI_ONLY].number)
-            detail += "  Wi-Fi only";
-        out.push_back("    " +
-                      in_columns(is_upload ? safe(transfer[COLUMN_CONTENT_SYNC_INFO_NAME].text)
-                                           : word<zel_file_sync_type>(transfer[COLUMN_CONTENT_SYNC_INFO_TYPE]),
-                                 std::max(20, screen.width / 4)) +
-                      " " +
-                      coloured(is_complete                 ? colour::green
-                               : status == ZEL_SYNC_FAILED ? colour::red
-                                                           : colour::plain,
-                               in_columns(word<zel_file_sync_status>(transfer[COLUMN_CONTENT_SYNC_INFO_STATUS]), 11)) +
-                      " " + bar(percent, screen.width > 100 ? 20 : 10) + format(" %3lld %%", percent) +
-                      (options.further ? options.further(transfer, content) : "") + detail);
-    }
-
-    void show_groups_keys_and_folders()
-    {
-        heading("Recent groups", read.groups.size());
-        for (const group &one : read.groups)
-            out.push_back("  " + safe((*one.entry)[COLUMN_GROUP_INDEX_VALUE].text) + "  " +
-                          safe((*one.entry)[COLUMN_GROUP_TIME_STAMP].text) + "  " +
-                          people(one.members, COLUMN_RECENT_RECEIVER_PHONE_NO, COLUMN_RECENT_RECEIVER_CCC));
-        heading("Keys", read.rows(TABLE_UNIQUE_DATA).size());
-        for (const row &one : read.rows(TABLE_UNIQUE_DATA))
-            out.push_back("  " + safe(one[COLUMN_UNIQUE_DATA_KEY].text) + " = " +
-                          secret(one[COLUMN_UNIQUE_DATA_VALUE].text));
-        heading("Folders", read.rows(TABLE_FOLDER_INFO).size());
-        for (const row &one : read.rows(TABLE_FOLDER_INFO)) {
-            const auto token = [&](int column, int expires) {
-                return one[column].text.empty() ? "none" : secret(one[column].text) + ", " + expiry(one[expires]);
-            };
-            out.push_back("  group " + safe(one[COLUMN_FOLDER_INFO_GROUP_ID].text));
-            out.push_back("    folder token " +
-                          token(COLUMN_FOLDER_INFO_FOLDER_TOKEN, COLUMN_FOLDER_INFO_FOLDER_TOKEN_EXPIRED_TIME));
-            out.push_back("    contents token " +
-                          token(COLUMN_FOLDER_INFO_CONTENT_TOKEN, COLUMN_FOLDER_INFO_CONTENT_TOKEN_EXPIRED_TIME));
-        }
-    }
-
-    const store &read;
-    const show_options &options;
-    std::vector<std::string> out;
-};
-
-json json_of(const value &stored)
+std::string expiry(const json &row, const char *column)
 {
-    return stored.type == SQLITE_NULL      ? json()
-           : stored.type == SQLITE_INTEGER ? json(stored.number)
-           : stored.type == SQLITE_FLOAT   ? json(std::stod(stored.text))
-                                           : json(stored.text);
+    const long long time = number(row, column);
+    return time ? "expires " + date(time) : "no expiry";
+}
+
+std::string people(const json &rows)
+{
+    std::string names;
+    for (const json &one : rows) {
+        names += names.empty() ? "" : ", ";
+        names += text(one, "ccc").empty() ? "" : "+" + text(one, "ccc") + " ";
+        names += text(one, "phone_no");
+    }
+    return names.empty() ? "nobody" : names;
+}
+
+/** The word of a value, or the value that has none. */
+std::string word(const json &row, const char *word_column, const char *column)
+{
+    const std::string found = text(row, word_column);
+    return !found.empty() ? found : "?" + text(row, column);
+}
+
+/** A line with a bar. */
+std::string transfer_line(const json &transfer, const std::string &further)
+{
+    const std::string status = text(transfer, "status_word");
+    const bool is_upload = text(transfer, "kind_word") == "upload file";
+    const bool is_complete = status == "complete";
+    const long long percent = is_complete ? 100 : number(transfer, "percentage");
+    std::string detail = further;
+    if (is_upload && !is_complete)
+        detail += format("  chunk %lld at %lld", number(transfer, "chunk_no"), number(transfer, "offset"));
+    if (number(transfer, "fail_retry_count"))
+        detail += format("  retry %lld", number(transfer, "fail_retry_count"));
+    detail += number(transfer, "given_up") ? ", given up" : "";
+    detail += number(transfer, "wifi_only") ? "  Wi-Fi only" : "";
+    const std::string label = is_upload ? text(transfer, "name") : word(transfer, "kind_word", "sync_type");
+    return "    " + in_columns(label, std::max(20, screen.width / 4)) + " " +
+           coloured(is_complete          ? colour::green
+                    : status == "failed" ? colour::red
+                                         : colour::plain,
+                    in_columns(word(transfer, "status_word", "status"), 11)) +
+           " " + bar(percent, screen.width > 100 ? 20 : 10) + format(" %3lld %%", percent) + detail;
 }
 
 } // namespace
 
-std::vector<std::string> file_lines(const file_facts &facts)
+json view_of(const store &read, const view_options &options)
 {
-    const passwd *const owner = getpwuid(facts.status.st_uid);
-    std::vector<std::string> out = {coloured(colour::bold, safe(facts.path))};
-    out.push_back("  owner " + (owner ? safe(owner->pw_name) : std::to_string(facts.status.st_uid)) +
-                  format(", mode %04o, %s, %s; times are UTC", facts.status.st_mode & 07777U,
-                         size(facts.status.st_size).c_str(), facts.uses_log ? "write-ahead log" : "rollback journal"));
-    if (facts.journal_size.value_or(0))
-        out.push_back(
-            "  beside it a journal of " + size(static_cast<long long>(*facts.journal_size)) +
-            (facts.openers.empty() ? ": a write was broken off; here it is undone" : ": a write is under way"));
-    if (facts.log_size)
-        out.push_back("  beside it a write-ahead log of " + size(static_cast<long long>(*facts.log_size)) +
-                      ", which belongs to the data");
-    std::string openers = facts.openers.empty() ? "no process" : "";
-    for (const process &one : facts.openers)
-        openers += (openers.empty() ? "" : ", ") + safe(one.name) + " (" + std::to_string(one.id) + ")";
-    out.push_back("  open in " + openers + (facts.sees_all_processes ? "" : "; those of other users are not seen"));
-    return out;
-}
-
-json file_json(const file_facts &facts)
-{
-    json openers = json::array();
-    for (const process &one : facts.openers)
-        openers.push_back({{"pid", one.id}, {"name", one.name}});
-    const auto size_or_null = [](const std::optional<size_t> &size) { return size ? json(*size) : json(); };
-    return {{"path", facts.path},
-            {"uid", facts.status.st_uid},
-            {"mode", format("%04o", facts.status.st_mode & 07777U)},
-            {"size", facts.status.st_size},
-            {"journal_mode", facts.uses_log ? "wal" : "delete"},
-            {"journal_size", size_or_null(facts.journal_size)},
-            {"log_size", size_or_null(facts.log_size)},
-            {"open_in", openers},
-            {"sees_all_processes", facts.sees_all_processes}};
-}
-
-std::vector<std::string> show_lines(const store &read, const show_options &options)
-{
-    return viewer(read, options).all();
-}
-
-json show_json(const store &read, const show_options &options)
-{
-    // A row as an object of its columns; what has a word gets it too.
-    const auto object = [&](const char *table, const row &one) {
-        json made = json::object();
-        const std::vector<column> &columns = read.tables.at(table).laid_down;
-        for (size_t i = 0; i < columns.size(); ++i) {
-            const value &stored = one[static_cast<int>(i)];
-            const bool hides = !options.shows_secrets && !stored.is_null() && is_secret(columns[i]);
-            made[columns[i].name] = hides ? json(shortened(stored.text)) : json_of(stored);
-        }
-        if (table == TABLE_CONTENT_INFO_STATUS) {
-            made["kind_word"] = word<zel_file_sync_type>(one[COLUMN_CONTENT_SYNC_INFO_TYPE]);
-            made["status_word"] = word<zel_file_sync_status>(one[COLUMN_CONTENT_SYNC_INFO_STATUS]);
-        } else if (table == TABLE_UPLOAD_REQUEST_DATA) {
-            made["status_word"] = word<quillo_upload_status_e>(one[COLUMN_UPLOAD_INFO_STATUS]);
-        }
-        return made;
+    const bool is_narrowed = !options.request.empty() || !options.token.empty();
+    const std::string id =
+        std::to_string(static_cast<unsigned int>(std::strtoll(options.request.c_str(), nullptr, 10)));
+    const std::string of_token = options.token.empty() ? "true" : "contents_token = " + quoted(options.token);
+    const std::string of_request = options.request.empty() ? "true" : "req_id = " + id;
+    const auto transfers = [&](const std::string &condition) {
+        return read.rows(TRANSFERS + condition + " ORDER BY sync_id");
     };
-    const auto list = [&](const char *table, const std::vector<const row *> &rows) {
-        json made = json::array();
-        for (const row *one : rows)
-            made.push_back(object(table, *one));
-        return made;
-    };
-    const auto whole = [&](const char *table) {
-        json made = json::array();
-        for (const row &one : read.rows(table))
-            made.push_back(object(table, one));
-        return made;
-    };
-    json document = {
-        {"store", file_json(read.copy.facts)}, {"findings", json_of(check_file(read))},
-        {"summary", json::object()},           {"uploads", json::array()},
-        {"received_shares", json::array()},    {"other_transfers", list(TABLE_CONTENT_INFO_STATUS, read.loose)}};
-    for (const zel_file_sync_type kind : KINDS)
-        for (const auto &[name, count] : summary_of(read, kind))
-            document["summary"][word_of(kind)][name] = count;
-    for (const upload &one : read.uploads) {
-        json &made = document["uploads"].emplace_back(object(TABLE_UPLOAD_REQUEST_DATA, *one.request));
-        made["recipients"] = list(TABLE_CONTACT_DETAILS, one.recipients);
-        made["transfers"] = list(TABLE_CONTENT_INFO_STATUS, one.transfers);
+    json view = {{"store", read.file}, {"findings", read.findings}};
+    view["summary"] =
+        read.rows("SELECT kinds.column1 AS kind, total(sync_status(status) = 'ongoing' AND fail_retry_count = 0) AS "
+                  "\"first tries\","
+                  " total(sync_status(status) = 'ongoing' AND fail_retry_count > 0) AS retries,"
+                  " total(sync_status(status) = 'todo') AS waiting,"
+                  " total(sync_status(status) LIKE 'paused%') AS paused,"
+                  " total(sync_status(status) = 'failed' AND fail_retry_count <= retry_cap()) AS \"to retry\","
+                  " total(sync_status(status) = 'failed' AND fail_retry_count > retry_cap()) AS \"given up\","
+                  " total(sync_status(status) = 'complete') AS complete, batch_limit() AS places"
+                  " FROM (VALUES ('upload file'), ('download thumbnail'), ('download file')) AS kinds"
+                  " LEFT JOIN content_info_status ON sync_type(sync_type) = kinds.column1 GROUP BY kinds.column1 ORDER "
+                  "BY 1 DESC");
+    view["uploads"] = read.rows("SELECT *, upload_status(status) AS status_word, app_type(app_type) AS app_word FROM "
+                                "upload_request_data WHERE " +
+                                of_token + " AND " + of_request + " ORDER BY sent_time DESC, unique_id DESC");
+    for (json &one : view["uploads"]) {
+        const std::string owned = "req_id = " + std::to_string(number(one, "req_id"));
+        one["recipients"] = read.rows("SELECT * FROM contact_details WHERE " + owned + " ORDER BY id");
+        one["transfers"] = transfers(owned + " AND sync_type(sync_type) = 'upload file'");
     }
-    for (const share &one : read.shares) {
-        json &made = document["received_shares"].emplace_back();
-        made["notification"] = one.notification ? object(TABLE_PUSH_NOTI_INFO, *one.notification) : json();
-        made["items"] = json::array();
-        for (const item &each : one.items)
-            made["items"].emplace_back(object(TABLE_CONTENT_INFO, *each.content))["transfers"] =
-                list(TABLE_CONTENT_INFO_STATUS, each.transfers);
+    // A share is its notification, its items, or both.
+    view["received_shares"] = read.rows(
+        "SELECT shares.contents_token, noti.type, noti.expired_time, noti.read_noti, noti.received_time,"
+        " read_state(read_noti) AS state_word, hex(shares.contents_token) AS token_bytes FROM (SELECT contents_token "
+        "FROM"
+        " push_noti_info UNION SELECT contents_token FROM content_info) AS shares LEFT JOIN push_noti_info AS noti"
+        " USING (contents_token) WHERE " +
+        of_token + (options.request.empty() ? "" : " AND false") + " ORDER BY received_time DESC");
+    for (json &one : view["received_shares"]) {
+        one["items"] = read.rows("SELECT *, push_status(push_status) AS push_word FROM content_info WHERE "
+                                 "hex(contents_token) = '" +
+                                 text(one, "token_bytes") + "' ORDER BY content_id");
+        one.erase("token_bytes");
+        for (json &item : one["items"])
+            item["transfers"] = transfers("content_id = " + std::to_string(number(item, "content_id")) +
+                                          " AND sync_type(sync_type) LIKE 'download%'");
     }
-    if (options.wanted.is_set())
-        return document;
-    document["recent_groups"] = json::array();
-    for (const group &one : read.groups)
-        document["recent_groups"].emplace_back(object(TABLE_RECENT_RECEIVER_GROUP, *one.entry))["members"] =
-            list(TABLE_RECENT_RECEIVER_DETAILS, one.members);
-    document["keys"] = whole(TABLE_UNIQUE_DATA);
-    document["folders"] = whole(TABLE_FOLDER_INFO);
-    return document;
+    view["other_transfers"] = transfers(
+        of_token + " AND " + of_request +
+        " AND ((sync_type(sync_type) = 'upload file' AND req_id NOT IN (SELECT req_id FROM upload_request_data))"
+        " OR (sync_type(sync_type) LIKE 'download%' AND content_id NOT IN (SELECT content_id FROM content_info))"
+        " OR sync_type(sync_type) IS NULL)");
+    if (is_narrowed)
+        return view;
+    view["recent_groups"] = read.rows("SELECT * FROM recent_receiver_group ORDER BY time_stamp DESC, id DESC");
+    for (json &one : view["recent_groups"])
+        one["members"] = read.rows("SELECT * FROM recent_receiver_details WHERE group_id = " +
+                                   std::to_string(number(one, "index_value")) + " ORDER BY id");
+    view["keys"] = read.rows("SELECT * FROM unique_data");
+    view["folders"] = read.rows("SELECT * FROM folder_info");
+    return view;
 }
 
-std::string text_of(const json &document, int indentation)
+std::vector<std::string> file_lines(const json &file)
 {
-    return document.dump(indentation, ' ', false, json::error_handler_t::replace) + "\n";
+    std::vector<std::string> lines = {coloured(colour::bold, text(file, "path"))};
+    lines.push_back("  owner " + text(file, "owner") + ", mode " + text(file, "mode") + ", " +
+                    size(number(file, "size")) + ", " +
+                    (text(file, "journal_mode") == "wal" ? "write-ahead log" : "rollback journal") + "; times are UTC");
+    if (number(file, "journal_size"))
+        lines.push_back(
+            "  beside it a journal of " + size(number(file, "journal_size")) +
+            (file["open_in"].empty() ? ": a write was broken off; here it is undone" : ": a write is under way"));
+    if (!file["log_size"].is_null())
+        lines.push_back("  beside it a write-ahead log of " + size(number(file, "log_size")) +
+                        ", which belongs to the data");
+    std::string openers = file["open_in"].empty() ? "no process" : "";
+    for (const json &one : file["open_in"])
+        openers += (openers.empty() ? "" : ", ") + text(one, "name") + " (" + text(one, "pid") + ")";
+    lines.push_back("  open in " + openers + (file["sees_all_processes"] ? "" : "; those of other users are not seen"));
+    return lines;
+}
+
+std::vector<std::string> lines_of(const json &view, const std::function<std::string(const json &transfer)> &further)
+{
+    std::vector<std::string> lines = file_lines(view["store"]);
+    const auto add = [&](const std::string &line) { lines.push_back(line); };
+    const auto add_head = [&](const std::string &head) {
+        lines.emplace_back();
+        lines.push_back(coloured(colour::bold, head));
+    };
+    const auto add_all = [&](const json &transfers) {
+        for (const json &one : transfers)
+            add(transfer_line(one, further ? further(one) : ""));
+    };
+    const auto add_quoted = [&](const json &row) {
+        if (!text(row, "description").empty())
+            add("  \"" + text(row, "description") + "\"");
+    };
+    for (const json &one : view["findings"])
+        add("  " + coloured(colour::red, text(one, "title")) + "  (zel-store check tells more)");
+    std::string head = format("%-18s", ("Places of " + text(view["summary"][0], "places")).c_str());
+    for (const auto &[name, count] : view["summary"][0].items())
+        head += name == "kind" || name == "places" ? "" : "  " + name;
+    add_head(head);
+    for (const json &kind : view["summary"]) {
+        std::string line = format("%-18s", text(kind, "kind").c_str());
+        for (const auto &[name, count] : kind.items())
+            if (count.is_number_float())
+                line += format("  %*.0f", static_cast<int>(name.size()), count.get<double>());
+        add(line);
+    }
+    add_head(counted("Uploads", view["uploads"]));
+    for (const json &one : view["uploads"]) {
+        const std::string status = word(one, "status_word", "status");
+        const std::string token = text(one, "contents_token");
+        add(coloured(colour::bold, "Request " + text(one, "req_id") + "  ") +
+            coloured(status == "failed"             ? colour::red
+                     : status.ends_with("finished") ? colour::green
+                                                    : colour::yellow,
+                     status) +
+            "  files " + text(one, "file_count") + ", " + size(number(one, "total_size")) + ", " +
+            date(number(one, "sent_time")));
+        add("  to " + people(one["recipients"]));
+        add("  " + (token.empty() ? "no token yet" : "token " + token) + ", " + expiry(one, "expired_time") +
+            ", application " + word(one, "app_word", "app_type"));
+        add_quoted(one);
+        add_all(one["transfers"]);
+    }
+    add_head(counted("Received shares", view["received_shares"]));
+    for (const json &one : view["received_shares"]) {
+        const json first = one["items"].empty() ? json::object() : one["items"][0];
+        const bool is_announced = !one["received_time"].is_null();
+        add(coloured(colour::bold, "Share " + text(one, "contents_token")) + "  " +
+            (is_announced ? word(one, "state_word", "read_noti") + ", arrived " + date(number(one, "received_time"))
+                          : "no notification"));
+        add("  from " + text(first, "from_msisdn") + ", " + expiry(is_announced ? one : first, "expired_time") +
+            ", sender's side: " + word(first, "push_word", "push_status"));
+        add_quoted(first);
+        for (const json &item : one["items"]) {
+            const bool is_here = number(item, "downloaded") == 1;
+            add("  " + coloured(is_here ? colour::green : colour::dim, is_here ? "here     " : "not yet  ") +
+                text(item, "name") + "  " + size(number(item, "size")) + "  " + text(item, "content_type"));
+            add_all(item["transfers"]);
+        }
+    }
+    if (!view["other_transfers"].empty())
+        add_head(counted("Transfers of no request and no item", view["other_transfers"]));
+    add_all(view["other_transfers"]);
+    if (!view.contains("keys"))
+        return lines;
+    add_head(counted("Recent groups", view["recent_groups"]));
+    for (const json &one : view["recent_groups"])
+        add("  " + text(one, "index_value") + "  " + text(one, "time_stamp") + "  " + people(one["members"]));
+    add_head(counted("Keys", view["keys"]));
+    for (const json &one : view["keys"])
+        add("  " + text(one, "key") + " = " + text(one, "value"));
+    add_head(counted("Folders", view["folders"]));
+    for (const json &one : view["folders"])
+        for (const std::string kind : {"folder_token", "content"}) {
+            const bool is_folder = kind == "folder_token";
+            const std::string token = text(one, is_folder ? "folder_token" : "contents_token");
+            add(is_folder ? "  group " + text(one, "group_id") + ": folder token "
+                          : std::string("    contents token "));
+            lines.back() +=
+                token.empty() ? "none"
+                              : token + ", " +
+                                    expiry(one, is_folder ? "folder_token_expired_time" : "content_token_expired_time");
+        }
+    return lines;
+}
+
+void print(const std::string &line)
+{
+    std::printf("%s\n", cut(line, screen.width).c_str());
+}
+
+int show(const std::string &path, const view_options &options)
+{
+    const store read(path, options.shows_secrets);
+    const json view = view_of(read, options);
+    if (options.as_json)
+        std::fputs(text_of(view).c_str(), stdout);
+    else
+        for (const std::string &line : lines_of(view))
+            print(line);
+    const bool has_match =
+        !view["uploads"].empty() || !view["received_shares"].empty() || !view["other_transfers"].empty();
+    return !read.is_readable ? CANNOT_READ : has_match || view.contains("keys") ? FINE : FINDINGS;
 }
 
 } // namespace zel_store

@@ -4,7 +4,9 @@
 #include <clocale>
 #include <cstdarg>
 #include <cstdlib>
+#include <ctime>
 #include <glib.h>
+#include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -160,6 +162,47 @@ std::string coloured(colour wanted, const std::string &text)
     static constexpr const char *CODES[] = {"", "2", "1", "31", "32", "33"};
     const bool is_plain = !screen.has_colours || wanted == colour::plain || text.empty();
     return is_plain ? text : format("\033[%sm%s\033[0m", CODES[static_cast<int>(wanted)], text.c_str());
+}
+
+long long number(const nlohmann::ordered_json &row, const char *name)
+{
+    const auto found = row.find(name);
+    return found != row.end() && found->is_number() ? found->get<long long>() : 0;
+}
+
+std::string text(const nlohmann::ordered_json &row, const char *name)
+{
+    const auto found = row.find(name);
+    const bool is_nothing = found == row.end() || found->is_null();
+    return is_nothing ? "" : safe(found->is_string() ? found->get<std::string>() : found->dump());
+}
+
+std::string size(long long bytes)
+{
+    static constexpr const char *UNITS[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+    auto number = static_cast<double>(bytes);
+    size_t unit = 0;
+    for (; number >= 1024 && unit < 4; ++unit)
+        number /= 1024;
+    return format("%.*f %s", unit == 0 ? 0 : 1, number, UNITS[unit]);
+}
+
+std::string date(long long time)
+{
+    static constexpr long long FIRST_MILLISECONDS = 100000000000; // as seconds in 5138, as milliseconds in 1973
+    static constexpr std::pair<long long, const char *> UNITS[] = {
+        {365 * 86400LL, "year"}, {86400, "day"}, {3600, "hour"}, {60, "minute"}, {1, "second"}};
+    const auto seconds = static_cast<time_t>(time >= FIRST_MILLISECONDS ? time / 1000 : time);
+    std::tm parts = {};
+    char text[40] = "";
+    if (!gmtime_r(&seconds, &parts) || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &parts) == 0)
+        return std::to_string(time);
+    const long long difference = seconds - std::time(nullptr);
+    for (const auto &[unit, name] : UNITS)
+        if (const long long count = std::llabs(difference) / unit; count > 0)
+            return format(difference > 0 ? "%s (in %lld %s%s)" : "%s (%lld %s%s ago)", text, count, name,
+                          count == 1 ? "" : "s");
+    return text + std::string(" (now)");
 }
 
 std::string bar(long long percent, int cells)

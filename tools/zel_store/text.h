@@ -5,6 +5,7 @@
 #ifndef ZEL_STORE_TEXT_H
 #define ZEL_STORE_TEXT_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
@@ -42,6 +43,17 @@ std::string shortened(std::string_view secret);
 
 enum class colour { plain, dim, bold, red, green, yellow };
 std::string coloured(colour wanted, const std::string &text);
+
+/* A value of a row: as a number, 0 if it is none, and as a safe text, empty if it is NULL. */
+long long number(const nlohmann::ordered_json &row, const char *name);
+std::string text(const nlohmann::ordered_json &row, const char *name);
+
+/** Bytes as a person says them: 1.5 MiB. */
+std::string size(long long bytes);
+
+/** A time in seconds or, from the year 5138 on, in milliseconds: the date (UTC) and, in brackets, how far away it is.
+ */
+std::string date(long long time);
 
 /** A bar of so many cells that is full at 100 percent. */
 std::string bar(long long percent, int cells);
