@@ -1,5 +1,6 @@
 # What cmake --install puts in place. Its components become the Debian packages that cpack makes (packages.cmake):
-# runtime the library, platform that of an ordinary Linux, development what it takes to build against both.
+# runtime the library, platform that of an ordinary Linux, development what it takes to build against both, tools what
+# looks into a store.
 include(CMakePackageConfigHelpers)
 
 set(cmake_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zel_common)
@@ -37,6 +38,18 @@ install(
   FILES ${headers}
   DESTINATION ${header_folder}
   COMPONENT development)
+if(TARGET zel-store)
+  install(TARGETS zel-store RUNTIME COMPONENT tools)
+  install(
+    FILES tools/zel_store/zel-store.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    COMPONENT tools)
+  install(
+    FILES tools/zel_store/zel-store.bash
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
+    RENAME zel-store
+    COMPONENT tools)
+endif()
 # For programs that link statically: the shared library does not export it.
 install(
   FILES src/zel_common_request/share_encoding.h

@@ -3,9 +3,13 @@
 set(package_runtime libzel-common${PROJECT_VERSION_MAJOR})
 set(package_platform libzel-platform${PROJECT_VERSION_MAJOR})
 set(package_development libzel-common-dev)
+set(package_tools zel-common-tools)
 set(packaged runtime development)
 if(ZEL_HOST_PLATFORM)
   list(APPEND packaged platform)
+endif()
+if(TARGET zel-store)
+  list(APPEND packaged tools)
 endif()
 
 set(CPACK_GENERATOR DEB)
@@ -46,6 +50,14 @@ if(ZEL_HOST_PLATFORM)
 endif()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${development_needs}, libglib2.0-dev, libsqlite3-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)
+${database_note}")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${package_tools})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_DEBUGINFO_PACKAGE ON)
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Look into a zel_common store and its trace
+zel-store shows, watches, checks and copies a store without disturbing who uses it, and makes a trace readable.
 ${database_note}")
 
 # Each package says what may be done with it and what has changed.
