@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "bus.h"
-#include "share_message.h"
 
 namespace sharing
 {
@@ -52,10 +51,8 @@ bool fill(zel_request &request, const std::string &method, GVariant *arguments)
 
 } // namespace
 
-void clients::open(taker takes)
+clients::clients(taker takes) : takes_(std::move(takes))
 {
-    takes_ = std::move(takes);
-    description_ = g_dbus_node_info_new_for_xml(bus::description, nullptr);
     unlink(bus::socket_name); // the state folder is ours alone: a socket there is of a service that died
     GDBusAuthObserver *observer = g_dbus_auth_observer_new();
     g_signal_connect(observer, "allow-mechanism",
@@ -63,15 +60,14 @@ void clients::open(taker takes)
                          return g_str_equal(mechanism, "EXTERNAL");
                      }),
                      nullptr);
-    char *guid = g_dbus_generate_guid();
+    const text guid(g_dbus_generate_guid());
     GError *error = nullptr;
-    server_ =
-        g_dbus_server_new_sync((std::string("unix:path=") + bus::socket_name).c_str(),
-                               G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER, guid, observer, nullptr, &error);
-    g_free(guid);
+    server_ = g_dbus_server_new_sync((std::string("unix:path=") + bus::socket_name).c_str(),
+                                     G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER, guid.get(), observer,
+                                     nullptr, &error);
     g_object_unref(observer);
     if (!server_) {
-        const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, g_error_free);
+        const std::unique_ptr<GError, releaser<g_error_free>> owned(error);
         throw failure(ZEL_ERR_SOCKET_FAILURE, error->message);
     }
     g_signal_connect(server_, "new-connection",
@@ -99,9 +95,10 @@ void clients::come_in(GDBusConnection *connection)
         .get_property = nullptr,
         .set_property = nullptr,
         .padding = {}};
-    for (GDBusInterfaceInfo **one = description_->interfaces; *one; ++one)
-        g_dbus_connection_register_object(connection,
-                                          one == description_->interfaces ? "/org/freedesktop/DBus" : bus::object, *one,
+    static GDBusNodeInfo *const description = g_dbus_node_info_new_for_xml(bus::description, nullptr);
+    for (const auto &[path, name] :
+         {std::pair{"/org/freedesktop/DBus", "org.freedesktop.DBus"}, std::pair{bus::object, bus::interface}})
+        g_dbus_connection_register_object(connection, path, g_dbus_node_info_lookup_interface(description, name),
                                           &methods, this, nullptr, nullptr);
     g_signal_connect(connection, "closed", G_CALLBACK(+[](GDBusConnection *gone, gboolean, GError *, void *self) {
                          auto &me = *static_cast<clients *>(self);
@@ -114,6 +111,25 @@ void clients::come_in(GDBusConnection *connection)
     connections_.insert(static_cast<GDBusConnection *>(g_object_ref(connection)));
 }
 
+GVariant *file_of(const zel_content_sync_info &row)
+{
+    const bool has_trouble = row.status == ZEL_SYNC_FAILED || row.fail_retry_count > 0;
+    const trouble last = has_trouble ? trouble_of(key_of_transfer(row.sync_id)) : trouble();
+    return g_variant_new("(u^ay^ayuutuis)", row.sync_id, text_of(row.name).c_str(), text_of(row.local_path).c_str(),
+                         row.status, row.percentage, guint64{row.offset}, row.fail_retry_count, last.code,
+                         last.sentence.c_str());
+}
+
+void clients::tell_progress(const zel_content_sync_info &row)
+{
+    tell("Progress", g_variant_new("(u@" SHARING_FILE ")", row.req_id, file_of(row)));
+}
+
+void clients::tell_state(unsigned int req_id)
+{
+    tell("State", g_variant_new("(u)", req_id));
+}
+
 void clients::tell(const char *signal, GVariant *parameters)
 {
     g_variant_ref_sink(parameters);
@@ -123,28 +139,15 @@ void clients::tell(const char *signal, GVariant *parameters)
     g_variant_unref(parameters);
 }
 
-bool clients::is_empty()
-{
-    const std::lock_guard lock(mutex_);
-    return connections_.empty();
-}
-
-void clients::close()
-{
-    g_dbus_server_stop(server_);
-}
-
 clients::~clients()
 {
-    if (server_)
-        g_object_unref(server_);
+    g_dbus_server_stop(server_);
+    g_object_unref(server_);
     for (GDBusConnection *connection : connections_) {
         g_signal_handlers_disconnect_by_data(connection, this);
         g_dbus_connection_flush_sync(connection, nullptr, nullptr);
         g_object_unref(connection);
     }
-    if (description_)
-        g_dbus_node_info_unref(description_);
 }
 
 } // namespace sharing

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <set>
 
-#include "zel_common_request.h"
+#include "store.h"
 
 namespace sharing
 {
@@ -21,28 +21,26 @@ class clients
     /** What becomes of a call: the request is the caller's, the invocation goes to who answers it. */
     using taker = std::function<void(const zel_request &, GDBusMethodInvocation *)>;
 
-    /** Begins to listen, at a socket in the working directory; calls arrive on the main loop's thread. */
-    void open(taker takes);
-
-    /** Lets nobody in any more; who is there still gets answers. */
-    void close();
-
+    /** Listens at a socket in the working directory; calls arrive on the main loop's thread. */
+    explicit clients(taker takes);
     ~clients();
 
-    /** Tells every client. Any thread may call it. */
-    void tell(const char *signal, GVariant *parameters);
-
-    bool is_empty();
+    /* Tell every client. Any thread may call these. */
+    void tell_progress(const zel_content_sync_info &row);
+    void tell_state(unsigned int req_id);
 
   private:
     void come_in(GDBusConnection *connection);
+    void tell(const char *signal, GVariant *parameters);
 
-    taker takes_;
+    const taker takes_;
     GDBusServer *server_ = nullptr;
-    GDBusNodeInfo *description_ = nullptr;
     std::mutex mutex_;
     std::set<GDBusConnection *> connections_;
 };
+
+/** A transfer as clients get it, a SHARING_FILE. */
+GVariant *file_of(const zel_content_sync_info &row);
 
 } // namespace sharing
 

@@ -57,11 +57,10 @@ unsigned long long number_at(const char *key)
 share stored_share(const std::string &token)
 {
     // A notification in the store tells that all items are there too.
-    zel_trans_share_content_info *record = nullptr;
-    if (!_common_storage_exist_push_noti(token.c_str()) ||
-        !found(_common_storage_get_notification_data, token.c_str(), &record))
-        throw failure(ZEL_ERR_RESOURCE_DOESNT_EXIST, "There is no received share with this token.");
-    return share(record);
+    if (_common_storage_exist_push_noti(token.c_str()))
+        if (share record = share_of(token))
+            return record;
+    throw failure(ZEL_ERR_RESOURCE_DOESNT_EXIST, "There is no received share with this token.");
 }
 
 transfer transfer_of_item(const share_item &item, zel_file_sync_type kind)

@@ -11,8 +11,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include "bus.h"
-#include "clients.h"
 #include "service.h"
 
 namespace fs = std::filesystem;
@@ -79,23 +77,11 @@ void run(const settings &chosen)
     g_unix_signal_add(SIGINT, quit, loop);
     g_unix_signal_add(SIGTERM, quit, loop);
     g_timeout_add(200, look_after_trace, nullptr);
-    clients door;
     {
-        service sharing(
-            chosen, {.on_progress =
-                         [&](const zel_content_sync_info &row) {
-                             if (!door.is_empty())
-                                 door.tell("Progress",
-                                           g_variant_new("(u@" SHARING_FILE ")", row.req_id, service::file_of(row)));
-                         },
-                     .on_state = [&](unsigned int req_id) { door.tell("State", g_variant_new("(u)", req_id)); }});
-        door.open([&](const zel_request &request, GDBusMethodInvocation *invocation) {
-            sharing.submit(request, invocation);
-        });
+        const service sharing(chosen);
         printf("ready\n");
         fflush(stdout);
         g_main_loop_run(loop);
-        door.close();
     }
     g_main_loop_unref(loop);
 }
@@ -112,28 +98,18 @@ try {
         "The sharing service: sends and receives files for the clients of one user, through a server. Says "
         "\"ready\" on standard output when clients can come, at a socket in the state folder; ends, with 0, on "
         "SIGINT or SIGTERM. May be killed at any moment: the next one goes on.");
+    app.option_defaults()->always_capture_default();
     app.add_option("--state", state, "Folder for the database, the socket, received files and the trace")
-        ->capture_default_str()
         ->type_name("FOLDER");
-    app.add_option("--server", chosen.server,
-                   "Where files are sent: the URL of a tus server at which uploads are created")
-        ->capture_default_str()
-        ->type_name("URL");
-    app.add_option("--number", chosen.number, "This device's own phone number, at which shares arrive")
-        ->capture_default_str()
-        ->type_name("NUMBER");
+    app.add_option("--server", chosen.server, "The URL of a tus server at which uploads are created")->type_name("URL");
+    app.add_option("--number", chosen.number, "This device's own phone number, at which shares arrive");
     app.add_option("--chunk", chosen.chunk_size, "Bytes moved at once; 0: a thirty-second of the file, 64K to 4M")
         ->transform(CLI::AsSizeValue(false).description(""))
-        ->check(CLI::Range(size_t{0}, size_t{64} * 1024 * 1024).description(""))
-        ->type_name("BYTES");
-    app.add_option("--timeout", patience, "How long to wait for the server's answer")
-        ->capture_default_str()
-        ->check(CLI::Range(0.1, 3600.0))
-        ->type_name("SECONDS");
-    app.add_option("--retry-delay", retry_delay, "Pause before the first retry, doubled before each further one")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 60'000))
-        ->type_name("MILLISECONDS");
+        ->check(CLI::Range(size_t{0}, size_t{64} * 1024 * 1024).description(""));
+    app.add_option("--timeout", patience, "How many seconds to wait for the server's answer")
+        ->check(CLI::Range(0.1, 3600.0));
+    app.add_option("--retry-delay", retry_delay, "Milliseconds before the first retry, doubled before each further one")
+        ->check(CLI::Range(1, 60'000));
     read_command_line(app, argc, argv);
     chosen.patience = std::chrono::milliseconds(static_cast<long>(patience * 1000));
     chosen.retry_delay = std::chrono::milliseconds(retry_delay);

@@ -30,7 +30,7 @@ bool is_paused(const zel_content_sync_info &row)
 
 /* Start and stop --------------------------------------------------------------------------------------------- */
 
-movers::movers(const settings &chosen, watcher who) : settings_(chosen), watcher_(std::move(who))
+movers::movers(const settings &chosen, clients &door) : settings_(chosen), door_(door)
 {
     recover();
     for (size_t i = 0; i < thread_count; ++i)
@@ -54,7 +54,7 @@ void movers::take_up(unsigned int req_id)
 {
     const std::lock_guard lock(schedule_);
     changed_.notify_all();
-    watcher_.on_state(req_id);
+    door_.tell_state(req_id);
 }
 
 void movers::recover()
@@ -132,7 +132,7 @@ void movers::call_off(unsigned int req_id)
     for (const transfer &row : transfers_of(kind_of(req_id), req_id))
         if (claimed_.contains(row->sync_id))
             called_off_.insert(row->sync_id);
-    watcher_.on_state(req_id);
+    door_.tell_state(req_id);
 }
 
 void movers::forget()
@@ -288,7 +288,7 @@ void movers::move_file(const zel_content_sync_info &row, remote &server)
         if (std::exchange(percentage, now) != now)
             write(_common_storage_update_percentage_sync_content_info, id, now);
         if (const transfer stored = transfer_of(row.sync_id); stored && !is_end)
-            watcher_.on_progress(*stored);
+            door_.tell_progress(*stored);
     };
     std::optional<failure> reason;
     try {
@@ -340,7 +340,7 @@ void movers::close(const zel_content_sync_info &row, const failure *reason)
     claimed_.erase(row.sync_id);
     called_off_.erase(row.sync_id);
     if (const transfer stored = transfer_of(row.sync_id))
-        watcher_.on_progress(*stored);
+        door_.tell_progress(*stored);
     if (!is_called_off)
         conclude(row.req_id);
     changed_.notify_all();
@@ -378,7 +378,7 @@ void movers::conclude(unsigned int req_id)
     if (upload_status_of(req_id) == QUILLO_UPLOAD_STATUS_FINISHED && server_ != origin::foreign)
         shares_.try_emplace(req_id, clock::now());
     if (status == QUILLO_UPLOAD_STATUS_NONE || status != upload_status_of(req_id))
-        watcher_.on_state(req_id);
+        door_.tell_state(req_id);
 }
 
 /** Has the server make a share of an upload's files, and tell their recipients. */
@@ -410,14 +410,14 @@ try {
         forget_trouble(key_of_request(req_id));
     if (server_ == origin::ours && upload_status_of(req_id) == QUILLO_UPLOAD_STATUS_FINISHED) // not cancelled meanwhile
         set_upload_status(req_id, QUILLO_UPLOAD_STATUS_SHARE_FINISHED);
-    watcher_.on_state(req_id);
+    door_.tell_state(req_id);
 } catch (const failure &reason) {
     if (is_stopping_)
         return;
     note_trouble(key_of_request(req_id), reason.code, reason.what());
     const std::lock_guard lock(schedule_);
     shares_[req_id] = due_after(refusals_[req_id]++);
-    watcher_.on_state(req_id);
+    door_.tell_state(req_id);
 }
 
 } // namespace sharing

@@ -6,8 +6,8 @@
 #define SHARING_SERVICE_MOVERS_H
 
 #include <condition_variable>
-#include <set>
 
+#include "clients.h"
 #include "remote.h"
 #include "routes.h"
 #include "store.h"
@@ -25,17 +25,11 @@ struct settings {
     std::chrono::milliseconds retry_delay{500};
 };
 
-/** Whoever wants to know how transfers and requests go on. Called from any thread. */
-struct watcher {
-    std::function<void(const zel_content_sync_info &)> on_progress;
-    std::function<void(unsigned int req_id)> on_state;
-};
-
 class movers
 {
   public:
     /** Makes what a dead service left in the store ready to go on, and starts the threads. */
-    movers(const settings &chosen, watcher who);
+    movers(const settings &chosen, clients &door);
 
     /** Breaks off the chunks on their way, and stops the threads. */
     ~movers();
@@ -74,7 +68,7 @@ class movers
     clock::time_point due_after(unsigned int failures) const;
 
     const settings settings_;
-    const watcher watcher_;
+    clients &door_;
     std::atomic<bool> is_stopping_ = false;
     std::atomic<origin> server_ = origin::unknown;
 

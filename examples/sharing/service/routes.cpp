@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -17,30 +15,20 @@ namespace sharing
 namespace
 {
 
-class descriptor
+/** Says what the system says about a file. */
+[[noreturn]] void complain(zel_err_e result, const std::string &what)
 {
-  public:
-    descriptor(const char *path, int flags) : number(open(path, flags | O_CLOEXEC, 0600))
-    {
-        if (number < 0)
-            throw failure(errno == ENOENT ? ZEL_ERR_FILE_DOESNT_EXIST : ZEL_ERR_PERMISSION_DENIED,
-                          std::string("The file cannot be opened: ") + strerror(errno) + ".");
-    }
-    ~descriptor()
-    {
-        close(number);
-    }
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
+    throw failure(result, what + ": " + strerror(errno) + ".");
+}
 
-    unsigned long long size() const
-    {
-        struct stat status = {};
-        return fstat(number, &status) == 0 ? static_cast<unsigned long long>(status.st_size) : 0;
-    }
-
-    const int number;
-};
+/** Opens a file and tells its size. */
+unsigned long long open(std::fstream &file, const std::string &path, std::ios::openmode mode)
+{
+    file.open(path, mode | std::ios::binary | std::ios::ate);
+    if (!file)
+        complain(errno == ENOENT ? ZEL_ERR_FILE_DOESNT_EXIST : ZEL_ERR_PERMISSION_DENIED, "The file cannot be opened");
+    return static_cast<unsigned long long>(file.tellg());
+}
 
 /** The device's file goes to the server, which tells how much has arrived. */
 class upload_route : public route
@@ -50,10 +38,14 @@ class upload_route : public route
 
     void begin() override
     {
-        file_ = std::make_unique<descriptor>(row_.local_path, O_RDONLY);
-        size_ = file_->size();
+        size_ = open(file_, row_.local_path, std::ios::in);
         key_ = text_of(row_.mupload_key);
-        remote::position there = key_.empty() ? create() : server_.position_of(key_);
+        if (key_.empty()) {
+            key_ = server_.create(size_, text_of(row_.name));
+            write(_common_storage_update_mupload_key_sync_content_info, signed_id(row_.sync_id), key_.c_str());
+            return;
+        }
+        const remote::position there = server_.position_of(key_);
         if (there.length != size_)
             throw failure(ZEL_ERR_INVALID_FILE, "The file has changed its size since its upload began.");
         offset_ = there.offset;
@@ -62,8 +54,8 @@ class upload_route : public route
     void move_chunk() override
     {
         std::string chunk(next_chunk(), '\0');
-        const ssize_t got = pread(file_->number, chunk.data(), chunk.size(), static_cast<off_t>(offset_));
-        if (got != static_cast<ssize_t>(chunk.size()))
+        file_.seekg(static_cast<std::streamoff>(offset_));
+        if (!file_.read(chunk.data(), static_cast<std::streamsize>(chunk.size())))
             throw failure(ZEL_ERR_INVALID_FILE, "The file became shorter while it was sent.");
         offset_ = server_.append(key_, offset_, chunk.data(), chunk.size());
     }
@@ -79,15 +71,8 @@ class upload_route : public route
     }
 
   private:
-    remote::position create()
-    {
-        key_ = server_.create(size_, text_of(row_.name));
-        write(_common_storage_update_mupload_key_sync_content_info, signed_id(row_.sync_id), key_.c_str());
-        return {.offset = 0, .length = size_};
-    }
-
     std::string key_;
-    std::unique_ptr<descriptor> file_;
+    std::fstream file_;
 };
 
 /** A file or thumbnail comes from the server. The device's own file tells how much has arrived. */
@@ -98,50 +83,39 @@ class download_route : public route
 
     void begin() override
     {
-        server_.fetch(url(), 0, 1, size_);
+        server_.fetch(url_, 0, 1, size_);
         if (fs::exists(row_.local_path)) { // the last service died between the file's end and its record in the store
             offset_ = size_;
             return;
         }
-        file_ = std::make_unique<descriptor>(part_.c_str(), O_RDWR | O_CREAT | O_APPEND);
-        offset_ = file_->size();
+        offset_ = open(file_, part_, std::ios::app);
         if (offset_ > size_)
             throw failure(ZEL_ERR_INVALID_FILE, part_ + " holds more than the file has.");
     }
 
     void move_chunk() override
     {
-        const std::string chunk = server_.fetch(url(), offset_, next_chunk(), size_);
+        const std::string chunk = server_.fetch(url_, offset_, next_chunk(), size_);
         if (chunk.size() != next_chunk())
             throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server handed out less than was asked for.");
-        for (size_t done = 0; done < chunk.size();) {
-            const ssize_t count = ::write(file_->number, chunk.data() + done, chunk.size() - done);
-            if (count < 0)
-                throw failure(ZEL_ERR_REQUEST_FAILED,
-                              std::string("The file cannot be written: ") + strerror(errno) + ".");
-            done += static_cast<size_t>(count);
-        }
+        if (!file_.write(chunk.data(), static_cast<std::streamsize>(chunk.size())).flush())
+            complain(ZEL_ERR_REQUEST_FAILED, "The file cannot be written");
         offset_ += chunk.size();
     }
 
     void finish() override
     {
         // A link does not replace what somebody else has put there meanwhile.
-        if (file_ && (link(part_.c_str(), row_.local_path) != 0 || unlink(part_.c_str()) != 0))
-            throw failure(ZEL_ERR_PERMISSION_DENIED,
-                          std::string("The received file cannot be put in its place: ") + strerror(errno) + ".");
+        if (file_.is_open() && (link(part_.c_str(), row_.local_path) != 0 || unlink(part_.c_str()) != 0))
+            complain(ZEL_ERR_PERMISSION_DENIED, "The received file cannot be put in its place");
         if (row_.type == ZEL_DOWNLOAD_FILE)
-            write(_common_storage_update_downloaded_content_info, url().c_str());
+            write(_common_storage_update_downloaded_content_info, url_.c_str());
     }
 
   private:
-    std::string url() const
-    {
-        return text_of(row_.type == ZEL_DOWNLOAD_THUMBNAIL ? row_.thumbnail : row_.original);
-    }
-
+    const std::string url_ = text_of(row_.type == ZEL_DOWNLOAD_THUMBNAIL ? row_.thumbnail : row_.original);
     const std::string part_ = part_of(text_of(row_.local_path));
-    std::unique_ptr<descriptor> file_;
+    std::fstream file_;
 };
 
 } // namespace

@@ -46,6 +46,11 @@ std::vector<quillo_msisdn_s> recipients_of(const zel_request &request)
     return recipients;
 }
 
+std::string shown(const quillo_msisdn_s &one)
+{
+    return "+" + text_of(one.ccc) + " " + text_of(one.phone_number);
+}
+
 /** Keeps a list of recipients among the nine that were used last. */
 void remember(std::vector<quillo_msisdn_s> &recipients)
 {
@@ -66,7 +71,9 @@ void remember(std::vector<quillo_msisdn_s> &recipients)
 
 } // namespace
 
-service::service(const settings &chosen, watcher who) : movers_(chosen, std::move(who)), inbox_(chosen, movers_)
+service::service(const settings &chosen)
+    : door_([this](const zel_request &request, GDBusMethodInvocation *invocation) { submit(request, invocation); }),
+      movers_(chosen, door_), inbox_(chosen, movers_)
 {
     must(_common_queue_init(&requests_));
     dispatcher_ = std::make_unique<worker>([this] { dispatch(); });
@@ -85,7 +92,6 @@ service::~service()
 
 void service::submit(const zel_request &request, GDBusMethodInvocation *invocation)
 {
-    // The service gets a copy of its own: what becomes of the client's request is no concern of it.
     auto *queued = g_new0(comm_param_s, 1);
     must(_common_copy_zel_request_members(&request, &queued->request));
     queued->handle = invocation;
@@ -199,11 +205,9 @@ GVariant *service::list_uploads()
         g_variant_builder_init(&recipients, G_VARIANT_TYPE("as"));
         for (size_t i = 0; i < report->msisdn_count; ++i)
             if (const quillo_msisdn_s *one = report->msisdn_list[i])
-                g_variant_builder_add(&recipients, "s",
-                                      ("+" + text_of(one->ccc) + " " + text_of(one->phone_number)).c_str());
-        g_variant_builder_add(&uploads, "(uutuast)", req_id, static_cast<guint32>(report->status),
-                              static_cast<guint64>(report->total_size), report->file_count, &recipients,
-                              static_cast<guint64>(report->sent_time));
+                g_variant_builder_add(&recipients, "s", shown(*one).c_str());
+        g_variant_builder_add(&uploads, "(uutuast)", req_id, report->status, guint64{report->total_size},
+                              report->file_count, &recipients, guint64{report->sent_time});
     }
     return g_variant_new("(a(uutuast))", &uploads);
 }
@@ -212,21 +216,19 @@ GVariant *service::describe(unsigned int req_id)
 {
     const zel_file_sync_type kind = kind_of(req_id);
     unsigned long long total = 0;
-    char *stored = nullptr;
     const bool is_upload = found(_common_storage_get_upload_total_size, req_id, &total);
     if (kind == ZEL_UNKNOWN && !is_upload)
         throw failure(ZEL_ERR_INVALID_REQ_ID, "There is no request " + std::to_string(req_id) + ".");
     const bool is_settled = movers_.is_settled(req_id); // asked before the transfers: then these are through too
     const auto rows = transfers_of(kind, req_id);
-    if (is_upload)
-        found(_common_storage_get_upload_contents_token, req_id, &stored);
-    else if (!rows.empty())
-        stored = g_strdup(rows.front()->contents_token);
-    const text token(stored);
-    if (!is_upload && token) {
-        zel_trans_share_content_info *record = nullptr;
-        found(_common_storage_get_notification_data, token.get(), &record);
-        if (const share received(record); received)
+    std::string token;
+    if (is_upload) {
+        char *issued = nullptr;
+        found(_common_storage_get_upload_contents_token, req_id, &issued);
+        token = text_of(text(issued).get());
+    } else if (!rows.empty()) {
+        token = text_of(rows.front()->contents_token);
+        if (const share received = share_of(token))
             for (const auto *item : elements_of<share_item>(received->content_info_list))
                 total += item->size;
     }
@@ -235,18 +237,8 @@ GVariant *service::describe(unsigned int req_id)
     for (const transfer &row : rows)
         g_variant_builder_add_value(&files, file_of(*row));
     const trouble last = trouble_of(key_of_request(req_id));
-    return g_variant_new("(" SHARING_REQUEST ")", static_cast<guint32>(is_upload ? ZEL_UPLOAD_FILE : kind),
-                         static_cast<guint32>(movers_.status_of(req_id)), is_settled, static_cast<guint64>(total),
-                         text_of(token.get()).c_str(), last.code, last.sentence.c_str(), &files);
-}
-
-GVariant *service::file_of(const zel_content_sync_info &row)
-{
-    const bool has_trouble = row.status == ZEL_SYNC_FAILED || row.fail_retry_count > 0;
-    const trouble last = has_trouble ? trouble_of(key_of_transfer(row.sync_id)) : trouble();
-    return g_variant_new("(u^ay^ayuutuis)", row.sync_id, text_of(row.name).c_str(), text_of(row.local_path).c_str(),
-                         static_cast<guint32>(row.status), row.percentage, static_cast<guint64>(row.offset),
-                         row.fail_retry_count, last.code, last.sentence.c_str());
+    return g_variant_new("(" SHARING_REQUEST ")", is_upload ? ZEL_UPLOAD_FILE : kind, movers_.status_of(req_id),
+                         is_settled, guint64{total}, token.c_str(), last.code, last.sentence.c_str(), &files);
 }
 
 GVariant *service::list_recent()
@@ -259,8 +251,7 @@ GVariant *service::list_recent()
     for (unsigned int i = 0; i < count; ++i) {
         if (i == 0 || members[i - 1]->group_id != members[i]->group_id)
             g_variant_builder_open(&groups, G_VARIANT_TYPE("as"));
-        g_variant_builder_add(&groups, "s",
-                              ("+" + text_of(members[i]->ccc) + " " + text_of(members[i]->phone_number)).c_str());
+        g_variant_builder_add(&groups, "s", shown(*members[i]).c_str());
         if (i + 1 == count || members[i + 1]->group_id != members[i]->group_id)
             g_variant_builder_close(&groups);
     }

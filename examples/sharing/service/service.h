@@ -4,8 +4,6 @@
 #ifndef SHARING_SERVICE_SERVICE_H
 #define SHARING_SERVICE_SERVICE_H
 
-#include <gio/gio.h>
-
 #include "inbox.h"
 #include "zel_common_queue.h"
 
@@ -15,16 +13,12 @@ namespace sharing
 class service
 {
   public:
-    service(const settings &chosen, watcher who);
+    explicit service(const settings &chosen);
     ~service();
 
+  private:
     /** Queues a request. Its handle is the GDBusMethodInvocation that gets the answer. */
     void submit(const zel_request &request, GDBusMethodInvocation *invocation);
-
-    /** A transfer as clients get it, a SHARING_FILE. */
-    static GVariant *file_of(const zel_content_sync_info &row);
-
-  private:
     void dispatch();
     GVariant *carry_out(const zel_request &request);
     unsigned int take_up_upload(const zel_request &request);
@@ -32,6 +26,7 @@ class service
     GVariant *describe(unsigned int req_id);
     GVariant *list_recent();
 
+    clients door_;
     movers movers_;
     inbox inbox_;
     zel_queue_s *requests_ = nullptr;

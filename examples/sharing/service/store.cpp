@@ -67,6 +67,13 @@ std::vector<unsigned int> all_uploads()
     return {ids, ids + count};
 }
 
+share share_of(const std::string &token)
+{
+    zel_trans_share_content_info *record = nullptr;
+    found(_common_storage_get_notification_data, token.c_str(), &record);
+    return share(record);
+}
+
 std::string value_of(const std::string &key)
 {
     char *value = nullptr;

@@ -83,6 +83,9 @@ void set_upload_status(unsigned int req_id, quillo_upload_status_e status);
 /** Moves those of a request's transfers that have one status to another, in one step. */
 void move_status(unsigned int req_id, zel_file_sync_status from, zel_file_sync_status to);
 
+/** A received share; NULL when there is none. */
+share share_of(const std::string &token);
+
 /** Every upload, the latest first. */
 std::vector<unsigned int> all_uploads();
 
