@@ -155,6 +155,7 @@ TEST_F(ZelStore, CheckFindsEachContradiction)
         {"version", "PRAGMA user_version = 103", "[]"},
     };
     expect("check", 0, "Sound");
+    EXPECT_EQ(document("show --json")["summary"].dump().find(":1,"), std::string::npos) << "all is complete";
     const std::string sound = bytes_of(STORE);
     for (const auto &one : cases) {
         raw_connection(one.statements);

@@ -99,11 +99,11 @@ constexpr contradiction CONTRADICTIONS[] = {
      "Start the service: it goes on at the offset and chunk that are stored."},
 };
 
-/** Where a column holds what has no meaning there; NULL counts as 0, as the library reads it. */
+/** Where a column holds what has no meaning there; without a push status nothing was reported. */
 constexpr std::pair<const char *, const char *> VOCABULARIES[] = {
     {"upload_request_data", "upload_status(status) IS NULL"},
     {"upload_request_data", "app_type(app_type) IS NULL"},
-    {"content_info", "push_status(push_status) IS NULL"},
+    {"content_info", "push_status(coalesce(push_status, 0)) IS NULL"},
     {"content_info", "downloaded NOT IN (0, 1)"},
     {"content_info_status", "sync_type(sync_type) IS NULL"},
     {"content_info_status", "sync_status(status) IS NULL"},
@@ -137,6 +137,11 @@ json check_all(const store &read)
          "Stop the service, keep a copy, and have sqlite3's .recover write what is left into a new file."},
         "SELECT integrity_check AS problem FROM pragma_integrity_check('copy') WHERE integrity_check <> 'ok'",
         "SQLite finds the file damaged");
+    // Rows that could not be read would be missed by others.
+    if (std::any_of(findings.begin(), findings.end(), [](const json &one) {
+            return one["kind"] == "damaged" || one["kind"] == "damaged-table" || one["kind"] == "cut";
+        }))
+        return findings;
     for (const contradiction &one : CONTRADICTIONS)
         if (std::string_view(one.kind) != "interrupted" ||
             (read.file["open_in"].empty() && read.file["sees_all_processes"]))
@@ -180,8 +185,8 @@ int check(const std::string &path, bool as_json)
             where += (i > 0 ? ", " : "") + safe(rows[i].get<std::string>());
         if (rows.size() > SHOWN)
             where += format(" and %zu more", rows.size() - SHOWN);
-        std::printf("\n%s  [%s]\n", coloured(colour::bold, wrapped(text(one, "title"), 2)).c_str(),
-                    text(one, "kind").c_str());
+        std::printf("\n%s\n",
+                    coloured(colour::bold, wrapped(text(one, "title") + "  [" + text(one, "kind") + "]", 2)).c_str());
         for (const auto &[label, what] :
              {std::pair("where", where), std::pair("means", text(one, "means")), std::pair("do", text(one, "do"))})
             if (!what.empty())

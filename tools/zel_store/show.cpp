@@ -68,7 +68,7 @@ std::string transfer_line(const json &transfer, const std::string &further)
     detail += number(transfer, "given_up") ? ", given up" : "";
     detail += number(transfer, "wifi_only") ? "  Wi-Fi only" : "";
     const std::string label = is_upload ? text(transfer, "name") : word(transfer, "kind_word", "sync_type");
-    return "    " + in_columns(label, std::max(20, screen.width / 4)) + " " +
+    return "  " + in_columns(label, std::max(20, screen.width / 4)) + " " +
            coloured(is_complete          ? colour::green
                     : status == "failed" ? colour::red
                                          : colour::plain,
@@ -89,18 +89,17 @@ json view_of(const store &read, const view_options &options)
         return read.rows(TRANSFERS + condition + " ORDER BY sync_id");
     };
     json view = {{"store", read.file}, {"findings", read.findings}};
-    view["summary"] =
-        read.rows("SELECT kinds.column1 AS kind, total(sync_status(status) = 'ongoing' AND fail_retry_count = 0) AS "
-                  "\"first tries\","
-                  " total(sync_status(status) = 'ongoing' AND fail_retry_count > 0) AS retries,"
-                  " total(sync_status(status) = 'todo') AS waiting,"
-                  " total(sync_status(status) LIKE 'paused%') AS paused,"
-                  " total(sync_status(status) = 'failed' AND fail_retry_count <= retry_cap()) AS \"to retry\","
-                  " total(sync_status(status) = 'failed' AND fail_retry_count > retry_cap()) AS \"given up\","
-                  " total(sync_status(status) = 'complete') AS complete, batch_limit() AS places"
-                  " FROM (VALUES ('upload file'), ('download thumbnail'), ('download file')) AS kinds"
-                  " LEFT JOIN content_info_status ON sync_type(sync_type) = kinds.column1 GROUP BY kinds.column1 ORDER "
-                  "BY 1 DESC");
+    view["summary"] = read.rows(
+        "WITH transfers AS (SELECT sync_type(sync_type) AS kind, sync_status(status) AS word, fail_retry_count AS tries"
+        " FROM content_info_status) SELECT kinds.column1 AS kind, coalesce(sum(word = 'ongoing' AND tries = 0), 0) AS "
+        "\"in use\","
+        " max(0, batch_limit() - coalesce(sum(word = 'ongoing' AND tries = 0), 0)) AS free,"
+        " coalesce(sum(word = 'ongoing' AND tries > 0), 0) AS retries, coalesce(sum(word = 'todo'), 0) AS waiting,"
+        " coalesce(sum(word LIKE 'paused%'), 0) AS paused, coalesce(sum(word = 'failed' AND tries <= retry_cap()), 0) "
+        "AS \"to retry\","
+        " coalesce(sum(word = 'failed' AND tries > retry_cap()), 0) AS \"given up\", batch_limit() AS places"
+        " FROM (VALUES ('upload file'), ('download thumbnail'), ('download file')) AS kinds"
+        " LEFT JOIN transfers ON transfers.kind = kinds.column1 GROUP BY kinds.column1 ORDER BY 1 DESC");
     view["uploads"] = read.rows("SELECT *, upload_status(status) AS status_word, app_type(app_type) AS app_word FROM "
                                 "upload_request_data WHERE " +
                                 of_token + " AND " + of_request + " ORDER BY sent_time DESC, unique_id DESC");
@@ -118,7 +117,7 @@ json view_of(const store &read, const view_options &options)
         " USING (contents_token) WHERE " +
         of_token + (options.request.empty() ? "" : " AND false") + " ORDER BY received_time DESC");
     for (json &one : view["received_shares"]) {
-        one["items"] = read.rows("SELECT *, push_status(push_status) AS push_word FROM content_info WHERE "
+        one["items"] = read.rows("SELECT *, push_status(coalesce(push_status, 0)) AS push_word FROM content_info WHERE "
                                  "hex(contents_token) = '" +
                                  text(one, "token_bytes") + "' ORDER BY content_id");
         one.erase("token_bytes");
@@ -187,8 +186,8 @@ std::vector<std::string> lines_of(const json &view, const std::function<std::str
     for (const json &kind : view["summary"]) {
         std::string line = format("%-18s", text(kind, "kind").c_str());
         for (const auto &[name, count] : kind.items())
-            if (count.is_number_float())
-                line += format("  %*.0f", static_cast<int>(name.size()), count.get<double>());
+            if (name != "kind" && name != "places")
+                line += format("  %*lld", static_cast<int>(name.size()), count.get<long long>());
         add(line);
     }
     add_head(counted("Uploads", view["uploads"]));

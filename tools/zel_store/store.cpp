@@ -61,7 +61,7 @@ void give_word(sqlite3_context *context, int, sqlite3_value **arguments)
 {
     const long long number = sqlite3_value_int64(arguments[0]);
     for (const named_value &one : static_cast<const vocabulary *>(sqlite3_user_data(context))->words) {
-        if (!one.word || number != one.value)
+        if (!one.word || number != one.value || sqlite3_value_type(arguments[0]) == SQLITE_NULL)
             continue;
         std::string word = one.word;
         std::transform(word.begin(), word.end(), word.begin(),
