@@ -2,7 +2,7 @@
 
 #include "harness.h"
 #include "recording.h"
-#include "store_fixture.h"
+#include "world.h"
 #include "zel_common_queue.h"
 
 #include <malloc.h>

@@ -3,9 +3,10 @@
  * three worlds: one of few rows, one where each of these stands a thousand times, and one where each text is long.
  */
 
+#include "call.h"
 #include "harness.h"
-#include "operations.h"
 #include "recording.h"
+#include "world.h"
 
 #include <ctime>
 #include <fstream>
@@ -45,9 +46,9 @@ class world
     {
         std::filesystem::remove_all(zel_test::database_folder);
         std::filesystem::create_directories(zel_test::database_folder);
-        zel_test::word = word_.c_str();
+        zel_test::prefix = word_;
         require(_common_storage_init() == ZEL_ERR_NONE, "the store cannot be opened");
-        zel_test::furnish();
+        zel_test::furnish(zel_test::ROWS);
         multiply(with.copies);
         close();
         std::ifstream in(zel_test::database_file, std::ios::binary);
@@ -57,7 +58,7 @@ class world
     void open() const
     {
         close();
-        zel_test::word = word_.c_str();
+        zel_test::prefix = word_;
         std::ofstream(zel_test::database_file, std::ios::binary) << bytes_;
         sqlite3_open(zel_test::database_file.c_str(), &_g_sqlite_handle);
         // As in a process that has run for a while, the schema is known.
@@ -75,15 +76,14 @@ class world
     static void multiply(int copies)
     {
         zel_test::raw_database raw;
-        std::istringstream tables(raw.rows("SELECT name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' AND name <> "
-                                           "'recent_receiver_group'"));
-        for (std::string table; std::getline(tables, table);)
+        for (const auto &table : raw.rows("SELECT name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' AND name <> "
+                                          "'recent_receiver_group'"))
             raw.run("WITH RECURSIVE copy(x) AS (SELECT 2 UNION ALL SELECT x + 1 FROM copy WHERE x < " +
-                    std::to_string(copies) + ") INSERT INTO " + table + " SELECT " +
+                    std::to_string(copies) + ") INSERT INTO " + table[0] + " SELECT " +
                     raw.value("SELECT group_concat(CASE WHEN pk AND type = 'TEXT' THEN name || ' || x' WHEN pk THEN "
                               "'NULL' ELSE name END) FROM pragma_table_info('" +
-                              table + "')") +
-                    " FROM copy, " + table + " WHERE x <= " + std::to_string(copies));
+                              table[0] + "')") +
+                    " FROM copy, " + table[0] + " WHERE x <= " + std::to_string(copies));
     }
 
     std::string word_;
@@ -104,20 +104,18 @@ double now()
 }
 
 /** Seconds that the operation takes, without the reading of its arguments and the release of what it hands out. */
-double time_of(const zel_test::invocation &call)
+double time_of(const zel_test::call &call)
 {
     static double start, elapsed;
     zel_test::at_call = [](bool begins) { begins ? void(start = now()) : void(elapsed = now() - start); };
-    zel_test::answers given;
-    call(given);
+    call();
     zel_test::at_call = [](bool) {};
-    given.take();
     return elapsed;
 }
 
 /** One run of an operation. */
 struct run_of {
-    run_of(const world &in, const zel_test::invocation &call)
+    run_of(const world &in, const zel_test::call &call)
         : asked((in.open(), [&] {
               // Counts the virtual machine's loops.
               sqlite3_progress_handler(
@@ -146,13 +144,13 @@ side in_world(const world &in, const std::shared_ptr<run_of> &run, const std::fu
 }
 
 /** The operation's name without what all have in common. */
-std::string short_name(const zel_test::invocation &call)
+std::string short_name(const zel_test::call &call)
 {
     const std::string name = call.function(), head = "_common_storage_";
     return name.starts_with(head) ? name.substr(head.size()) : name;
 }
 
-void add_beside(const zel_test::invocation &call, const setting &with)
+void add_beside(const zel_test::call &call, const setting &with)
 {
     const auto make = [=, &with] {
         const world &in = world_of(with);
@@ -177,15 +175,15 @@ std::pair<double, double> compare_calls()
 {
     constexpr size_t WIDTH = 120;
     std::map<std::string, std::string> operations; // by what they ask
-    for (const zel_test::operation &each : zel_test::operations()) {
-        const run_of few(world_of(FEW_ROWS), each.call), many(world_of(MANY_ROWS), each.call);
+    for (const zel_test::call &call : zel_test::operations()) {
+        const run_of few(world_of(FEW_ROWS), call), many(world_of(MANY_ROWS), call);
         const double growth = many.loops / few.loops;
         std::string asked = few.asked.shape();
         if (const std::string other = many.asked.shape(); other != asked)
             asked += " (many rows: " + other + ")";
         asked += growth < 2 ? "" : growth < MANY + MANY / 10 ? ", passes by all rows" : ", GROWS FASTER THAN THE ROWS";
         std::string &entry = operations.try_emplace(asked, asked + ":").first->second;
-        const std::string name = short_name(each.call);
+        const std::string name = short_name(call);
         const size_t line = entry.size() - (entry.rfind('\n') + 1);
         entry += (line + 1 + name.size() > WIDTH ? "\n    " : " ") + name;
     }
@@ -200,9 +198,9 @@ std::pair<double, double> compare_calls()
 
 const group measures([] {
     add_value("store: lists of what each operation asks / store_calls.txt", 1, "", compare_calls);
-    for (const zel_test::operation &each : zel_test::operations()) {
+    for (const zel_test::call &call : zel_test::operations()) {
         for (const setting *with : {&FEW_ROWS, &MANY_ROWS, &LONG_TEXTS})
-            add_beside(each.call, *with);
+            add_beside(call, *with);
     }
 });
 

@@ -1,6 +1,6 @@
 // Requests, and the encoding of a share.
 #include "interpose.h"
-#include "recording_platform.h"
+#include "platform.h"
 #include "zel_common_request/dumps.h"
 #include "zel_common_request/request.h"
 #include "zel_common_request/share_encoding.h"

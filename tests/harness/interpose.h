@@ -61,6 +61,11 @@ class call_script
     {
         return calls_;
     }
+    /// Whether all planned answers were given; forgets those that were not.
+    bool answered()
+    {
+        return times_.exchange(0) == 0;
+    }
     /// For the stand-in: counts a call and tells whether it is to give *result.
     bool take(int *result)
     {

@@ -54,7 +54,7 @@ inline constexpr auto noted = [](const std::string &text) { return kind{"NOTE"}(
 
 /// Takes out what the calling thread has written since the last take.
 trace take_trace();
-/// How many of the lines of a trace are of this kind and body, whatever the function.
+/// How many of the lines of a trace are of this kind and begin with this body, whatever the function.
 int count_lines(const trace &lines, const std::string &kind, const std::string &body);
 
 /// The calling thread has written exactly these lines, in this order, since the last take.

@@ -1,6 +1,6 @@
 // Result codes, records, files and what belongs to the process; and the log's entry point for clients.
 #include "interpose.h"
-#include "recording_platform.h"
+#include "platform.h"
 #include "zel_common.h"
 #include "zel_common/records.h"
 #include "zel_common_log.h"

@@ -10,12 +10,25 @@ using namespace zel_test;
 namespace
 {
 
-/// Makes every change of the table, one on top of the other, in a store that the first has to open.
-template <typename Done> void change_everything(const Done &done)
+struct step {
+    call made;
+    bool in_steps;
+    rows_of_tables rows; ///< behind it
+};
+
+/// Every call of the table that changes something when they are made one on top of the other.
+std::vector<step> changing_calls(const rows_of_tables &at_first)
 {
-    for (const operation &tried : operations())
-        if (tried.writes && attempt(tried).code == ZEL_ERR_NONE)
-            done(tried);
+    std::vector<step> all;
+    rows_of_tables before = at_first;
+    for (const call &made : operations()) {
+        const trace lines = attempt(made).lines;
+        const rows_of_tables after = stored_rows();
+        if (after != before)
+            all.push_back({made, has_steps(lines), after});
+        before = after;
+    }
+    return all;
 }
 
 } // namespace
@@ -23,17 +36,12 @@ template <typename Done> void change_everything(const Done &done)
 TEST(StorageCrash, acknowledged_writes_survive_a_kill)
 {
     use_faulty_disk(); // a killed process loses nothing that is only in the system's cache: no need to wait for syncs
-    const std::string long_text(3000, 'x'); // spills over to further pages
-    word = long_text.c_str();
-    const world rows;
+    prefix = std::string(3000, 'x'); // spills over to further pages
+    const world rows(ROWS);
     rows.begin();
-    std::vector<std::string> states = {stored_rows()};
-    std::vector<const char *> halfway = {};
-    world::end();
-    change_everything([&](const operation &changed) {
-        states.push_back(stored_rows());
-        halfway.push_back(changed.halfway);
-    });
+    const rows_of_tables at_first = stored_rows();
+    const std::vector<step> steps = changing_calls(at_first);
+    EXPECT_GE(steps.size(), 40u);
     world::end();
 
     const unsigned int seed = std::random_device()();
@@ -45,12 +53,13 @@ TEST(StorageCrash, acknowledged_writes_survive_a_kill)
         SCOPED_TRACE("seed " + std::to_string(seed) + ", kill " + std::to_string(done + 1));
         rows.begin();
         world::end();
-        const child writer = start([](int reports) {
-            change_everything([&](const operation &) { EXPECT_EQ(write(reports, "", 1), 1); });
+        const child writer = start([&](int reports) {
+            for (const step &it : steps) // the first of them has to open the store
+                EXPECT_TRUE(it.made().code == ZEL_ERR_NONE && write(reports, "", 1) == 1);
             pause();
         });
         size_t acknowledged = 0;
-        const size_t wanted = random() % states.size();
+        const size_t wanted = random() % (steps.size() + 1);
         char byte = 0;
         while (acknowledged < wanted && read(writer.reports, &byte, 1) == 1)
             ++acknowledged;
@@ -63,18 +72,18 @@ TEST(StorageCrash, acknowledged_writes_survive_a_kill)
 
         hot_journals += std::filesystem::exists(database_file + "-journal");
         EXPECT_TRUE(_common_storage_check_table_exist("folder_info")); // opens the store
-        const std::string found = stored_rows();
+        const rows_of_tables found = stored_rows();
         world::end();
-        if (found == states[acknowledged])
+        const rows_of_tables &kept = acknowledged ? steps[acknowledged - 1].rows : at_first;
+        if (found == kept)
             continue;
         ++in_flight;
-        ASSERT_LT(acknowledged, halfway.size());
-        const std::string &next = states[acknowledged + 1];
-        const char *const between = halfway[acknowledged];
-        EXPECT_TRUE(found == next || (between && lies_between(found, states[acknowledged], next + between)))
-            << acknowledged << " acknowledged";
+        ASSERT_LT(acknowledged, steps.size());
+        const step &next = steps[acknowledged];
+        EXPECT_TRUE(found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows})))
+            << acknowledged << " acknowledged, then " << next.made.text() << changes(kept, found);
     }
-    word = "word";
+    prefix.clear();
     std::cout << kills << " kills, " << hot_journals << " with a journal left behind, " << in_flight
               << " behind a write that was not acknowledged any more\n";
 }

@@ -1,6 +1,6 @@
 // The hash table and the queue. Values and items are numbers here.
 #include "interpose.h"
-#include "recording_platform.h"
+#include "platform.h"
 #include "zel_common.h"
 #include "zel_common_queue.h"
 
@@ -172,6 +172,12 @@ TEST_F(Queue, ItemsLeaveInTheOrderTheyCame)
     EXPECT_EQ(queue->item_list, nullptr);
     EXPECT_LOCKED(0, first, _common_queue_push, queue, item(4));
     EXPECT_EQ(calls::cond_signal.calls(), 2);
+    push({5, 6});
+    EXPECT_EQ(_common_queue_pop(queue), item(4));
+    push({7}); // where a popped item lay
+    for (const intptr_t number : {5, 6, 7})
+        EXPECT_EQ(_common_queue_pop(queue), item(number));
+    EXPECT_EQ(queue->item_list, nullptr);
 }
 
 TEST_F(Queue, SearchesTakeTheNewestAndReleasesStartWithIt)

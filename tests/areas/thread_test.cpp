@@ -1,5 +1,5 @@
 #include "interpose.h"
-#include "recording_platform.h"
+#include "platform.h"
 #include "zel_common_thread.h"
 
 #include <atomic>

@@ -1,0 +1,128 @@
+// Each call of the disk and each allocation made to fail, one after the other, under every operation of the store.
+// The short form takes every few allocations; with ZEL_ALL_FAULTS set, all of them.
+#include "disk.h"
+#include "operations.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <set>
+
+using namespace zel_test;
+
+namespace
+{
+
+struct kind_of_fault {
+    const char *name;
+    fault_plan plan;
+    int stride = 1;    ///< in the short form, opportunities from one that is taken to the next
+    bool warm = false; ///< the store knows its schema before the fault
+};
+
+const kind_of_fault kinds[] = {
+    {"one call of the disk", {DISK}},
+    {"the disk from one call on", {DISK, true}, 3},
+    {"a full disk", {DISK_WRITE, true, SQLITE_FULL}},
+    {"a lock of another process", {DISK_LOCK, true, SQLITE_BUSY}},
+    {"one allocation of the library", {LIBRARY_MEMORY}},
+    {"one allocation of SQLite", {SQLITE_MEMORY}, 7, true},
+    {"all allocations of SQLite from one on", {SQLITE_MEMORY, true}, 23, true},
+};
+
+/// What is handed out besides, with success, when a step between others fails: it is the absence of a row.
+const std::map<std::string, std::set<std::string>> answers_of_absence = {
+    {"get_recent_receiver_group_list", {" - 0"}},
+    {"check_all_file_completed_by_req_id", {" 0"}},
+    {"get_recent_receiver_details",
+     {" NULL 0", " [(44 Ez 5 4) (NULL NULL 6 4)] 2", " [(44 Ez 5 4) (NULL NULL 6 4) (1 NULL 3 2)] 3",
+      " [(44 Ez 5 4) (NULL NULL 6 4) (1 NULL 3 2) (44 7 0 3) (44 7 1 1)] 5"}},
+};
+
+class StorageFaults : public testing::TestWithParam<std::string>
+{
+};
+
+} // namespace
+
+/// Every operation of a section with the first, second, third ... opportunity to fail taken, until there is no further
+/// one: what comes of it has come of some trouble in the table.
+TEST_P(StorageFaults, meet)
+{
+    use_faulty_disk();
+    calls::sleep.answer(0, 0, INT_MAX);
+    const world rows(ROWS);
+    rows.begin();
+    const rows_of_tables before = stored_rows();
+    world::end();
+    std::map<std::string, int> injected;
+    for (const table_line &line : table_of_calls()) {
+        if (!line.is_first || !line.given.empty() || line.section != GetParam() ||
+            line.made.name().starts_with("__execute"))
+            continue;
+        SCOPED_TRACE(line.made.text());
+        const std::vector<trouble> known = tell(rows, line);
+        std::vector<rows_of_tables> states;
+        for (const trouble &each : known)
+            states.push_back(each.rows);
+        const bool in_steps = has_steps(known[0].met.lines);
+        for (const kind_of_fault &it : kinds) {
+            const int stride = std::getenv("ZEL_ALL_FAULTS") ? 1 : it.stride;
+            bool happened = true;
+            for (int nth = 1 + injected[it.name] % stride; happened && !HasFailure(); nth += stride) {
+                SCOPED_TRACE(it.name + (" " + std::to_string(nth)));
+                rows.begin("", it.warm);
+                const outcome now = [&] {
+                    const fault injected_one(it.plan, nth);
+                    outcome result = attempt(line.made);
+                    happened = injected_one.happened();
+                    return result;
+                }();
+                injected[it.name] += happened;
+                const rows_of_tables found = rows.is_untouched() ? before : stored_rows();
+                const std::string changed = changes(before, found);
+                world::end();
+                const auto absence = answers_of_absence.find(line.made.name());
+                EXPECT_TRUE(std::any_of(known.begin(), known.end(),
+                                        [&](const trouble &each) {
+                                            return each.met.answer.code == now.answer.code &&
+                                                   each.met.answer.outputs == now.answer.outputs &&
+                                                   (in_steps ? lies_between(found, states)
+                                                             : changed == each.met.changed);
+                                        }) ||
+                            (absence != answers_of_absence.end() && changed.empty() &&
+                             absence->second.contains(now.answer.outputs)))
+                    << now.brief << now.answer.outputs << changed << "\n"
+                    << now.lines.text;
+            }
+        }
+    }
+    for (const auto &[name, times] : injected)
+        std::cout << name << ": " << times << "\n";
+}
+INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections()), [](const auto &it) { return it.param; });
+
+TEST(StorageFaultsOnce, what_was_not_created_is_created_next_time)
+{
+    use_faulty_disk();
+    rows_of_tables whole;
+    bool happened = true;
+    for (int nth = 0; happened; ++nth) {
+        SCOPED_TRACE("fault " + std::to_string(nth));
+        put_file("");
+        {
+            const fault injected({DISK}, nth);
+            const int code = _common_storage_init();
+            happened = injected.happened();
+            EXPECT_TRUE(code == ZEL_ERR_NONE || (happened && code == ZEL_ERR_STORAGE_INIT_FAILURE)) << code;
+            EXPECT_EQ(_g_sqlite_handle != nullptr, code == ZEL_ERR_NONE);
+        }
+        world::end();
+        EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
+        whole = nth == 0 ? stored_rows() : whole;
+        EXPECT_EQ(stored_rows(), whole);
+        world::end();
+    }
+}

@@ -1,0 +1,237 @@
+#include "world.h"
+
+#include "call.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace zel_test
+{
+
+namespace
+{
+
+/// The columns that conditions look at, by table.
+const std::pair<std::string, std::string> looked_at[] = {
+    {"push_noti_info", "contents_token type read_noti expired_time"},
+    {"content_info", "contents_token original thumbnail big_thumbnail mid_thumbnail downloaded expired_time"},
+    {"content_info_status", "sync_type status content_id req_id fail_retry_count sent_time"},
+    {"recent_receiver_group", "index_value"},
+    {"recent_receiver_details", "group_id"},
+    {"upload_request_data", "req_id status contents_token app_type expired_time"},
+    {"contact_details", "req_id"},
+    {"unique_data", "key"},
+    {"folder_info", "group_id"},
+};
+
+void add_decoys(raw_database &raw)
+{
+    for (const auto &[table, columns] : looked_at) {
+        const std::string last = raw.value("SELECT max(rowid) FROM " + table);
+        std::istringstream names(columns);
+        for (std::string name; names >> name;) {
+            const std::string other = "iif(type = 'TEXT', '''x'' || ', '1000 + ') || name";
+            raw.run("INSERT INTO " + table + " SELECT " +
+                    raw.value("SELECT group_concat(iif(name = '" + name + "', " + other +
+                              ", iif(pk, 'NULL', name))) FROM pragma_table_info('" + table + "')") +
+                    " FROM " + table + " WHERE rowid <= " + last);
+        }
+    }
+}
+
+/// Numbers that follow each other as the first and the last.
+std::string ranges(const std::vector<std::string> &ids)
+{
+    const auto follow = [&](size_t i) {
+        return i > 0 && i < ids.size() && ids[i] == std::to_string(std::atoll(ids[i - 1].c_str()) + 1);
+    };
+    std::string all;
+    for (size_t i = 0; i < ids.size(); ++i)
+        if (!follow(i) || !follow(i + 1))
+            all += (all.empty() ? "" : follow(i) ? "-" : ",") + ids[i];
+    return all;
+}
+
+/// In front of every text but those that the library knows by name.
+void add_prefix(raw_database &raw)
+{
+    const zel_storage::sql_text quoted = zel_storage::sql("%Q", prefix.c_str());
+    for (const auto &column : raw.rows("SELECT tables.name, columns.name FROM sqlite_master AS tables, "
+                                       "pragma_table_info(tables.name) AS columns WHERE columns.type = 'TEXT'")) {
+        raw.run("UPDATE " + column[0] + " SET " + column[1] + " = " + quoted.get() + " || " + column[1] + " WHERE " +
+                column[1] + " <> '' AND " + column[1] + " NOT LIKE 'evt%'");
+    }
+}
+
+} // namespace
+
+raw_database::raw_database()
+{
+    std::filesystem::create_directories(database_folder);
+    EXPECT_EQ(sqlite3_open(database_file.c_str(), &handle_), SQLITE_OK);
+}
+
+raw_database::~raw_database()
+{
+    sqlite3_close(handle_);
+}
+
+void raw_database::run(const std::string &text)
+{
+    EXPECT_EQ(sqlite3_exec(handle_, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(handle_) << " in " << text.substr(0, 1000);
+}
+
+std::vector<std::vector<std::string>> raw_database::rows(const std::string &query)
+{
+    std::vector<std::vector<std::string>> all;
+    const auto append = [](void *rows, int count, char **values, char **) {
+        auto &row = static_cast<decltype(all) *>(rows)->emplace_back();
+        for (int i = 0; i < count; ++i)
+            row.push_back(values[i] ? without_prefix(values[i]) : "NULL");
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(handle_, query.c_str(), append, &all, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(handle_) << " in " << query;
+    return all;
+}
+
+std::string raw_database::value(const std::string &query)
+{
+    const auto all = rows(query);
+    return all.empty() ? "none" : all[0][0];
+}
+
+rows_of_tables stored_rows()
+{
+    raw_database raw;
+    EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+    rows_of_tables all = {{"version", {{"", {"version"}}, {"1", {raw.value("PRAGMA user_version")}}}}};
+    for (const auto &table :
+         raw.rows("SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite%'")) {
+        auto &rows = all[table[0]];
+        for (const auto &column : raw.rows("SELECT name FROM pragma_table_info('" + table[0] + "')"))
+            rows[""].push_back(column[0]);
+        for (const auto &row : raw.rows("SELECT * FROM " + table[0]))
+            rows[row[0]] = row;
+    }
+    return all;
+}
+
+std::string changes(rows_of_tables before, rows_of_tables after)
+{
+    std::string all;
+    for (const auto &[table, unused] : after)
+        before.try_emplace(table);
+    for (auto &[table, old] : before) {
+        std::map<std::string, std::vector<std::string>> ids; // by what became of them
+        auto &now = after[table];
+        for (const auto &[id, row] : old) {
+            std::string change = now.contains(id) ? "" : "-";
+            for (size_t i = 0; change != "-" && i < row.size(); ++i)
+                if (row[i] != now[id][i])
+                    change += " " + old[""][i] + "=" + shown(now[id][i].c_str());
+            if (!change.empty())
+                ids[change].push_back(id);
+        }
+        for (const auto &[id, row] : now)
+            if (!old.contains(id)) {
+                std::string cells;
+                for (const std::string &cell : row)
+                    cells += (cells.empty() ? "" : " ") + shown(cell.c_str());
+                all += " +" + table + " (" + (id.empty() ? "" : cells) + ")";
+            }
+        for (const auto &[change, which] : ids)
+            all += (change == "-" ? " -" : " ~") + table + " " + ranges(which) + (change == "-" ? "" : change);
+    }
+    return all;
+}
+
+bool lies_between(const rows_of_tables &now, const std::vector<rows_of_tables> &others)
+{
+    const auto has = [](const rows_of_tables &all, const std::string &table, const auto &entry) {
+        const auto rows = all.find(table);
+        return rows != all.end() && rows->second.contains(entry.first) && rows->second.at(entry.first) == entry.second;
+    };
+    const auto holders = [&](const std::string &table, const auto &entry) {
+        return std::count_if(others.begin(), others.end(), [&](const auto &all) { return has(all, table, entry); });
+    };
+    bool is_between = true;
+    for (const auto &[table, rows] : now)
+        for (const auto &entry : rows)
+            is_between &= holders(table, entry) > 0;
+    for (const auto &[table, rows] : others.front())
+        for (const auto &entry : rows)
+            is_between &= has(now, table, entry) || holders(table, entry) < std::ssize(others);
+    return is_between;
+}
+
+void furnish(world_size size)
+{
+    raw_database raw;
+    raw.run(content_of(ZEL_TEST_WORLD));
+    if (size == DECOYS)
+        add_decoys(raw);
+    for (const auto &[table, columns] : looked_at)
+        if (size == FIRST_ROWS)
+            raw.run("DELETE FROM " + table + " WHERE rowid > 1");
+    if (!prefix.empty())
+        add_prefix(raw);
+}
+
+world::world(world_size size)
+{
+    put_file("");
+    EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
+    furnish(size);
+    end();
+    bytes_ = content_of(database_file);
+}
+
+void world::begin(const std::string &given, bool warm) const
+{
+    put_file(bytes_);
+    if (!given.empty())
+        raw_database().run(given);
+    EXPECT_EQ(sqlite3_open(database_file.c_str(), &_g_sqlite_handle), SQLITE_OK);
+    if (warm)
+        sqlite3_exec(_g_sqlite_handle, "SELECT * FROM sqlite_master", nullptr, nullptr, nullptr);
+}
+
+bool world::is_untouched() const
+{
+    return !std::filesystem::exists(database_file + "-journal") && content_of(database_file) == bytes_;
+}
+
+void world::end()
+{
+    EXPECT_EQ(sqlite3_close(_g_sqlite_handle), SQLITE_OK) << "a statement was not finalized";
+    _g_sqlite_handle = nullptr;
+    take_trace();
+}
+
+std::string content_of(const std::string &file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void put_file(const std::string &content)
+{
+    std::filesystem::remove_all(database_folder);
+    std::filesystem::create_directories(database_folder);
+    std::ofstream(database_file, std::ios::binary) << content;
+}
+
+std::vector<std::string> lines_of(const std::string &text)
+{
+    std::istringstream in(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+} // namespace zel_test

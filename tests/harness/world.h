@@ -1,0 +1,102 @@
+// The store's file, a small world of rows in it, and what changes there.
+#ifndef ZEL_TESTS_WORLD_H
+#define ZEL_TESTS_WORLD_H
+
+#include "interpose.h"
+#include "platform.h"
+#include "zel_common.h"
+#include "zel_common_storage.h"
+#include "zel_common_storage/patterns.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace zel_test
+{
+
+inline const std::string database_folder = ZEL_APPS_ROOT "quillo.service/data";
+inline const std::string database_file = database_folder + "/.quillo_service.db";
+
+/// A connection that does not go through the library (nor through the stand-ins of interpose.h).
+class raw_database
+{
+  public:
+    raw_database();
+    ~raw_database();
+    raw_database(const raw_database &) = delete;
+    raw_database &operator=(const raw_database &) = delete;
+
+    void run(const std::string &text);
+    std::vector<std::vector<std::string>> rows(const std::string &query);
+    /// The first column of the first row.
+    std::string value(const std::string &query);
+    /// From here to unlock() every statement of the library finds the database busy.
+    void lock()
+    {
+        run("BEGIN EXCLUSIVE");
+    }
+    void unlock()
+    {
+        run("ROLLBACK");
+    }
+
+  private:
+    sqlite3 *handle_ = nullptr;
+};
+
+struct numbers_in_order {
+    bool operator()(const std::string &one, const std::string &other) const
+    {
+        return std::pair(one.size(), one) < std::pair(other.size(), other);
+    }
+};
+/// All rows by table, and by id within it; the names of the columns stand without one. The version counts as a table.
+using rows_of_tables = std::map<std::string, std::map<std::string, std::vector<std::string>, numbers_in_order>>;
+/// Read through a connection of its own that also tests the file's integrity.
+rows_of_tables stored_rows();
+/// What became of the rows, in a line: "+table (row)", "-table ids", "~table ids column=value".
+std::string changes(rows_of_tables before, rows_of_tables after);
+/// Whether each row of `now` is one of the others', and all that these have in common is there.
+bool lies_between(const rows_of_tables &now, const std::vector<rows_of_tables> &others);
+
+enum world_size {
+    FIRST_ROWS, ///< one in each table
+    ROWS,
+    DECOYS, ///< and for each row and each column that some condition looks at, one that differs in that column only
+};
+/// Fills the tables, with the prefix in front of each text.
+void furnish(world_size size);
+
+/// The file as world.sql fills it, to start from again and again.
+class world
+{
+  public:
+    /// Makes the file. Leaves the store closed.
+    explicit world(world_size size);
+    /// Puts the file back, runs a statement text, and opens the store as a new process would: it knows nothing of the
+    /// schema unless warm.
+    void begin(const std::string &given = "", bool warm = false) const;
+    /// Whether the file is still as it was put back.
+    bool is_untouched() const;
+    /// Closes the store, which fails if a statement was not finalized.
+    static void end();
+
+  private:
+    scripted_clock clock_{6000000000, 0};
+    std::string bytes_;
+};
+
+std::string content_of(const std::string &file);
+/// An empty database folder, or one with this file in it.
+void put_file(const std::string &content);
+
+std::vector<std::string> lines_of(const std::string &text);
+
+} // namespace zel_test
+
+#endif
