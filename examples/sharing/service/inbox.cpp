@@ -148,16 +148,10 @@ void inbox::take_in(const std::string &message)
         if (!text_of(item->original).starts_with("/files/"))
             throw failure(ZEL_ERR_BAD_JSON_FORMAT, "An item of the share is not on our server.");
     if (!_common_storage_exist_push_noti(token.c_str())) {
-        // The items first, the notification last. An item that the store would not take is left out without a word: its
-        // id stays 0.
-        for (share_item *item : items)
-            item->content_id = 0;
+        // The items first, the notification last.
         const zel_err_e result = _common_storage_add_notification(record.get());
         if (result != ZEL_ERR_INVALID_ARG) // it refuses items that are there already
             must(result);
-        if (result == ZEL_ERR_NONE &&
-            std::ranges::all_of(items, [](const share_item *item) { return !item->content_id; }))
-            throw failure(ZEL_ERR_STORAGE_FAILURE, "The store took no item of the share.");
         write(_common_storage_add_push_noti_info, token.c_str(), record->type, record->expired_time,
               _common_util_get_current_unix_time());
     }

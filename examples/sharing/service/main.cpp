@@ -68,7 +68,6 @@ gboolean look_after_trace(void *)
 void run(const settings &chosen)
 {
     must(_common_storage_init());
-    write(_common_storage_db_create); // init only logs a table that it could not make
     const auto quit = [](void *loop) -> gboolean {
         g_main_loop_quit(static_cast<GMainLoop *>(loop));
         return G_SOURCE_CONTINUE;

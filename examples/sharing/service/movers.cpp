@@ -16,16 +16,6 @@ constexpr size_t thread_count = 3;
 constexpr unsigned int most_retries = 5;
 constexpr char log_tag[] = "SHARINGD";
 
-bool is_finished(const zel_content_sync_info &row)
-{
-    return row.status == ZEL_SYNC_COMPLETE || (row.status == ZEL_SYNC_FAILED && row.fail_retry_count > most_retries);
-}
-
-bool is_paused(const zel_content_sync_info &row)
-{
-    return row.status == ZEL_SYNC_PAUSED || row.status == ZEL_SYNC_PAUSED_TODO;
-}
-
 } // namespace
 
 /* Start and stop --------------------------------------------------------------------------------------------- */
@@ -83,12 +73,11 @@ void movers::recover()
 void movers::pause(unsigned int req_id)
 {
     const std::lock_guard lock(schedule_);
-    const auto rows = transfers_of(kind_of(req_id), req_id);
     const auto status = status_of(req_id);
     if ((status != QUILLO_UPLOAD_STATUS_STARTED && status != QUILLO_UPLOAD_STATUS_PROGRESSING) ||
-        std::ranges::all_of(rows, [](const transfer &row) { return is_finished(*row); }))
+        outcome_of(req_id) != QUILLO_UPLOAD_STATUS_NONE)
         throw failure(ZEL_ERR_NO_PAUSABLE_REQ_ID, "There is nothing of this request to be paused.");
-    if (rows.front()->type == ZEL_UPLOAD_FILE)
+    if (kind_of(req_id) == ZEL_UPLOAD_FILE)
         set_upload_status(req_id, QUILLO_UPLOAD_STATUS_PAUSED);
     move_status(req_id, ZEL_SYNC_ONGOING, ZEL_SYNC_PAUSED);
     move_status(req_id, ZEL_SYNC_TODO, ZEL_SYNC_PAUSED_TODO);
@@ -157,31 +146,21 @@ quillo_upload_status_e movers::status_of(unsigned int req_id)
     if (kind == ZEL_UNKNOWN || kind == ZEL_UPLOAD_FILE || stored != QUILLO_UPLOAD_STATUS_NONE)
         return stored;
     // The store keeps a status for uploads only.
-    bool has_failed = false;
-    found(_common_storage_check_all_file_failed_by_req_id, signed_id(req_id), &has_failed);
-    if (is_done(req_id))
-        return has_failed ? QUILLO_UPLOAD_STATUS_FAILED : QUILLO_UPLOAD_STATUS_FINISHED;
-    const auto rows = transfers_of(kind, req_id);
-    return std::ranges::any_of(rows, [](const transfer &row) { return is_paused(*row); })
-               ? QUILLO_UPLOAD_STATUS_PAUSED
-               : QUILLO_UPLOAD_STATUS_PROGRESSING;
+    if (const auto outcome = outcome_of(req_id); outcome != QUILLO_UPLOAD_STATUS_NONE)
+        return outcome;
+    for (const transfer &row : transfers_of(kind, req_id))
+        if (row->status == ZEL_SYNC_PAUSED || row->status == ZEL_SYNC_PAUSED_TODO)
+            return QUILLO_UPLOAD_STATUS_PAUSED;
+    return QUILLO_UPLOAD_STATUS_PROGRESSING;
 }
 
 bool movers::is_settled(unsigned int req_id)
 {
-    if (kind_of(req_id) != ZEL_UPLOAD_FILE && upload_status_of(req_id) == QUILLO_UPLOAD_STATUS_NONE)
-        return is_done(req_id);
-    switch (upload_status_of(req_id)) {
-    case QUILLO_UPLOAD_STATUS_FINISHED:
-        return server_ == origin::foreign; // it has no shares
-    case QUILLO_UPLOAD_STATUS_FAILED:
-    case QUILLO_UPLOAD_STATUS_CANCELLED:
-    case QUILLO_UPLOAD_STATUS_SHARE_FINISHED:
-    case QUILLO_UPLOAD_STATUS_SHARE_RECALLED:
-        return true;
-    default:
-        return false;
-    }
+    const auto status = status_of(req_id);
+    if (status == QUILLO_UPLOAD_STATUS_FINISHED) // an upload is shared then, if the server has shares
+        return upload_status_of(req_id) == QUILLO_UPLOAD_STATUS_NONE || server_ == origin::foreign;
+    return status == QUILLO_UPLOAD_STATUS_FAILED || status == QUILLO_UPLOAD_STATUS_CANCELLED ||
+           status == QUILLO_UPLOAD_STATUS_SHARE_FINISHED || status == QUILLO_UPLOAD_STATUS_SHARE_RECALLED;
 }
 
 /* The threads ------------------------------------------------------------------------------------------------ */
@@ -280,11 +259,11 @@ void movers::move_file(const zel_content_sync_info &row, remote &server)
     unsigned int percentage = row.percentage;
     auto recorded = clock::now();
     const auto record = [&](bool is_end) {
-        const auto now = static_cast<unsigned int>(is_end ? 100 : way->offset() * 100 / way->size());
+        const auto now = static_cast<unsigned int>(is_end ? 100 : way->offset * 100 / way->size);
         if (now == percentage && !is_end && clock::now() - recorded < std::chrono::milliseconds(100))
             return;
         recorded = clock::now();
-        write(_common_storage_update_upload_info, id, static_cast<unsigned int>(way->offset()), chunk_no);
+        write(_common_storage_update_upload_info, id, static_cast<unsigned int>(way->offset), chunk_no);
         if (std::exchange(percentage, now) != now)
             write(_common_storage_update_percentage_sync_content_info, id, now);
         if (const transfer stored = transfer_of(row.sync_id); stored && !is_end)
@@ -295,12 +274,12 @@ void movers::move_file(const zel_content_sync_info &row, remote &server)
         // The store may be a chunk behind, if the last service died before it recorded what had arrived: the receiving
         // end knows better.
         way->begin();
-        while (way->offset() < way->size()) {
+        while (way->offset < way->size) {
             if (const std::lock_guard lock(schedule_); is_stopping_ || called_off_.contains(row.sync_id))
                 throw failure(ZEL_ERR_REQ_PAUSED, "");
             way->move_chunk();
             ++chunk_no;
-            if (way->offset() < way->size())
+            if (way->offset < way->size)
                 record(false);
         }
         way->finish();
@@ -354,27 +333,28 @@ movers::clock::time_point movers::due_after(unsigned int failures) const
 
 /* The end of a request --------------------------------------------------------------------------------------- */
 
-/** Whether every transfer of a request is complete, or failed for good. */
-bool movers::is_done(unsigned int req_id)
+/** What became of a request whose transfers are complete, or failed for good; QUILLO_UPLOAD_STATUS_NONE before. */
+quillo_upload_status_e movers::outcome_of(unsigned int req_id)
 {
-    bool is_done = false;
-    found(_common_storage_check_all_file_completed_by_req_id, signed_id(req_id), &is_done);
-    GList *list = nullptr;
-    const bool is_retried = found(_common_storage_get_sync_content_info_list_by_req_id, ZEL_UNKNOWN, ZEL_SYNC_FAILED,
-                                  &list, signed_id(req_id));
-    take_transfers(list);
-    return is_done && !is_retried;
+    bool is_through = false;
+    bool has_failed = false;
+    GList *retried = nullptr;
+    found(_common_storage_check_all_file_completed_by_req_id, signed_id(req_id), &is_through);
+    found(_common_storage_check_all_file_failed_by_req_id, signed_id(req_id), &has_failed);
+    found(_common_storage_get_sync_content_info_list_by_req_id, ZEL_UNKNOWN, ZEL_SYNC_FAILED, &retried,
+          signed_id(req_id));
+    if (!take_transfers(retried).empty() || !is_through)
+        return QUILLO_UPLOAD_STATUS_NONE;
+    return has_failed ? QUILLO_UPLOAD_STATUS_FAILED : QUILLO_UPLOAD_STATUS_FINISHED;
 }
 
 /** Ends an upload whose files are through. A file that was given up does not keep the others from being shared. */
 void movers::conclude(unsigned int req_id)
 {
     const quillo_upload_status_e status = upload_status_of(req_id);
-    if (status == QUILLO_UPLOAD_STATUS_PROGRESSING && is_done(req_id)) {
-        bool has_failed = false;
-        must(_common_storage_check_all_file_failed_by_req_id(signed_id(req_id), &has_failed));
-        set_upload_status(req_id, has_failed ? QUILLO_UPLOAD_STATUS_FAILED : QUILLO_UPLOAD_STATUS_FINISHED);
-    }
+    if (status == QUILLO_UPLOAD_STATUS_PROGRESSING)
+        if (const auto outcome = outcome_of(req_id); outcome != QUILLO_UPLOAD_STATUS_NONE)
+            set_upload_status(req_id, outcome);
     if (upload_status_of(req_id) == QUILLO_UPLOAD_STATUS_FINISHED && server_ != origin::foreign)
         shares_.try_emplace(req_id, clock::now());
     if (status == QUILLO_UPLOAD_STATUS_NONE || status != upload_status_of(req_id))

@@ -63,7 +63,7 @@ class movers
     void close(const zel_content_sync_info &row, const failure *reason);
     void conclude(unsigned int req_id);
     void share_upload(unsigned int req_id, remote &server);
-    bool is_done(unsigned int req_id);
+    quillo_upload_status_e outcome_of(unsigned int req_id);
     void call_off(unsigned int req_id);
     clock::time_point due_after(unsigned int failures) const;
 

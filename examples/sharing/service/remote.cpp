@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "store.h"
+
 namespace sharing
 {
 
@@ -15,11 +17,14 @@ std::string origin_of(const std::string &url)
     return url.substr(0, host == std::string::npos ? 0 : url.find('/', host + 3));
 }
 
-unsigned long long number_of(const std::string &text, const char *what)
+/** A number among the headers of an answer: all of the value, or what stands behind its slash, as in bytes 0-9/1234. */
+unsigned long long number_of(const httplib::Response &answer, const char *header)
 {
+    const std::string value = answer.get_header_value(header);
+    const size_t start = value.find('/') + 1; // 0 without a slash
     unsigned long long number = 0;
-    if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc())
-        throw failure(ZEL_ERR_BAD_JSON_FORMAT, std::string("The server's ") + what + " is no number.");
+    if (std::from_chars(value.data() + start, value.data() + value.size(), number).ec != std::errc())
+        throw failure(ZEL_ERR_BAD_JSON_FORMAT, std::string("The server's ") + header + " is no number.");
     return number;
 }
 
@@ -31,14 +36,6 @@ zel_err_e result_of(int status)
         {410, ZEL_ERR_RESOURCE_DOESNT_EXIST}, {413, ZEL_ERR_MAX_FILE_SIZE_EXCEEDED}};
     const auto known = results.find(status);
     return known == results.end() ? ZEL_ERR_REQUEST_FAILED : known->second;
-}
-
-std::string base64(const std::string &bytes)
-{
-    char *encoded = g_base64_encode(reinterpret_cast<const guchar *>(bytes.data()), bytes.size());
-    std::string result = encoded;
-    g_free(encoded);
-    return result;
 }
 
 } // namespace
@@ -91,7 +88,8 @@ httplib::Response remote::send(const char *method, const std::string &url, httpl
 
 std::string remote::create(unsigned long long length, const std::string &name)
 {
-    const std::string metadata = "filename " + base64(name);
+    const text encoded(g_base64_encode(reinterpret_cast<const guchar *>(name.data()), name.size()));
+    const std::string metadata = std::string("filename ") + encoded.get();
     const auto answer =
         send("POST", creation_url_, {{"Upload-Length", std::to_string(length)}, {"Upload-Metadata", metadata}});
     std::string location = answer.get_header_value("Location");
@@ -103,8 +101,7 @@ std::string remote::create(unsigned long long length, const std::string &name)
 remote::position remote::position_of(const std::string &location)
 {
     const auto answer = send("HEAD", location, {});
-    return {number_of(answer.get_header_value("Upload-Offset"), "Upload-Offset"),
-            number_of(answer.get_header_value("Upload-Length"), "Upload-Length")};
+    return {number_of(answer, "Upload-Offset"), number_of(answer, "Upload-Length")};
 }
 
 unsigned long long remote::append(const std::string &location, unsigned long long offset, const char *bytes,
@@ -114,18 +111,16 @@ unsigned long long remote::append(const std::string &location, unsigned long lon
         send("PATCH", location,
              {{"Upload-Offset", std::to_string(offset)}, {"Content-Type", "application/offset+octet-stream"}},
              std::string(bytes, count));
-    return number_of(answer.get_header_value("Upload-Offset"), "Upload-Offset");
+    return number_of(answer, "Upload-Offset");
 }
 
 std::string remote::fetch(const std::string &path, unsigned long long offset, size_t count, unsigned long long &size)
 {
     const std::string range = "bytes=" + std::to_string(offset) + "-" + std::to_string(offset + count - 1);
     const auto answer = send("GET", path, {{"Range", range}});
-    const std::string content_range = answer.get_header_value("Content-Range"); // "bytes 0-9/1234"
-    size = content_range.empty() ? answer.body.size()
-                                 : number_of(content_range.substr(content_range.find('/') + 1), "Content-Range");
-    if (content_range.empty() && offset > 0)
+    if (!answer.has_header("Content-Range") && offset > 0)
         throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server does not hand out a file in pieces.");
+    size = answer.has_header("Content-Range") ? number_of(answer, "Content-Range") : answer.body.size();
     return answer.body;
 }
 
@@ -140,7 +135,7 @@ remote::issued_share remote::issue(zel_trans_share_content_info &record)
     const std::string token = answer.get_header_value("Contents-Token");
     if (token.empty())
         throw failure(ZEL_ERR_BAD_JSON_FORMAT, "The server issued no token.");
-    return {token, number_of(answer.get_header_value("Expires-Milliseconds"), "Expires-Milliseconds")};
+    return {token, number_of(answer, "Expires-Milliseconds")};
 }
 
 std::optional<remote::push> remote::next_push(const std::string &number, unsigned long long last)
@@ -148,7 +143,7 @@ std::optional<remote::push> remote::next_push(const std::string &number, unsigne
     const auto answer = send("GET", "/push/" + number + "?after=" + std::to_string(last), {});
     if (answer.status == 204)
         return std::nullopt;
-    return push{number_of(answer.get_header_value("Push-Number"), "Push-Number"), answer.body};
+    return push{number_of(answer, "Push-Number"), answer.body};
 }
 
 void remote::cancel()

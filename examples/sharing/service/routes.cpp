@@ -38,36 +38,36 @@ class upload_route : public route
 
     void begin() override
     {
-        size_ = open(file_, row_.local_path, std::ios::in);
-        key_ = text_of(row_.mupload_key);
+        size = open(file_, row.local_path, std::ios::in);
+        key_ = text_of(row.mupload_key);
         if (key_.empty()) {
-            key_ = server_.create(size_, text_of(row_.name));
-            write(_common_storage_update_mupload_key_sync_content_info, signed_id(row_.sync_id), key_.c_str());
+            key_ = server.create(size, text_of(row.name));
+            write(_common_storage_update_mupload_key_sync_content_info, signed_id(row.sync_id), key_.c_str());
             return;
         }
-        const remote::position there = server_.position_of(key_);
-        if (there.length != size_)
+        const remote::position there = server.position_of(key_);
+        if (there.length != size)
             throw failure(ZEL_ERR_INVALID_FILE, "The file has changed its size since its upload began.");
-        offset_ = there.offset;
+        offset = there.offset;
     }
 
     void move_chunk() override
     {
         std::string chunk(next_chunk(), '\0');
-        file_.seekg(static_cast<std::streamoff>(offset_));
+        file_.seekg(static_cast<std::streamoff>(offset));
         if (!file_.read(chunk.data(), static_cast<std::streamsize>(chunk.size())))
             throw failure(ZEL_ERR_INVALID_FILE, "The file became shorter while it was sent.");
-        offset_ = server_.append(key_, offset_, chunk.data(), chunk.size());
+        offset = server.append(key_, offset, chunk.data(), chunk.size());
     }
 
     void finish() override
     {
-        unsigned int size = 0;
-        if (_common_util_file_size(row_.local_path, &size) != ZEL_ERR_NONE || size != size_)
+        unsigned int now = 0;
+        if (_common_util_file_size(row.local_path, &now) != ZEL_ERR_NONE || now != size)
             throw failure(ZEL_ERR_INVALID_FILE, "The file vanished, or changed its size, while it was sent.");
-        if (server_.position_of(key_).offset != size_)
+        if (server.position_of(key_).offset != size)
             throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server has not got all of the file.");
-        write(_common_storage_update_url_info, row_.sync_id, key_.c_str(), "application/octet-stream");
+        write(_common_storage_update_url_info, row.sync_id, key_.c_str(), "application/octet-stream");
     }
 
   private:
@@ -83,38 +83,38 @@ class download_route : public route
 
     void begin() override
     {
-        server_.fetch(url_, 0, 1, size_);
-        if (fs::exists(row_.local_path)) { // the last service died between the file's end and its record in the store
-            offset_ = size_;
+        server.fetch(url_, 0, 1, size);
+        if (fs::exists(row.local_path)) { // the last service died between the file's end and its record in the store
+            offset = size;
             return;
         }
-        offset_ = open(file_, part_, std::ios::app);
-        if (offset_ > size_)
+        offset = open(file_, part_, std::ios::app);
+        if (offset > size)
             throw failure(ZEL_ERR_INVALID_FILE, part_ + " holds more than the file has.");
     }
 
     void move_chunk() override
     {
-        const std::string chunk = server_.fetch(url_, offset_, next_chunk(), size_);
+        const std::string chunk = server.fetch(url_, offset, next_chunk(), size);
         if (chunk.size() != next_chunk())
             throw failure(ZEL_ERR_TRANSPORT_FAILURE, "The server handed out less than was asked for.");
         if (!file_.write(chunk.data(), static_cast<std::streamsize>(chunk.size())).flush())
             complain(ZEL_ERR_REQUEST_FAILED, "The file cannot be written");
-        offset_ += chunk.size();
+        offset += chunk.size();
     }
 
     void finish() override
     {
         // A link does not replace what somebody else has put there meanwhile.
-        if (file_.is_open() && (link(part_.c_str(), row_.local_path) != 0 || unlink(part_.c_str()) != 0))
+        if (file_.is_open() && (link(part_.c_str(), row.local_path) != 0 || unlink(part_.c_str()) != 0))
             complain(ZEL_ERR_PERMISSION_DENIED, "The received file cannot be put in its place");
-        if (row_.type == ZEL_DOWNLOAD_FILE)
+        if (row.type == ZEL_DOWNLOAD_FILE)
             write(_common_storage_update_downloaded_content_info, url_.c_str());
     }
 
   private:
-    const std::string url_ = text_of(row_.type == ZEL_DOWNLOAD_THUMBNAIL ? row_.thumbnail : row_.original);
-    const std::string part_ = part_of(text_of(row_.local_path));
+    const std::string url_ = text_of(row.type == ZEL_DOWNLOAD_THUMBNAIL ? row.thumbnail : row.original);
+    const std::string part_ = part_of(text_of(row.local_path));
     std::fstream file_;
 };
 
@@ -124,8 +124,8 @@ size_t route::next_chunk() const
 {
     constexpr unsigned long long smallest = 64ULL * 1024;
     constexpr unsigned long long largest = 4ULL * 1024 * 1024;
-    const unsigned long long wanted = chunk_size_ > 0 ? chunk_size_ : std::clamp(size_ / 32, smallest, largest);
-    return static_cast<size_t>(std::min(wanted, size_ - offset_));
+    const unsigned long long wanted = chunk_size > 0 ? chunk_size : std::clamp(size / 32, smallest, largest);
+    return static_cast<size_t>(std::min(wanted, size - offset));
 }
 
 std::unique_ptr<route> route_of(const zel_content_sync_info &row, remote &server, size_t chunk_size)

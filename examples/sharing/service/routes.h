@@ -11,12 +11,10 @@
 namespace sharing
 {
 
-class route
-{
-  public:
-    /** @param chunk_size bytes moved at once; 0: as suits the file */
-    route(const zel_content_sync_info &row, remote &server, size_t chunk_size)
-        : row_(row), server_(server), chunk_size_(chunk_size)
+struct route {
+    /** @param most_bytes moved at once; 0: as suits the file */
+    route(const zel_content_sync_info &transfer, remote &remote_end, size_t most_bytes)
+        : row(transfer), server(remote_end), chunk_size(most_bytes)
     {
     }
     virtual ~route() = default;
@@ -29,24 +27,14 @@ class route
     /** Makes sure that all of the file has been moved, and records what became of it. */
     virtual void finish() = 0;
 
-    unsigned long long size() const
-    {
-        return size_;
-    }
-    unsigned long long offset() const
-    {
-        return offset_;
-    }
-
-  protected:
     /** How many bytes the next chunk has. */
     size_t next_chunk() const;
 
-    const zel_content_sync_info &row_;
-    remote &server_;
-    const size_t chunk_size_;
-    unsigned long long size_ = 0;
-    unsigned long long offset_ = 0;
+    const zel_content_sync_info &row;
+    remote &server;
+    const size_t chunk_size;
+    unsigned long long size = 0;
+    unsigned long long offset = 0;
 };
 
 /** The route of a transfer: to the server, or from it. Both must outlive it. */

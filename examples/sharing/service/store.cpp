@@ -63,7 +63,7 @@ std::vector<unsigned int> all_uploads()
     unsigned int *ids = nullptr;
     unsigned int count = 0;
     found(_common_storage_get_request_id_list, APP_TYPE_NONE, &ids, &count);
-    const array<unsigned int> owned(ids);
+    const std::unique_ptr<unsigned int[], releaser<g_free>> owned(ids);
     return {ids, ids + count};
 }
 

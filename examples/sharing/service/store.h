@@ -15,9 +15,8 @@ namespace sharing
 {
 
 using transfer = std::unique_ptr<zel_content_sync_info, releaser<_common_storage_free_sync_content_info>>;
-using upload_report = std::unique_ptr<zel_trans_upload_info, releaser<_common_free_upload_info>>;
 using text = std::unique_ptr<char, releaser<g_free>>;
-template <typename T> using array = std::unique_ptr<T[], releaser<g_free>>;
+using upload_report = std::unique_ptr<zel_trans_upload_info, releaser<_common_free_upload_info>>;
 
 constexpr zel_file_sync_type all_kinds[] = {ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE};
 
@@ -26,15 +25,15 @@ void must(zel_err_e result);
 
 /**
  * Asks the store until it does not refuse. Another program may hold the database for a moment: the library tries for a
- * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for five seconds. Any other answer is one
- * that will not change. docs/durability.md tells why so long, and the pauses.
+ * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for two seconds. Any other answer is one
+ * that will not change.
  */
 template <typename... parameters, typename... arguments>
 zel_err_e ask(zel_err_e (*operation)(parameters...), arguments... given)
 {
     using namespace std::chrono;
-    const auto end = steady_clock::now() + seconds(5);
-    for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(10))) {
+    const auto end = steady_clock::now() + seconds(2);
+    for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(100))) {
         const zel_err_e result = operation(given...);
         if (result != ZEL_ERR_STORAGE_FAILURE || steady_clock::now() >= end)
             return result;
