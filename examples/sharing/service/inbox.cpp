@@ -96,11 +96,7 @@ inbox::inbox(const settings &chosen, movers &carriers)
 
 inbox::~inbox()
 {
-    {
-        const std::lock_guard lock(mutex_);
-        is_stopping_ = true;
-        stopping_.notify_all();
-    }
+    stop_.set_value();
     do
         server_.cancel();
     while (!listener_->has_ended_within(std::chrono::milliseconds(20)));
@@ -109,10 +105,8 @@ inbox::~inbox()
 void inbox::listen()
 {
     bool is_ours = false;
-    std::unique_lock lock(mutex_);
-    while (!is_stopping_) {
-        lock.unlock();
-        std::chrono::milliseconds pause(0);
+    for (std::chrono::seconds pause(0); stopping_.wait_for(pause) != std::future_status::ready;) {
+        pause = std::chrono::seconds(0);
         try {
             if (!is_ours && !(is_ours = server_.is_ours()))
                 return; // a server that knows tus only has nothing to tell
@@ -131,8 +125,6 @@ void inbox::listen()
         } catch (const std::exception &reason) {
             pause = std::chrono::seconds(1);
         }
-        lock.lock();
-        stopping_.wait_for(lock, pause, [this] { return is_stopping_; });
     }
 }
 

@@ -31,9 +31,8 @@ class inbox
     const settings settings_;
     movers &movers_;
     remote server_;
-    std::mutex mutex_;
-    std::condition_variable stopping_;
-    bool is_stopping_ = false;
+    std::promise<void> stop_;
+    const std::future<void> stopping_ = stop_.get_future();
     std::unique_ptr<worker> listener_;
 };
 

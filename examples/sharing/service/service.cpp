@@ -101,12 +101,6 @@ void service::submit(const zel_request &request, GDBusMethodInvocation *invocati
 void service::dispatch()
 {
     using queued_request = std::unique_ptr<comm_param_s, releaser<_common_free_zel_param_members>>;
-    const auto refuse = [](GDBusMethodInvocation *invocation, zel_err_e result, const char *sentence) {
-        const int code = _common_util_convert_service_error_to_client_error(result);
-        const std::string name = bus::error_prefix + std::to_string(-code);
-        const text printable(g_utf8_make_valid(sentence, -1));
-        g_dbus_method_invocation_return_dbus_error(invocation, name.c_str(), printable.get());
-    };
     for (;;) {
         const queued_request queued(static_cast<comm_param_s *>(_common_queue_pop(requests_)));
         if (!queued)
@@ -116,10 +110,13 @@ void service::dispatch()
         auto *invocation = static_cast<GDBusMethodInvocation *>(queued->handle); // which the answer releases
         try {
             g_dbus_method_invocation_return_value(invocation, carry_out(queued->request));
-        } catch (const failure &reason) {
-            refuse(invocation, reason.code, reason.what());
         } catch (const std::exception &reason) {
-            refuse(invocation, ZEL_ERR_INTERNAL_ERROR, reason.what());
+            const auto *known = dynamic_cast<const failure *>(&reason);
+            const int code =
+                _common_util_convert_service_error_to_client_error(known ? known->code : ZEL_ERR_INTERNAL_ERROR);
+            const text sentence(g_utf8_make_valid(reason.what(), -1));
+            g_dbus_method_invocation_return_dbus_error(invocation, (bus::error_prefix + std::to_string(-code)).c_str(),
+                                                       sentence.get());
         }
     }
 }
