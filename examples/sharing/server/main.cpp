@@ -17,10 +17,8 @@ using namespace sharing;
 int main(int argc, char **argv)
 try {
     std::string folder = "sharing-server-files";
-    std::vector<std::string> failures;
     int port = 8420;
-    unsigned long long largest = 0x7FFFFFFF;
-    stage staged;
+    tus_settings settings;
     CLI::App app(
         "Takes files by the tus 1.0.0 upload protocol at http://127.0.0.1:PORT/files, makes shares of them and "
         "tells the devices of their recipients. Says on standard output where it listens; ends, with 0, on "
@@ -29,21 +27,25 @@ try {
     app.add_option("--port", port, "Port to listen at; 0 picks a free one")
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
-    app.add_option("--max-size", largest, "Largest file that is taken")
+    app.add_option("--max-size", settings.largest, "Largest file that is taken")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("BYTES")
         ->default_str("2 GiB less a byte");
-    app.add_option("--rate", staged.rate, "Bytes a second that each connection takes, so that one can watch; 0: all")
+    app.add_option("--rate", settings.rate, "Bytes a second that each connection takes, so that one can watch; 0: all")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("BYTES");
     app.add_option(
-           "--stage", failures,
+           "--stage", settings.failures,
            "Failures to be staged, with commas: 503@2 (or another status), cut@5 or hang@7 happens at the "
            "second, fifth, seventh chunk that comes in of each file; cut breaks the connection after half of it")
         ->delimiter(',')
+        ->check([](const std::string &failure) {
+            return g_regex_match_simple("^([1-9][0-9]{2}|cut|hang)@[0-9]+$", failure.c_str(), {}, {})
+                       ? ""
+                       : "not of the form WHAT@N: " + failure;
+        })
         ->type_name("WHAT@N");
     read_command_line(app, argc, argv);
-    staged.plan(failures);
 
     umask(077);
     std::filesystem::create_directories(folder);
@@ -52,12 +54,12 @@ try {
         throw std::runtime_error(folder + ": another server is at work there, or you may not write there.");
 
     uploads all(std::filesystem::path(folder) / "uploads");
-    tus protocol(all, staged, largest);
+    tus protocol(all, settings);
     shares more(folder, all, protocol);
     httplib::Server server;
     protocol.attach(server);
     more.attach(server);
-    server.set_payload_max_length(static_cast<size_t>(largest));
+    server.set_payload_max_length(static_cast<size_t>(settings.largest));
     server.set_tcp_nodelay(true);
     server.set_keep_alive_max_count(1'000'000);
     server.set_keep_alive_timeout(1); // a stop waits for connections that are idle
@@ -80,7 +82,7 @@ try {
 
     int signal = 0;
     sigwait(&ends, &signal);
-    staged.stop();
+    protocol.stop();
     more.stop();
     while (!server.is_running()) // a stop that comes before the start would be lost
         std::this_thread::yield();

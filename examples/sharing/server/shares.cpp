@@ -13,35 +13,15 @@ namespace
 {
 
 constexpr unsigned long long lifetime = 48ULL * 60 * 60 * 1000;
-constexpr size_t thumbnail_size = 1024;
+constexpr unsigned long long thumbnail_size = 1024;
 constexpr size_t longest_message = size_t{16} * 1024 * 1024;
 constexpr std::chrono::seconds long_poll(20);
 constexpr char octets[] = "application/octet-stream";
 
-/** The numbers of the recipients, "+447700900123, +12025550123", as names of their mailboxes. */
-std::vector<std::string> mailboxes_of(const std::string &recipients)
+std::string read_whole(const fs::path &path)
 {
-    std::vector<std::string> numbers;
-    char **parts = g_regex_split_simple("[^0-9]+", recipients.c_str(), {}, {});
-    for (char **part = parts; *part; ++part)
-        if (strlen(*part) >= 3 && strlen(*part) <= 20)
-            numbers.emplace_back(*part);
-    g_strfreev(parts);
-    return numbers;
-}
-
-/** The number of the first message behind another one; 0 when there is none. */
-unsigned long long first_behind(const fs::path &mailbox, unsigned long long last)
-{
-    unsigned long long first = 0;
-    std::error_code there_is_none;
-    for (const auto &entry : fs::directory_iterator(mailbox, there_is_none)) {
-        const std::string name = entry.path().filename();
-        const unsigned long long number = std::strtoull(name.c_str(), nullptr, 10);
-        if (std::to_string(number) == name && number > last && (first == 0 || number < first))
-            first = number;
-    }
-    return first;
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 } // namespace
@@ -60,9 +40,9 @@ void shares::attach(httplib::Server &server)
                [this](const Request &request, Response &response) { wait_for_push(request, response); });
     server.Get("/files/([0-9a-f]{32})", [this](const Request &request, Response &response) {
         if (request.method == "HEAD")
-            tus_.tell_offset(request, response);
+            response.status = tus_.tell_offset(request, response);
         else
-            hand_out(request, response, std::numeric_limits<size_t>::max());
+            hand_out(request, response, std::numeric_limits<unsigned long long>::max());
     });
     server.Get("/thumbnails/([0-9a-f]{32})",
                [this](const Request &request, Response &response) { hand_out(request, response, thumbnail_size); });
@@ -83,10 +63,9 @@ try {
     const std::lock_guard lock(mutex_);
     const fs::path issued = folder_ / "shares" / record->contents_token;
     if (!fs::exists(issued)) {
-        const std::string push = encode(*record);
-        for (const std::string &number : mailboxes_of(text_of(record->to_list)))
-            post(number, push);
-        write_whole(issued, push);
+        const std::string completed = encode(*record);
+        push(text_of(record->to_list), completed);
+        write_whole(issued, completed);
         posted_.notify_all();
     }
     const share known = decode(read_whole(issued));
@@ -105,8 +84,7 @@ void shares::complete(zel_trans_share_content_info &record)
     for (auto *item : elements_of<share_item>(record.content_info_list)) {
         const std::string url = text_of(item->original);
         const std::string id = url.substr(url.rfind('/') + 1);
-        const bool is_id = id.size() == 32 && id.find_first_not_of("0123456789abcdef") == std::string::npos;
-        const auto found = is_id ? uploads_.find(id) : std::nullopt;
+        const auto found = uploads_.find(id);
         if (!found || found->offset != found->length)
             throw failure(ZEL_ERR_RESOURCE_DOESNT_EXIST, url + " is no finished upload.");
         ids += id;
@@ -128,41 +106,49 @@ void shares::complete(zel_trans_share_content_info &record)
     }
 }
 
-void shares::post(const std::string &number, const std::string &message)
+/** Puts a message into the mailbox of each recipient; they are like "+447700900123, +12025550123". */
+void shares::push(const std::string &recipients, const std::string &message)
 {
-    const fs::path mailbox = folder_ / "push" / number;
-    fs::create_directories(mailbox);
-    unsigned long long last = 0;
-    while (const unsigned long long next = first_behind(mailbox, last))
-        last = next;
-    write_whole(mailbox / std::to_string(last + 1), message);
+    char **numbers = g_regex_split_simple("[^0-9]+", recipients.c_str(), {}, {});
+    const std::unique_ptr<char *, releaser<g_strfreev>> owned(numbers);
+    for (char **number = numbers; *number; ++number) {
+        if (strlen(*number) < 3 || strlen(*number) > 20)
+            continue;
+        const fs::path mailbox = folder_ / "push" / *number;
+        fs::create_directories(mailbox);
+        unsigned long long next = 1;
+        while (fs::exists(mailbox / std::to_string(next)))
+            ++next;
+        write_whole(mailbox / std::to_string(next), message);
+    }
 }
 
 void shares::wait_for_push(const httplib::Request &request, httplib::Response &response)
 {
-    const fs::path mailbox = folder_ / "push" / request.matches[1].str();
     const unsigned long long last = std::strtoull(request.get_param_value("after").c_str(), nullptr, 10);
+    const std::string next = std::to_string(last + 1);
+    const fs::path message = folder_ / "push" / request.matches[1].str() / next;
     std::unique_lock lock(mutex_);
-    unsigned long long first = 0;
-    posted_.wait_for(lock, long_poll, [&] { return is_stopping_ || (first = first_behind(mailbox, last)) > 0; });
-    response.status = first > 0 ? 200 : 204;
-    if (first == 0)
+    posted_.wait_for(lock, long_poll, [&] { return is_stopping_ || fs::exists(message); });
+    response.status = 204;
+    if (!fs::exists(message))
         return;
-    response.set_header("Push-Number", std::to_string(first));
-    response.set_content(read_whole(mailbox / std::to_string(first)), octets);
+    response.status = 200;
+    response.set_header("Push-Number", next);
+    response.set_content(read_whole(message), octets);
 }
 
-void shares::hand_out(const httplib::Request &request, httplib::Response &response, size_t limit)
+void shares::hand_out(const httplib::Request &request, httplib::Response &response, unsigned long long limit)
 {
     const auto found = uploads_.find(request.matches[1]);
     if (!found || found->offset != found->length) {
         response.status = 404;
         return;
     }
-    const auto length = static_cast<size_t>(std::min<unsigned long long>(found->length, limit));
+    const auto length = static_cast<size_t>(std::min(found->length, limit));
     if (length == 0)
         return response.set_content("", octets);
-    const auto file = std::make_shared<std::ifstream>(uploads_.bytes_of(found->id), std::ios::binary);
+    const auto file = std::make_shared<std::ifstream>(uploads_.bytes_of(request.matches[1]), std::ios::binary);
     response.set_content_provider(length, octets, [file](size_t offset, size_t count, httplib::DataSink &sink) {
         std::string bytes(std::min<size_t>(count, size_t{256} * 1024), '\0');
         file->seekg(static_cast<std::streamoff>(offset));

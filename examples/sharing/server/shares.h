@@ -3,14 +3,12 @@
  * messages, and hands out files and thumbnails.
  *
  *   shares/TOKEN     the share, as its recipients are told of it
- *   push/NUMBER/N    the push messages for a device, the numbers going up
+ *   push/NUMBER/N    the push messages for a device: 1, 2, 3 ...
  */
 #ifndef SHARING_SERVER_SHARES_H
 #define SHARING_SERVER_SHARES_H
 
 #include <condition_variable>
-#include <httplib.h>
-#include <mutex>
 
 #include "share_message.h"
 #include "tus.h"
@@ -32,9 +30,9 @@ class shares
   private:
     void issue(httplib::Response &response, const httplib::ContentReader &body);
     void complete(zel_trans_share_content_info &record);
-    void post(const std::string &number, const std::string &message);
+    void push(const std::string &recipients, const std::string &message);
     void wait_for_push(const httplib::Request &request, httplib::Response &response);
-    void hand_out(const httplib::Request &request, httplib::Response &response, size_t limit);
+    void hand_out(const httplib::Request &request, httplib::Response &response, unsigned long long limit);
 
     const std::filesystem::path folder_;
     uploads &uploads_;

@@ -1,10 +1,13 @@
 #include "tus.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <charconv>
 #include <fstream>
 #include <glib.h>
 #include <set>
+#include <sys/socket.h>
+#include <thread>
 
 namespace sharing
 {
@@ -40,20 +43,24 @@ bool is_metadata(const std::string &text)
     return true;
 }
 
-/** Whether the client speaks the version that is spoken here; answers when it does not. */
+/** Whether the client speaks the version that is spoken here; else it is told which that is. */
 bool is_understood(const httplib::Request &request, httplib::Response &response)
 {
     if (request.get_header_value("Tus-Resumable") == version)
         return true;
-    response.status = 412;
     response.set_header("Tus-Version", version);
     return false;
 }
 
-std::string method_of(const httplib::Request &request)
+/** Breaks off the connection whose other end is a port; the HTTP library does not tell its socket. */
+void cut(int remote_port)
 {
-    return request.has_header("X-HTTP-Method-Override") ? request.get_header_value("X-HTTP-Method-Override")
-                                                        : request.method;
+    for (int socket = 0; socket < 1024; ++socket) {
+        sockaddr_in peer = {};
+        socklen_t size = sizeof peer;
+        if (getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size) == 0 && ntohs(peer.sin_port) == remote_port)
+            shutdown(socket, SHUT_RDWR);
+    }
 }
 
 } // namespace
@@ -62,127 +69,128 @@ void tus::attach(httplib::Server &server)
 {
     using namespace httplib;
     server.set_default_headers({{"Tus-Resumable", version}});
-    server.Options("/files(/.*)?", [this](const Request &, Response &response) { tell_abilities(response); });
-    const auto post = [this](const Request &request, Response &response, const ContentReader &body) {
-        const std::string method = method_of(request);
-        if (method == "OPTIONS")
-            return tell_abilities(response);
-        if (!is_understood(request, response))
-            return discard(request, body);
-        if (method == "PATCH" && !request.matches[1].str().empty())
-            return append(request, response, body);
-        discard(request, body);
-        if (method == "HEAD" && !request.matches[1].str().empty())
-            return tell_offset(request, response);
-        if (method == "POST" && request.matches[1].str().empty())
-            return create(request, response);
-        response.status = 405;
+    server.Options("/files(/.*)?",
+                   [this](const Request &, Response &response) { response.status = tell_abilities(response); });
+    const auto handler = [this](const Request &request, Response &response, const ContentReader &body) {
+        response.status = answer(request, response, body);
+        const bool is_read = response.status == 204 || response.status == 507; // that is, a chunk
+        if (!is_read && (request.has_header("Content-Length") || request.has_header("Transfer-Encoding")))
+            body([](const char *, size_t) { return true; });
     };
-    server.Post("/files/?([0-9a-f]{32})?", post);
-    server.Patch("/files/?([0-9a-f]{32})?", post);
+    server.Post("/files/?([0-9a-f]{32})?", handler);
+    server.Patch("/files/?([0-9a-f]{32})?", handler);
 }
 
-void tus::tell_abilities(httplib::Response &response) const
+int tus::answer(const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &body)
 {
-    response.status = 204;
+    std::string method = request.get_header_value("X-HTTP-Method-Override");
+    if (method.empty())
+        method = request.method;
+    const bool has_id = request.matches[1].length() > 0;
+    if (method == "OPTIONS")
+        return tell_abilities(response);
+    if (!is_understood(request, response))
+        return 412;
+    if (method == "PATCH" && has_id)
+        return append(request, response, body);
+    if (method == "HEAD" && has_id)
+        return tell_offset(request, response);
+    return method == "POST" && !has_id ? create(request, response) : 405;
+}
+
+int tus::tell_abilities(httplib::Response &response) const
+{
     response.set_header("Tus-Version", version);
     response.set_header("Tus-Extension", "creation");
-    response.set_header("Tus-Max-Size", std::to_string(largest_));
+    response.set_header("Tus-Max-Size", std::to_string(settings_.largest));
     response.set_header("Sharing-Extension", "shares,push"); // tells our service that this server does more than tus
+    return 204;
 }
 
-void tus::create(const httplib::Request &request, httplib::Response &response)
+int tus::create(const httplib::Request &request, httplib::Response &response)
 {
     const auto length = number_in(request, "Upload-Length");
     const std::string metadata = request.get_header_value("Upload-Metadata");
-    if (!length || !is_metadata(metadata)) {
-        response.status = 400;
-        return;
-    }
-    if (*length > largest_) {
-        response.status = 413;
-        return;
-    }
-    response.status = 201;
+    if (!length || !is_metadata(metadata))
+        return 400;
+    if (*length > settings_.largest)
+        return 413;
     response.set_header("Location", "/files/" + uploads_.create(*length, metadata));
+    return 201;
 }
 
-void tus::tell_offset(const httplib::Request &request, httplib::Response &response)
+int tus::tell_offset(const httplib::Request &request, httplib::Response &response)
 {
     response.set_header("Cache-Control", "no-store");
     if (!is_understood(request, response))
-        return;
-    auto turn = uploads_.turn_of(request.matches[1]);
-    const std::lock_guard lock(turn); // a chunk that is being broken off counts as soon as it is through
+        return 412;
+    const auto turn =
+        uploads_.turn_of(request.matches[1]); // a chunk that is being broken off counts once it is through
     const auto found = uploads_.find(request.matches[1]);
-    if (!found) {
-        response.status = 404;
-        return;
-    }
-    response.status = 200;
+    if (!found)
+        return 404;
     response.set_header("Upload-Offset", std::to_string(found->offset));
     response.set_header("Upload-Length", std::to_string(found->length));
     if (!found->metadata.empty())
         response.set_header("Upload-Metadata", found->metadata);
+    return 200;
 }
 
-void tus::append(const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &body)
+int tus::append(const httplib::Request &request, httplib::Response &response, const httplib::ContentReader &body)
 {
     const std::string id = request.matches[1];
-    auto turn = uploads_.turn_of(id);
-    const auto refuse = [&](int status) {
-        response.status = status;
-        if (turn)
-            uploads_.note(id, "refused " + std::to_string(status) + " " + request.get_header_value("Content-Length"));
-        discard(request, body);
-    };
     const auto offset = number_in(request, "Upload-Offset");
     if (request.get_header_value("Content-Type") != "application/offset+octet-stream")
-        return refuse(415);
+        return 415;
     if (!offset)
-        return refuse(400);
-    const std::string staged = stage_.next(id);
-    if (staged == "hang")
-        stage_.hang();
+        return 400;
+    const std::string failure = next_failure(id);
+    if (failure == "hang")
+        stopping_.wait_for(std::chrono::minutes(1));
 
-    turn.lock();
+    const auto turn = uploads_.turn_of(id);
     const auto found = uploads_.find(id);
-    if (!found) {
-        turn.unlock();
-        return refuse(404);
+    if (!found)
+        return 404;
+    const unsigned long long missing = found->length - found->offset;
+    const unsigned long long announced = number_in(request, "Content-Length").value_or(missing);
+    int refusal = static_cast<int>(std::strtol(failure.c_str(), nullptr, 10));
+    if (refusal == 0)
+        refusal = *offset != found->offset ? 409 : announced > missing ? 413 : 0;
+    if (refusal != 0) {
+        uploads_.note(id, "refused " + std::to_string(refusal) + " " + request.get_header_value("Content-Length"));
+        return refusal;
     }
-    if (staged.size() == 3 && staged != "cut")
-        return refuse(std::stoi(staged));
-    if (*offset != found->offset)
-        return refuse(409);
-    const unsigned long long announced = number_in(request, "Content-Length").value_or(found->length - found->offset);
-    if (announced > found->length - found->offset)
-        return refuse(413);
 
     uploads_.note(id, "begin " + std::to_string(*offset) + " " + std::to_string(announced));
     std::ofstream bytes(uploads_.bytes_of(id), std::ios::binary | std::ios::app);
     unsigned long long arrived = *offset;
     body([&](const char *piece, size_t count) {
-        if (staged == "cut" && arrived >= *offset + announced / 2)
+        if (failure == "cut" && arrived >= *offset + announced / 2)
             return false;
         count = static_cast<size_t>(std::min<unsigned long long>(count, found->length - arrived));
         if (bytes.write(piece, static_cast<std::streamsize>(count)).flush())
             arrived += count;
-        stage_.keep_pace(count);
+        if (settings_.rate > 0)
+            std::this_thread::sleep_for(std::chrono::nanoseconds(count * 1'000'000'000ULL / settings_.rate));
         return true;
     });
     arrived = uploads_.find(id).value_or(*found).offset; // what counts is what is on the disk
     uploads_.note(id, "end " + std::to_string(arrived));
-    if (staged == "cut")
-        stage::cut(request.remote_port);
-    response.status = bytes ? 204 : 507;
+    if (failure == "cut")
+        cut(request.remote_port);
     response.set_header("Upload-Offset", std::to_string(arrived));
+    return bytes ? 204 : 507;
 }
 
-void discard(const httplib::Request &request, const httplib::ContentReader &body)
+std::string tus::next_failure(const std::string &id)
 {
-    if (request.has_header("Content-Length") || request.has_header("Transfer-Encoding"))
-        body([](const char *, size_t) { return true; });
+    const std::lock_guard lock(mutex_);
+    const std::string at = "@" + std::to_string(++chunks_[id]);
+    for (const std::string &failure : settings_.failures)
+        if (failure.ends_with(at))
+            return failure.substr(0, failure.find('@'));
+    return "";
 }
 
 } // namespace sharing

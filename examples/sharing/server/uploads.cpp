@@ -1,9 +1,9 @@
 #include "uploads.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fstream>
-#include <glib.h>
-#include <sys/random.h>
+#include <random>
 #include <system_error>
 
 namespace fs = std::filesystem;
@@ -11,16 +11,13 @@ namespace fs = std::filesystem;
 namespace sharing
 {
 
-uploads::uploads(fs::path folder) : folder_(std::move(folder))
-{
-    fs::create_directories(folder_);
-}
-
 std::string uploads::create(unsigned long long length, const std::string &metadata)
 {
-    std::string id = random_id();
-    const fs::path unfinished = folder_ / ("new-" + id);
-    fs::create_directory(unfinished);
+    std::random_device random;
+    char id[33];
+    snprintf(id, sizeof id, "%08x%08x%08x%08x", random(), random(), random(), random());
+    const fs::path unfinished = folder_ / (std::string("new-") + id);
+    fs::create_directories(unfinished);
     write_whole(unfinished / "bytes", "");
     write_whole(unfinished / "info", std::to_string(length) + "\n" + metadata);
     fs::rename(unfinished, folder_ / id);
@@ -29,8 +26,9 @@ std::string uploads::create(unsigned long long length, const std::string &metada
 
 std::optional<upload> uploads::find(const std::string &id) const
 {
+    if (id.size() != 32 || id.find_first_not_of("0123456789abcdef") != std::string::npos)
+        return std::nullopt;
     upload found;
-    found.id = id;
     std::ifstream info(folder_ / id / "info");
     std::error_code error;
     found.offset = fs::file_size(bytes_of(id), error);
@@ -48,11 +46,10 @@ fs::path uploads::bytes_of(const std::string &id) const
 
 std::unique_lock<std::mutex> uploads::turn_of(const std::string &id)
 {
-    const std::lock_guard lock(mutex_);
-    auto &turn = turns_[id];
-    if (!turn)
-        turn = std::make_unique<std::mutex>();
-    return std::unique_lock(*turn, std::defer_lock);
+    std::unique_lock lock(mutex_);
+    std::mutex &turn = turns_[id];
+    lock.unlock();
+    return std::unique_lock(turn);
 }
 
 void uploads::note(const std::string &id, const std::string &line) const
@@ -65,29 +62,11 @@ void write_whole(const fs::path &path, const std::string &content)
 {
     const fs::path unfinished = path.string() + ".new";
     std::ofstream file(unfinished, std::ios::binary);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file << content;
     file.close();
     if (!file)
         throw std::system_error(errno, std::generic_category(), path.string());
     fs::rename(unfinished, path);
-}
-
-std::string read_whole(const fs::path &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string random_id()
-{
-    unsigned char bytes[16];
-    if (getrandom(bytes, sizeof bytes, 0) != sizeof bytes)
-        throw std::system_error(errno, std::generic_category(), "random numbers");
-    std::string id;
-    for (const unsigned char byte : bytes)
-        for (const int digit : {byte >> 4, byte & 15})
-            id += "0123456789abcdef"[digit];
-    return id;
 }
 
 } // namespace sharing

@@ -13,7 +13,6 @@
 
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -22,7 +21,6 @@ namespace sharing
 {
 
 struct upload {
-    std::string id;
     unsigned long long length = 0;
     unsigned long long offset = 0;
     std::string metadata;
@@ -31,11 +29,12 @@ struct upload {
 class uploads
 {
   public:
-    explicit uploads(std::filesystem::path folder);
+    explicit uploads(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
-    /** Makes an empty upload and gives its id. */
+    /** Makes an empty upload and gives its id, 32 hexadecimal digits that nobody guesses. */
     std::string create(unsigned long long length, const std::string &metadata);
 
+    /** None as well for what is no id, whatever path it would make. */
     std::optional<upload> find(const std::string &id) const;
     std::filesystem::path bytes_of(const std::string &id) const;
 
@@ -48,16 +47,11 @@ class uploads
   private:
     const std::filesystem::path folder_;
     std::mutex mutex_;
-    std::map<std::string, std::unique_ptr<std::mutex>> turns_;
+    std::map<std::string, std::mutex> turns_;
 };
 
 /** Writes a file whole or not at all. */
 void write_whole(const std::filesystem::path &path, const std::string &content);
-
-std::string read_whole(const std::filesystem::path &path);
-
-/** 32 hexadecimal digits that nobody guesses. */
-std::string random_id();
 
 } // namespace sharing
 
