@@ -25,7 +25,7 @@ std::string time_text(unsigned long long seconds)
     return result;
 }
 
-const char *word_for(unsigned int status)
+const char *word_for(guint32 status)
 {
     constexpr const char *words[] = {"none",      "started", "progressing", "sent",    "failed",
                                      "cancelled", "paused",  "shared",      "recalled"};
@@ -43,7 +43,7 @@ void report(const request &state)
 {
     const auto done = std::ranges::count(state.files, ZEL_SYNC_COMPLETE, &file::status);
     const bool is_upload = state.kind == ZEL_UPLOAD_FILE;
-    const char *state_word = is_upload || !state.is_settled ? word_for(static_cast<unsigned int>(state.status))
+    const char *state_word = is_upload || !state.is_settled ? word_for(state.status)
                              : has_come_off(state)          ? "received"
                                                             : "not received as a whole";
     printf("Request %u: %s, %lld of %s %s, %s\n", state.id, state_word, static_cast<long long>(done),
@@ -65,7 +65,7 @@ bool follow(session &service, unsigned int id, unsigned int until)
     service.follow(id, [&](const request &state) {
         display.show(state);
         last = state;
-        return !state.is_settled && percentage_of(state) < until;
+        return !state.is_settled && state.passed() * 100 / std::max<guint64>(state.size, 1) < until;
     });
     display.end();
     if (last.is_settled)
@@ -93,42 +93,49 @@ unsigned int get_share(session &service, const std::string &token, const std::st
         }
 }
 
+using iterator = std::unique_ptr<GVariantIter, releaser<g_variant_iter_free>>;
+
+/** Goes through the array that an answer begins with. */
+iterator iterate(const variant &answer)
+{
+    return iterator(g_variant_iter_new(variant(g_variant_get_child_value(answer.get(), 0)).get()));
+}
+
+/** The texts of an array, with commas. */
+std::string joined(GVariantIter *texts)
+{
+    std::string line;
+    for (const char *one = nullptr; g_variant_iter_next(texts, "&s", &one);)
+        line += (line.empty() ? "" : ", ") + printable(one);
+    return line;
+}
+
 void list_uploads(session &service)
 {
     const variant answer = service.call("List");
-    GVariantIter *uploads = nullptr;
-    g_variant_get(answer.get(), "(a(uutuast))", &uploads);
+    const iterator uploads = iterate(answer);
     guint32 id = 0;
     guint32 status = 0;
     guint64 size = 0;
     guint32 files = 0;
     GVariantIter *recipients = nullptr;
     guint64 sent = 0;
-    while (g_variant_iter_loop(uploads, "(uutuast)", &id, &status, &size, &files, &recipients, &sent)) {
-        std::string to;
-        for (const char *one = nullptr; g_variant_iter_next(recipients, "&s", &one);)
-            to += (to.empty() ? "" : ", ") + printable(one);
+    while (g_variant_iter_loop(uploads.get(), "(uutuast)", &id, &status, &size, &files, &recipients, &sent))
         printf("%u  %-11s  %s, %s, to %s, %s\n", id, word_for(status), counted(files, "file").c_str(),
-               size_text(size).c_str(), to.c_str(), time_text(sent).c_str());
-    }
-    g_variant_iter_free(uploads);
+               size_text(size).c_str(), joined(recipients).c_str(), time_text(sent).c_str());
 }
 
 void list_inbox(session &service)
 {
     const variant answer = service.call("Inbox");
-    GVariantIter *shares = nullptr;
-    guint32 unreadable = 0;
-    g_variant_get(answer.get(), "(a(tbuay)u)", &shares, &unreadable);
+    const iterator shares = iterate(answer);
     guint64 received = 0;
     gboolean is_new = FALSE;
     guint32 left = 0;
     GVariant *bytes = nullptr;
-    while (g_variant_iter_next(shares, "(tbu@ay)", &received, &is_new, &left, &bytes)) {
+    while (g_variant_iter_next(shares.get(), "(tbu@ay)", &received, &is_new, &left, &bytes)) {
         const variant owned(bytes);
-        gsize size = 0;
-        const auto *data = static_cast<const char *>(g_variant_get_fixed_array(bytes, &size, 1));
-        const share record = decode(std::string(data, size));
+        const share record = decode({static_cast<const char *>(g_variant_get_data(bytes)), g_variant_get_size(bytes)});
         printf("%s  from %s, %s, %s%s\n", record->contents_token, printable(text_of(record->from_msisdn)).c_str(),
                counted(record->content_info_list_length, "file").c_str(), time_text(received / 1000).c_str(),
                is_new ? ", new" : "");
@@ -137,24 +144,18 @@ void list_inbox(session &service)
         if (left > 0)
             printf("  share get %s fetches what is not here yet\n", record->contents_token);
     }
+    guint32 unreadable = 0;
+    g_variant_get_child(answer.get(), 1, "u", &unreadable);
     if (unreadable > 0)
         printf("%s could not be read.\n", counted(unreadable, "push message").c_str());
-    g_variant_iter_free(shares);
 }
 
 void list_recent(session &service)
 {
     const variant answer = service.call("Recent");
-    GVariantIter *groups = nullptr;
-    g_variant_get(answer.get(), "(aas)", &groups);
-    GVariantIter *members = nullptr;
-    while (g_variant_iter_loop(groups, "as", &members)) {
-        std::string line;
-        for (const char *one = nullptr; g_variant_iter_next(members, "&s", &one);)
-            line += (line.empty() ? "" : ", ") + printable(one);
-        printf("%s\n", line.c_str());
-    }
-    g_variant_iter_free(groups);
+    const iterator groups = iterate(answer);
+    for (GVariantIter *members = nullptr; g_variant_iter_loop(groups.get(), "as", &members);)
+        printf("%s\n", joined(members).c_str());
 }
 
 GVariant *call_to_send(const std::vector<std::string> &files, const std::vector<std::string> &recipients,
@@ -165,7 +166,7 @@ GVariant *call_to_send(const std::vector<std::string> &files, const std::vector<
     g_variant_builder_init(&paths, G_VARIANT_TYPE("aay"));
     g_variant_builder_init(&numbers, G_VARIANT_TYPE("as"));
     for (const std::string &one : files)
-        g_variant_builder_add(&paths, "^ay", std::filesystem::absolute(one).c_str());
+        g_variant_builder_add(&paths, "^ay", one.c_str());
     for (const std::string &one : recipients)
         g_variant_builder_add(&numbers, "s", printable(one).c_str());
     return g_variant_new("(aayass)", &paths, &numbers, printable(description).c_str());
@@ -196,69 +197,67 @@ try {
         ->capture_default_str()
         ->envname("SHARING_STATE")
         ->type_name("FOLDER");
-    CLI::App *send = app.add_subcommand("send", "Send files; says the number of the request");
-    send->add_option("FILE", files, "Files to send")->required()->type_name("");
+
+    std::map<CLI::App *, std::function<void(session &)>> runs;
+    const auto add = [&](const char *name, const char *purpose, const std::function<void(session &)> &run) {
+        CLI::App *command = app.add_subcommand(name, purpose);
+        runs[command] = run;
+        return command;
+    };
+    const auto absolute = [](const std::string &path) { return std::filesystem::absolute(path).string(); };
+    CLI::App *send = add("send", "Send files; says the number of the request", [&](session &service) {
+        id = number_of(service.call("Send", call_to_send(files, recipients, description)));
+        printf("Request %u: %s for %s in the store.\n", id, counted(files.size(), "file").c_str(),
+               counted(recipients.size(), "recipient").c_str());
+    });
+    send->add_option("FILE", files, "Files to send")->required()->transform(absolute)->type_name("");
     send->add_option("--to", recipients, "Whom to send to; several with commas")
         ->required()
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("COUNTRY-CODE:NUMBER");
     send->add_option("--text", description, "What to say with it")->type_name("TEXT");
-    CLI::App *status = app.add_subcommand("status", "Show how far a request is, or list the uploads");
+    CLI::App *status = add("status", "Show how far a request is, or list the uploads", [&](session &service) {
+        if (id == 0) {
+            list_uploads(service);
+        } else if (lists_paths) {
+            for (const file &one : service.describe(id).files)
+                printf("%s%c", one.path.c_str(), '\0');
+        } else if (!follows && until > 100) {
+            const request described = service.describe(id);
+            screen(true).show(described);
+            report(described);
+        }
+    });
     status->add_option("ID", id, "The request");
     status->add_flag("--paths0", lists_paths, "Only the local paths of its files, each with a zero byte behind it");
-    for (CLI::App *command : {send, status}) {
+    for (const auto &[name, method, purpose] : {std::tuple("pause", "Pause", "Pause a request"),
+                                                {"resume", "Resume", "Go on with a paused request"},
+                                                {"cancel", "Cancel", "Cancel what is not yet through of a request"}})
+        add(name, purpose, [&id, method = method](session &service) { service.call(method, g_variant_new("(u)", id)); })
+            ->add_option("ID", id, "The request")
+            ->required();
+    add("inbox", "List what others have sent", list_inbox);
+    CLI::App *get =
+        add("get", "Fetch the files of a received share; says the number of the request",
+            [&](session &service) { printf("Request %u\n", id = get_share(service, token, folder, patience)); });
+    get->add_option("TOKEN", token, "The share, as the inbox tells")->required();
+    get->add_option("--into", folder, "Where to put them, instead of the service's own folder")
+        ->transform(absolute)
+        ->type_name("FOLDER");
+    get->add_option("--wait", patience, "How long to wait for a share that has not arrived yet")->type_name("SECONDS");
+    for (CLI::App *command : {send, status, get})
         command->add_flag("--follow", follows, "Show how it goes on, until it is through");
+    for (CLI::App *command : {send, status})
         command->add_option("--until", until, "Follow until so much of it has passed")
             ->check(CLI::Range(0, 100))
             ->type_name("PERCENT");
-    }
-    CLI::App *pause = app.add_subcommand("pause", "Pause a request");
-    CLI::App *resume = app.add_subcommand("resume", "Go on with a paused request");
-    CLI::App *cancel = app.add_subcommand("cancel", "Cancel what is not yet through of a request");
-    for (CLI::App *command : {pause, resume, cancel})
-        command->add_option("ID", id, "The request")->required();
-    CLI::App *inbox = app.add_subcommand("inbox", "List what others have sent");
-    CLI::App *get = app.add_subcommand("get", "Fetch the files of a received share; says the number of the request");
-    get->add_option("TOKEN", token, "The share, as the inbox tells")->required();
-    get->add_option("--into", folder, "Where to put them, instead of the service's own folder")->type_name("FOLDER");
-    get->add_flag("--follow", follows, "Show how it goes on, until it is through");
-    get->add_option("--wait", patience, "How long to wait for a share that has not arrived yet")->type_name("SECONDS");
-    CLI::App *recent = app.add_subcommand("recent", "List the recipients last used");
-    CLI::App *forget = app.add_subcommand("forget", "Wipe all that the service knows of the user");
+    add("recent", "List the recipients last used", list_recent);
+    add("forget", "Wipe all that the service knows of the user", [](session &service) { service.call("Forget"); });
     read_command_line(app, argc, argv);
 
-    if (!folder.empty())
-        folder = std::filesystem::absolute(folder);
-    GVariant *call = files.empty() ? nullptr : call_to_send(files, recipients, description);
     session service(state);
-    const std::pair<CLI::App *, const char *> changes[] = {{pause, "Pause"}, {resume, "Resume"}, {cancel, "Cancel"}};
-    for (const auto &[command, method] : changes)
-        if (command->parsed())
-            service.call(method, g_variant_new("(u)", id));
-    if (send->parsed()) {
-        id = number_of(service.call("Send", call));
-        printf("Request %u: %s for %s in the store.\n", id, counted(files.size(), "file").c_str(),
-               counted(recipients.size(), "recipient").c_str());
-    } else if (get->parsed()) {
-        id = get_share(service, token, folder, patience);
-        printf("Request %u\n", id);
-    } else if (inbox->parsed()) {
-        list_inbox(service);
-    } else if (recent->parsed()) {
-        list_recent(service);
-    } else if (forget->parsed()) {
-        service.call("Forget");
-    } else if (status->parsed() && id == 0) {
-        list_uploads(service);
-    } else if (status->parsed() && lists_paths) {
-        for (const file &one : service.describe(id).files)
-            printf("%s%c", one.path.c_str(), '\0');
-    } else if (status->parsed() && !follows && until > 100) {
-        const request described = service.describe(id);
-        screen(true).show(described);
-        report(described);
-    }
+    runs[app.get_subcommands().front()](service);
     fflush(stdout);
     return !follows && until > 100 ? EXIT_SUCCESS : follow(service, id, until) ? EXIT_SUCCESS : EXIT_FAILURE;
 } catch (const refusal &reason) {

@@ -6,7 +6,6 @@
 #ifndef SHARING_CLIENT_SCREEN_H
 #define SHARING_CLIENT_SCREEN_H
 
-#include <chrono>
 #include <deque>
 #include <map>
 
@@ -28,11 +27,17 @@ class screen
     void end();
 
   private:
+    /** What a file's last line said. */
     struct last_shown {
         zel_file_sync_status status = ZEL_SYNC_TODO;
         unsigned int retries = 0;
         unsigned int quarter = 0;
         bool operator==(const last_shown &) const = default;
+    };
+    struct moment {
+        gint64 time; /**< in microseconds */
+        guint64 bytes;
+        guint64 work; /**< the bytes, and what the files take besides them */
     };
 
     void show_lines(const request &state);
@@ -43,16 +48,8 @@ class screen
     size_t rows_ = 24;
     size_t lines_drawn_ = 0;
     std::map<unsigned int, last_shown> shown_;
-    struct moment {
-        std::chrono::steady_clock::time_point time;
-        unsigned long long bytes;
-        unsigned long long work;
-    };
-    std::deque<moment> sent_; /**< of the last seconds */
+    std::deque<moment> moments_; /**< of the last seconds */
 };
-
-/** Bytes of all files of a request that have passed, of a hundred. */
-unsigned int percentage_of(const request &state);
 
 /** A text from outside as it can be printed, cut to a number of columns and padded to it (0: neither). */
 std::string printable(const std::string &text, size_t columns = 0);

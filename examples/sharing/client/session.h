@@ -6,12 +6,8 @@
 
 #include <functional>
 #include <gio/gio.h>
-#include <memory>
-#include <optional>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
+#include "share_message.h"
 #include "zel_common_storage.h"
 
 namespace sharing
@@ -25,38 +21,35 @@ class refusal : public std::runtime_error
     const int code;
 };
 
-struct variant_release {
-    void operator()(GVariant *value) const
-    {
-        g_variant_unref(value);
-    }
-};
-using variant = std::unique_ptr<GVariant, variant_release>;
+using variant = std::unique_ptr<GVariant, releaser<g_variant_unref>>;
 
 /** A transfer, as the service describes it. */
 struct file {
-    unsigned int id = 0;
+    guint32 id = 0;
     std::string name;
     std::string path;
     zel_file_sync_status status = ZEL_SYNC_TODO;
-    unsigned int percentage = 0;
-    unsigned long long offset = 0;
-    unsigned int retries = 0;
-    int code = 0;
+    guint32 percentage = 0;
+    guint64 offset = 0;
+    guint32 retries = 0;
+    gint32 code = 0;
     std::string trouble; /**< why it failed last */
 };
 
 /** A request with its transfers, as the service describes it. */
 struct request {
-    unsigned int id = 0;
+    guint32 id = 0;
     zel_file_sync_type kind = ZEL_UNKNOWN;
-    quillo_upload_status_e status = QUILLO_UPLOAD_STATUS_NONE;
-    bool is_settled = false;
-    unsigned long long size = 0;
+    guint32 status = QUILLO_UPLOAD_STATUS_NONE;
+    gboolean is_settled = FALSE;
+    guint64 size = 0;
     std::string token;
-    int code = 0;
+    gint32 code = 0;
     std::string trouble;
     std::vector<file> files;
+
+    /** Bytes that have passed. */
+    guint64 passed() const;
 };
 
 class session
@@ -83,15 +76,11 @@ class session
     void follow(unsigned int id, const std::function<bool(const request &)> &show);
 
   private:
-    struct news {
-        unsigned int request = 0;
-        std::optional<file> progress; /**< none: the request has a new state */
-    };
-    static void hear(GDBusConnection *, const char *, const char *, const char *, const char *signal,
-                     GVariant *parameters, void *self);
+    /** Lets the main loop run until something holds; on a terminal it is seen to move. */
+    template <typename condition> void await(condition holds);
 
     GDBusConnection *connection_ = nullptr;
-    std::vector<news> news_;
+    std::vector<variant> news_; /**< the parameters of signals */
 };
 
 } // namespace sharing
