@@ -184,16 +184,21 @@ template <typename T> T *new_array(unsigned int count, log_site site = log_here(
 /** The number that sizes a list to come; without one, or when it is zero, there is nothing to list. */
 zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site = log_here());
 
+/** The statements of such a list: braces put them together in this order, a call's arguments in the compiler's. */
+struct counted_rows {
+    sql_text counting, listing;
+};
+
 /** Hands out what is read from the rows of `listing`, in as many places as `counting` says; a row can give nothing. */
 template <typename T>
-zel_err_e list_counted(const sql_text &counting, const sql_text &listing, bool (*read)(sqlite3_stmt *row, T *place),
-                       T **list, unsigned int *count, log_site site = log_here())
+zel_err_e list_counted(const counted_rows &statements, bool (*read)(sqlite3_stmt *row, T *place), T **list,
+                       unsigned int *count, log_site site = log_here())
 {
     unsigned int size = 0;
-    zel_err_e result = read_size(counting, &size, site);
+    zel_err_e result = read_size(statements.counting, &size, site);
     if (result != ZEL_ERR_NONE)
         return result;
-    query rows(listing, site);
+    query rows(statements.listing, site);
     result = first_row(rows, "Failed to get file", ZEL_ERR_RESOURCE_DOESNT_EXIST, site);
     if (result != ZEL_ERR_NONE)
         return result;

@@ -94,9 +94,9 @@ zel_err_e _common_storage_get_upload_recievers_details(unsigned int req_id,
     ZEL_BEGIN();
     if (!req_id || !upload_receiver_list_details || !count)
         return reject("Invalid Params");
-    return list_counted(sql("SELECT receiver_count FROM %Q WHERE req_id = %u;", TABLE, req_id),
-                        sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE_CONTACT_DETAILS, req_id), read_receiver,
-                        upload_receiver_list_details, count);
+    return list_counted({sql("SELECT receiver_count FROM %Q WHERE req_id = %u;", TABLE, req_id),
+                         sql("SELECT * FROM %Q WHERE req_id = %u;", TABLE_CONTACT_DETAILS, req_id)},
+                        read_receiver, upload_receiver_list_details, count);
 }
 
 zel_err_e _common_storage_get_sync_content_info_file_path_list(int req_id, zel_trans_upload_info *upload_info)
@@ -150,8 +150,8 @@ zel_err_e _common_storage_get_upload_content_path_list(unsigned int req_id, char
     ZEL_BEGIN();
     if (!req_id || !content_path_list || !length)
         return reject("Invalid Params");
-    return list_counted(sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id),
-                        sql("SELECT local_path FROM %Q WHERE req_id = %u;", TABLE_CONTENT_INFO_STATUS, req_id),
+    return list_counted({sql("SELECT file_count FROM %Q WHERE req_id = %u;", TABLE, req_id),
+                         sql("SELECT local_path FROM %Q WHERE req_id = %u;", TABLE_CONTENT_INFO_STATUS, req_id)},
                         read_path, content_path_list, length);
 }
 

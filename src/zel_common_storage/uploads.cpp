@@ -185,7 +185,7 @@ zel_err_e _common_storage_get_upload_list_details(unsigned int **upload_list, un
 {
     if (!upload_list || !count)
         return reject("Invalid Params");
-    return list_counted(sql("SELECT count(*) FROM %Q;", TABLE), sql("SELECT req_id FROM %Q;", TABLE), read_id,
+    return list_counted({sql("SELECT count(*) FROM %Q;", TABLE), sql("SELECT req_id FROM %Q;", TABLE)}, read_id,
                         upload_list, count);
 }
 
@@ -198,16 +198,18 @@ zel_err_e _common_storage_get_resumable_and_cancellable_upload_req_id_and_cnt(un
         return reject("Invalid Params");
     if (all_applications(app_type))
         return list_counted(
-            sql("SELECT count(*) FROM %Q WHERE status != %d and status != %d and status != %d;", TABLE,
-                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED),
-            sql("SELECT req_id FROM %Q WHERE status != %d and status != %d and status != %d;", TABLE,
-                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED),
+            {sql("SELECT count(*) FROM %Q WHERE status != %d and status != %d and status != %d;", TABLE,
+                 QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED),
+             sql("SELECT req_id FROM %Q WHERE status != %d and status != %d and status != %d;", TABLE,
+                 QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED)},
             read_id, upload_list, count);
     return list_counted(
-        sql("SELECT count(*) FROM %Q WHERE status != %d and status != %d and status != %d and app_type = %d;", TABLE,
-            QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED, app_type),
-        sql("SELECT req_id FROM %Q WHERE status != %d and status != %d and status != %d and app_type = %d;", TABLE,
-            QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED, app_type),
+        {sql("SELECT count(*) FROM %Q WHERE status != %d and status != %d and status != %d and app_type = %d;", TABLE,
+             QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED,
+             app_type),
+         sql("SELECT req_id FROM %Q WHERE status != %d and status != %d and status != %d and app_type = %d;", TABLE,
+             QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED,
+             app_type)},
         read_id, upload_list, count);
 }
 
@@ -219,15 +221,15 @@ zel_err_e _common_storage_get_failed_and_cancelled_upload_req_id_and_cnt(unsigne
     if (!upload_list || !count)
         return reject("Invalid Params");
     if (all_applications(app_type))
-        return list_counted(sql("SELECT count(*) FROM %Q WHERE status = %d or status = %d;", TABLE,
-                                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
-                            sql("SELECT req_id FROM %Q WHERE status = %d or status = %d;", TABLE,
-                                QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
+        return list_counted({sql("SELECT count(*) FROM %Q WHERE status = %d or status = %d;", TABLE,
+                                 QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED),
+                             sql("SELECT req_id FROM %Q WHERE status = %d or status = %d;", TABLE,
+                                 QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED)},
                             read_id, upload_list, count);
-    return list_counted(sql("SELECT count(*) FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
-                            QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
-                        sql("SELECT req_id FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
-                            QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
+    return list_counted({sql("SELECT count(*) FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
+                             QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type),
+                         sql("SELECT req_id FROM %Q WHERE (status = %d or status = %d) and app_type = %d;", TABLE,
+                             QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED, app_type)},
                         read_id, upload_list, count);
 }
 
