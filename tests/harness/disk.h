@@ -7,6 +7,9 @@
 
 #include <map>
 #include <sqlite3.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace zel_test
 {
@@ -68,6 +71,25 @@ inline sqlite3_vfs *disk = nullptr; ///< the real one
 /// While it is set, files can be opened for reading only.
 inline bool disk_is_read_only = false;
 
+/// Something that the disk has carried out.
+struct disk_change {
+    enum { CREATION, DELETION, WRITE, TRUNCATION, SYNC } kind;
+    std::string file;
+    size_t place = 0; ///< where the bytes are written; what size is left
+    std::string bytes = {};
+};
+/// Where changes are noted while it is set. For one thread.
+inline std::vector<disk_change> *noted_changes = nullptr;
+inline thread_local std::map<const sqlite3_file *, std::string> opened_files; ///< names; "" for a nameless one
+
+/// Passes the code on, and notes what was carried out if that is success.
+inline int note(int code, const disk_change &change)
+{
+    if (code == SQLITE_OK && noted_changes && !change.file.empty())
+        noted_changes->push_back(change);
+    return code;
+}
+
 /// A file has these methods in the place of its own, of which there are several sets.
 struct file_methods {
     sqlite3_io_methods shim;
@@ -85,11 +107,20 @@ inline file_methods in_front_of(const sqlite3_io_methods *real)
 {
     using io = sqlite3_io_methods;
     io shim = *real;
-    shim.iVersion = 1; // without mapped memory, which would be read past xRead
+    shim.iVersion = 2; // with the shared memory of a log's index, without mapped files, which are read past xRead
     shim.xRead = meet_fault_or_call<&io::xRead, DISK_OTHER, SQLITE_IOERR_READ>;
-    shim.xWrite = meet_fault_or_call<&io::xWrite, DISK_WRITE, SQLITE_IOERR_WRITE>;
-    shim.xTruncate = meet_fault_or_call<&io::xTruncate, DISK_OTHER, SQLITE_IOERR_TRUNCATE>;
-    shim.xSync = [](sqlite3_file *, int) { return fault::meet(DISK_OTHER, SQLITE_IOERR_FSYNC); };
+    shim.xWrite = [](sqlite3_file *file, const void *bytes, int count, sqlite3_int64 place) {
+        const int code = meet_fault_or_call<&io::xWrite, DISK_WRITE, SQLITE_IOERR_WRITE>(file, bytes, count, place);
+        const std::string written(static_cast<const char *>(bytes), static_cast<size_t>(count));
+        return note(code, {disk_change::WRITE, opened_files[file], static_cast<size_t>(place), written});
+    };
+    shim.xTruncate = [](sqlite3_file *file, sqlite3_int64 size) {
+        const int code = meet_fault_or_call<&io::xTruncate, DISK_OTHER, SQLITE_IOERR_TRUNCATE>(file, size);
+        return note(code, {disk_change::TRUNCATION, opened_files[file], static_cast<size_t>(size)});
+    };
+    shim.xSync = [](sqlite3_file *file, int) {
+        return note(fault::meet(DISK_OTHER, SQLITE_IOERR_FSYNC), {disk_change::SYNC, opened_files[file]});
+    };
     shim.xFileSize = meet_fault_or_call<&io::xFileSize, DISK_OTHER, SQLITE_IOERR_FSTAT>;
     shim.xLock = meet_fault_or_call<&io::xLock, DISK_LOCK, SQLITE_IOERR_LOCK>;
     return {shim, real};
@@ -103,7 +134,11 @@ inline int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int fl
         return code;
     if (disk_is_read_only)
         flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
+    opened_files[file] = name ? name : "";
+    const bool is_new = name && access(name, F_OK) != 0;
     const int code = disk->xOpen(disk, name, file, flags, given);
+    if (is_new)
+        note(code, {disk_change::CREATION, name});
     if (file->pMethods)
         file->pMethods = &known.try_emplace(file->pMethods, in_front_of(file->pMethods)).first->second.shim;
     return code;
@@ -135,7 +170,7 @@ inline void use_faulty_disk()
     faulty.xOpen = open_file;
     faulty.xDelete = [](sqlite3_vfs *, const char *name, int sync) {
         const int code = fault::meet(DISK_OTHER, SQLITE_IOERR_DELETE);
-        return code ? code : disk->xDelete(disk, name, sync);
+        return note(code ? code : disk->xDelete(disk, name, sync), {disk_change::DELETION, name});
     };
     faulty.xCurrentTimeInt64 = [](sqlite3_vfs *, sqlite3_int64 *time) {
         *time = 210866760000000; // 1970
