@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr unsigned int bar_width = 20;
-constexpr guint64 cost_of_a_file = 64 * 1024; /**< what it takes besides its bytes, in bytes */
+constexpr guint64 cost_of_a_file = guint64{64} * 1024; /**< what it takes besides its bytes, in bytes */
 
 bool is_through(const file &one)
 {
@@ -118,7 +118,7 @@ std::string screen::summary(const request &state)
         return text + ", paused";
     const moment now = {g_get_monotonic_time(), passed, passed + through * cost_of_a_file};
     moments_.push_back(now);
-    while (moments_.size() > 2 && now.time - moments_.front().time > 5 * G_USEC_PER_SEC)
+    while (moments_.size() > 2 && now.time - moments_.front().time > gint64{5} * G_USEC_PER_SEC)
         moments_.pop_front();
     const moment then = moments_.front();
     const double seconds = static_cast<double>(now.time - then.time) / G_USEC_PER_SEC;
