@@ -1,4 +1,4 @@
-// What the fuzz targets share: a quiet platform, a requirement, and bytes taken apart.
+// What the fuzz targets share: a quiet trace, a requirement, and bytes taken apart.
 #ifndef ZEL_FUZZ_FUZZ_H
 #define ZEL_FUZZ_FUZZ_H
 
@@ -12,28 +12,13 @@
 #include <string>
 
 // Formats every line, so that each of its arguments is looked at.
-int dlog_print(log_priority, const char *, const char *format, ...)
+int dlog_print(log_priority, const char *, const char *fmt, ...)
 {
     char line[256];
     va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(line, sizeof line, format, arguments);
+    va_start(arguments, fmt);
+    vsnprintf(line, sizeof line, fmt, arguments);
     va_end(arguments);
-    return 0;
-}
-
-int system_info_get_custom_bool(const char *, bool *)
-{
-    return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
-}
-
-int app_control_clone(app_control_h *, app_control_h)
-{
-    return -1;
-}
-
-int app_control_destroy(app_control_h)
-{
     return 0;
 }
 

@@ -1,39 +1,76 @@
-// The share encoding: any bytes, read at any offset with any length up to theirs. What is read is written: the same
-// bytes, if no string was odd. Those are read and written once more.
+// The share encoding, entered at the decoders of a share, an item, a string and a number: any bytes, read at any offset
+// with any length; they are cut to it or repeated up to it. What is read is written: the same bytes, if no string was
+// odd. Those are read and written once more.
 #include "fuzz.h"
+#include "zel_common/records.h"
 #include "zel_common_request/share_encoding.h"
 
 #include <algorithm>
-#include <memory>
+#include <cstring>
 #include <vector>
 
 namespace
 {
 
 using buffer = std::vector<uint8_t>;
-using share_holder = std::unique_ptr<zel_trans_share_content_info, decltype(&_common_free_share_content_info)>;
 
-/// Reads from a copy that ends exactly where the valid bytes do.
-share_holder decode(const buffer &bytes, int length, int *offset)
+unsigned int length_of_string(const char *text)
 {
-    zel_trans_share_content_info *share = nullptr;
-    const int start = *offset;
-    const uint8_t nothing = 0;
-    const buffer copy(bytes.begin(), bytes.begin() + std::max(length, 0));
-    const zel_err_e result =
-        __get_share_content_info_list(copy.empty() ? &nothing : copy.data(), length, offset, &share);
-    REQUIRE(result == (share ? ZEL_ERR_NONE : ZEL_ERR_MEMORY));
-    REQUIRE(share ? g_list_length(share->content_info_list) == share->content_info_list_length : *offset == start);
-    return {share, _common_free_share_content_info};
+    return static_cast<unsigned int>(sizeof(int) + (text ? strlen(text) : 0));
 }
 
-buffer encode(const share_holder &share)
+template <auto length_of, auto write, typename Record> buffer encode(Record *record)
 {
-    buffer bytes(__find_length_of_share_content_info_list(share.get()));
+    buffer bytes(length_of(record));
     int end = 0;
-    REQUIRE(__set_share_content_info_list(bytes.data(), &end, share.get()) == ZEL_ERR_NONE);
+    REQUIRE(write(bytes.data(), &end, record) == ZEL_ERR_NONE);
     REQUIRE(static_cast<size_t>(end) == bytes.size());
     return bytes;
+}
+
+template <auto length_of, auto write, typename Record>
+void try_reader(zel_err_e (*reader)(const void *, int, int *, Record **), void (*release)(void *), const buffer &bytes,
+                int length, int start)
+{
+    const uint8_t nothing = 0;
+    int end = start;
+    Record *record = nullptr;
+    const zel_err_e result = reader(bytes.empty() ? &nothing : bytes.data(), length, &end, &record);
+    if (result != ZEL_ERR_NONE) {
+        REQUIRE(result == ZEL_ERR_MEMORY && !record && end == start);
+        return;
+    }
+    REQUIRE(start >= 0 && end > start);
+    const buffer written = encode<length_of, write>(record);
+    const buffer read(bytes.begin() + start, bytes.begin() + std::min(end, length));
+    // A string with a zero in it is written up to there, one of a negative length as absent, a cut one with the length
+    // that was left.
+    REQUIRE(written.size() <= read.size());
+    if (written.size() == read.size()) {
+        const auto difference = std::mismatch(read.begin(), read.end(), written.begin()).first;
+        const auto field_end = difference + std::min<std::ptrdiff_t>(4, read.end() - difference);
+        REQUIRE(difference == read.end() || end > length || *std::max_element(difference, field_end) >= 0x80);
+    }
+    int position = 0;
+    Record *again = nullptr;
+    REQUIRE(reader(written.data(), static_cast<int>(written.size()), &position, &again) == ZEL_ERR_NONE);
+    REQUIRE(position == static_cast<int>(written.size()));
+    REQUIRE((encode<length_of, write>(again) == written));
+    release(record);
+    release(again);
+}
+
+template <auto read, auto write, typename Number> void try_number(const buffer &bytes, Number number, int start)
+{
+    // Its reader knows no bound: the caller has tested that it fits.
+    if (start < 0 || static_cast<size_t>(start) + sizeof number > bytes.size())
+        return;
+    buffer written(sizeof number);
+    int end = start;
+    int written_end = 0;
+    REQUIRE(read(bytes.data(), &end, &number) == ZEL_ERR_NONE && end == start + static_cast<int>(sizeof number));
+    REQUIRE(write(written.data(), &written_end, number) == ZEL_ERR_NONE && written_end == end - start);
+    REQUIRE(std::equal(written.begin(), written.end(), bytes.begin() + start));
 }
 
 } // namespace
@@ -41,28 +78,31 @@ buffer encode(const share_holder &share)
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzedDataProvider input(data, size);
-    const bool anywhere = input.ConsumeBool();
-    const auto distance = input.ConsumeIntegral<int>();
-    const buffer bytes = input.ConsumeRemainingBytes<uint8_t>();
-    const auto length = static_cast<int>(bytes.size());
+    const int entry = input.ConsumeIntegralInRange(0, 5);
+    const int start = input.ConsumeBool() ? input.ConsumeIntegral<int>() : input.ConsumeIntegral<uint8_t>();
+    const int unit = input.ConsumeBool() ? 100 : 1;
+    const int distance = unit * input.ConsumeIntegral<int8_t>(); // of the length from the number of bytes
+    buffer bytes = input.ConsumeRemainingBytes<uint8_t>();
+    const int length = static_cast<int>(bytes.size()) + distance;
+    const size_t given = bytes.size();
+    bytes.resize(static_cast<size_t>(std::max(length, 0)));
+    for (size_t i = given; given > 0 && i < bytes.size(); ++i)
+        bytes[i] = bytes[i - given];
+    bytes.shrink_to_fit(); // the address check sees every step beyond
 
-    const int start = anywhere ? distance : 0;
-    int end = start;
-    const share_holder share = decode(bytes, length - (anywhere ? (distance & 7) : 0), &end);
-    if (!share)
-        return 0;
-    const buffer written = encode(share);
-    const buffer read(bytes.begin() + start, bytes.begin() + end);
-    // A string with a zero in it is written up to there, one of a negative length as absent.
-    REQUIRE(written.size() <= read.size());
-    if (written.size() == read.size()) {
-        const auto difference = std::mismatch(read.begin(), read.end(), written.begin()).first;
-        const auto field_end = difference + std::min<std::ptrdiff_t>(4, read.end() - difference);
-        REQUIRE(difference == read.end() || *std::max_element(difference, field_end) >= 0x80);
-    }
-    int position = 0;
-    const share_holder again = decode(written, static_cast<int>(written.size()), &position);
-    REQUIRE(again && position == static_cast<int>(written.size()));
-    REQUIRE(encode(again) == written);
+    if (entry == 0)
+        try_reader<__find_length_of_share_content_info_list, __set_share_content_info_list>(
+            __get_share_content_info_list, _common_free_share_content_info, bytes, length, start);
+    else if (entry == 1)
+        try_reader<__find_length_of_content_info, __set_content_info>(__get_content_info, __free_content_info, bytes,
+                                                                      length, start);
+    else if (entry == 2)
+        try_reader<length_of_string, __set_string>(__get_string, g_free, bytes, length, start);
+    else if (entry == 3)
+        try_number<__get_unsigned_int, __set_unsigned_int>(bytes, 0U, start);
+    else if (entry == 4)
+        try_number<__get_int, __set_int>(bytes, 0, start);
+    else
+        try_number<__get_unsigned_long_long, __set_unsigned_long_long>(bytes, 0ULL, start);
     return 0;
 }
