@@ -39,7 +39,7 @@ void make_file(const std::string &path, const std::string &content = "")
 
 } // namespace
 
-TEST(Errors, ClientCodesAndNames)
+TEST(Errors, have_client_codes_and_names)
 {
     const std::map<int, int> client_codes = {
         {0, 0},   {1, -1},  {2, -2},   {3, -3},   {4, -4},   {5, -5},   {6, -6},   {7, 0},    {8, -7},
@@ -69,69 +69,60 @@ TEST(Errors, ClientCodesAndNames)
         EXPECT_LOGS(0, trace(), _common_print_error_info, nameless);
 }
 
-TEST(Log, EntryPointOfClientsWritesNothing)
+TEST(Log, entry_point_of_clients_writes_nothing)
 {
     EXPECT_LOGS(0, trace(), zel_service_log, "file.c", "function", 1, "TAG", "%d %s", 1, "x");
     EXPECT_LOGS(0, trace(), zel_service_log, nullptr, nullptr, -1, nullptr, nullptr);
 }
 
 // What a release forgets, the leak check at the end of the process finds; what it releases twice, the address check.
-TEST(Records, ReleasesTakeNullEmptyRecordsAndAllThatARecordOwns)
+TEST(Records, releases_take_null_empty_records_and_all_that_a_record_owns)
 {
-    using item = zel_trans_content_info;
-    using recipient = quillo_msisdn_s;
-    GList *items = list_of(
-        {nullptr, owned(item{}), owned(item{text(), text(), text(), text(), text(), text(), text(), 1, 2, 3, 4})});
-    void *recipients[] = {owned(recipient{}), nullptr, owned(recipient{text(), text(), 1, 2})};
-    auto **list = static_cast<recipient **>(g_memdup2(recipients, sizeof recipients));
-    const trace path = whole("__free_file_path_list");
-    const std::tuple<const char *, void (*)(void *), void *, trace> releases[] = {
-        {"_common_free_url_info", _common_free_url_info, owned(zel_trans_url_info{text(), text()}), {}},
-        {"_common_free_url_ids_info", _common_free_url_ids_info, owned(zel_trans_url_ids_info{text(), text(), 1}), {}},
-        {"_common_free_share_content_info",
-         _common_free_share_content_info,
-         owned(zel_trans_share_content_info{text(), text(), text(), text(), text(), 1, 99, items, 1}),
-         {}},
-        {"_common_free_upload_info", _common_free_upload_info,
-         owned(zel_trans_upload_info{1, 2, 3, list_of({text(), text()}), 4, 5, text(), 3, list, {}}),
-         join({path, path})},
-        {"__free_file_path_list", __free_file_path_list, text(), {}}};
-    for (const auto &[name, release, record, inside] : releases) {
+    const auto check = [](const char *name, void (*release)(void *), void *record, const trace &inside = {}) {
         release(nullptr);
         release(g_malloc0(sizeof(zel_trans_upload_info))); // the largest of them
         release(record);
         EXPECT_TRACE(whole(name), whole(name), whole(name, {inside}));
-    }
+    };
+    using recipient = quillo_msisdn_s;
+    GList *items =
+        list_of({nullptr, owned(zel_trans_content_info{}),
+                 owned(zel_trans_content_info{text(), text(), text(), text(), text(), text(), text(), 1, 2, 3, 4})});
+    void *recipients[] = {owned(recipient{}), nullptr, owned(recipient{text(), text(), 1, 2})};
+    auto **list = static_cast<recipient **>(g_memdup2(recipients, sizeof recipients));
+    const trace path = whole("__free_file_path_list");
+    check("_common_free_url_info", _common_free_url_info, owned(zel_trans_url_info{text(), text()}));
+    check("_common_free_url_ids_info", _common_free_url_ids_info, owned(zel_trans_url_ids_info{text(), text(), 1}));
+    check("_common_free_share_content_info", _common_free_share_content_info,
+          owned(zel_trans_share_content_info{text(), text(), text(), text(), text(), 1, 99, items, 1}));
+    check("_common_free_upload_info", _common_free_upload_info,
+          owned(zel_trans_upload_info{1, 2, 3, list_of({text(), text()}), 4, 5, text(), 3, list, {}}),
+          join({path, path}));
+    check("__free_file_path_list", __free_file_path_list, text());
 }
 
-TEST(Files, SizeAndExistence)
+TEST(Files, size_and_existence_are_those_of_the_target)
 {
     // A negative size: there is none.
-    const std::tuple<const char *, long long, bool> files[] = {{"five", 5, true},
-                                                               {"largest", INT_MAX, true},
-                                                               {"empty", 0, true},
-                                                               {"too_large", 1LL << 31, false},
-                                                               {"wraps", 5 + (1LL << 32), false},
-                                                               {"dangling", -1, false},
-                                                               {"missing", -1, false},
-                                                               {"", -1, false}};
+    const std::pair<const char *, long long> files[] = {
+        {"five", 5},      {"largest", INT_MAX}, {"empty", 0}, {"too_large", 1LL << 31}, {"wraps", 5 + (1LL << 32)},
+        {"dangling", -1}, {"missing", -1},      {"", -1}};
     std::filesystem::create_symlink("missing", "dangling");
-    const trace unexamined = critical(it, "Fail: stat failed");
-    const trace empty = critical(it, "Fail:Filesize is zero");
-    const trace found = info(it, "File already exist");
-    for (const auto &[name, size, has_size] : files) {
+    for (const auto &[name, size] : files) {
         const char *path = name; // which a macro's lambda can hold
         if (size >= 0) {
             make_file(path);
             std::filesystem::resize_file(path, static_cast<uintmax_t>(size)); // takes no place on the disk
         }
         unsigned int answer = 77;
-        if (has_size)
-            EXPECT_WHOLE(ZEL_ERR_NONE, size ? trace() : empty, _common_util_file_size, path, &answer);
+        if (size >= 0 && size <= INT_MAX)
+            EXPECT_WHOLE(ZEL_ERR_NONE, size ? trace() : critical(it, "Fail:Filesize is zero"), _common_util_file_size,
+                         path, &answer);
         else
-            EXPECT_BEGUN(ZEL_ERR_INVALID_FILE, unexamined, _common_util_file_size, path, &answer);
-        EXPECT_EQ(answer, has_size ? size : 77) << path;
-        EXPECT_WHOLE(size >= 0, size < 0 ? trace() : found, _common_util_file_exist, path);
+            EXPECT_BEGUN(ZEL_ERR_INVALID_FILE, critical(it, "Fail: stat failed"), _common_util_file_size, path,
+                         &answer);
+        EXPECT_EQ(answer, size >= 0 && size <= INT_MAX ? size : 77) << path;
+        EXPECT_WHOLE(size >= 0, size < 0 ? trace() : info(it, "File already exist"), _common_util_file_exist, path);
     }
     EXPECT_NULLS_REJECTED(2, ZEL_ERR_INVALID_ARG, "Invalid Parameters", _common_util_file_size);
     calls::file_status.answer(EIO, 0, 2);
@@ -139,7 +130,7 @@ TEST(Files, SizeAndExistence)
     EXPECT_FALSE(_common_util_file_exist("five"));
 }
 
-TEST(Files, NameExtensionAndFreePath)
+TEST(Files, names_are_split_at_the_last_dot_and_numbered_until_free)
 {
     std::filesystem::create_directories("dir.d");
     for (const char *taken : {"taken_1.jpg", "taken_2.jpg", "gap_2.jpg", "dir.d/x_1.gz"})
@@ -159,13 +150,12 @@ TEST(Files, NameExtensionAndFreePath)
     char result[ZEL_NEW_PATH_SIZE + 1] = "";
     for (const auto &[path, name, extension, free_path] : paths) {
         take_trace();
-        char *got_name = _common_util_get_filename_without_ext(path);
-        char *got_extension = _common_util_get_ext(path);
+        char *const got[] = {_common_util_get_filename_without_ext(path), _common_util_get_ext(path)};
         EXPECT_TRACE(parts);
-        EXPECT_STREQ(got_name, name) << path;
-        EXPECT_STREQ(got_extension, extension) << path;
-        std::free(got_name);
-        g_free(got_extension);
+        EXPECT_STREQ(got[0], name) << path;
+        EXPECT_STREQ(got[1], extension) << path;
+        std::free(got[0]);
+        g_free(got[1]);
         _common_util_get_file_valid_path(path, result);
         EXPECT_STREQ(result, free_path);
     }
@@ -175,13 +165,13 @@ TEST(Files, NameExtensionAndFreePath)
     for (const std::string &path : {stem + ".jpg", stem, "." + stem, std::string(5000, '/') + "a.b", std::string()}) {
         std::fill(std::begin(result), std::end(result), '#');
         _common_util_get_file_valid_path(path.empty() ? nullptr : path.c_str(), result);
-        EXPECT_STREQ(result, path.substr(0, ZEL_NEW_PATH_SIZE - 1).c_str());
         EXPECT_EQ(result[ZEL_NEW_PATH_SIZE], '#');
+        EXPECT_STREQ(result, path.substr(0, ZEL_NEW_PATH_SIZE - 1).c_str());
     }
     EXPECT_EQ(_common_util_get_filename_without_ext(nullptr), nullptr);
 }
 
-TEST(Process, RandomNumberIsSeededFromTheClock)
+TEST(Process, random_number_is_seeded_from_the_clock)
 {
     const std::tuple<int, int, int> seeds[] = {
         {7, 12, 7}, {999, 12, 999}, {1000, 12, 100}, {99999, INT_MAX, 999}, {123456, INT_MIN, 123}};
@@ -194,14 +184,14 @@ TEST(Process, RandomNumberIsSeededFromTheClock)
     EXPECT_TRACE();
 }
 
-TEST(Process, TimeInSecondsAndMilliseconds)
+TEST(Process, time_is_in_seconds_and_milliseconds)
 {
     const scripted_clock clock(6000000000, 1999);
     EXPECT_WHOLE(6000000000u, debug(it, " timestamp:6000000000"), _common_util_get_current_timestamp);
     EXPECT_WHOLE(6000000000001u, debug(it, " timestamp:6000000000001"), _common_util_get_current_unix_time);
 }
 
-TEST(Process, PidFileHoldsTheWritersThreadId)
+TEST(Process, pid_file_holds_the_writers_thread_id)
 {
     pid_t pid = 77;
     const trace unopened = critical(it, "RESUME: open file /tmp/quillo.pid error");
@@ -226,7 +216,7 @@ TEST(Process, PidFileHoldsTheWritersThreadId)
 }
 
 // An answer is kept for the life of the process: each of these two needs one of its own.
-TEST(Process, FeatureIsAskedForUntilAnswered)
+TEST(Process, feature_is_asked_for_until_answered)
 {
     platform.feature_value = true;
     platform.feature_result = -5;
@@ -237,7 +227,7 @@ TEST(Process, FeatureIsAskedForUntilAnswered)
     EXPECT_LOGS(true, trace(), _common_util_check_enhanced_feature);
 }
 
-TEST(Process, FeatureThatIsUnknownIsCached)
+TEST(Process, feature_that_is_unknown_is_cached)
 {
     EXPECT_LOGS(false, critical(it, "enhanced feature does not exist in feature file"),
                 _common_util_check_enhanced_feature);

@@ -55,7 +55,7 @@ class Thread : public testing::Test
 
 } // namespace
 
-TEST_F(Thread, RecordStatesAndNullArguments)
+TEST_F(Thread, record_holds_its_states_and_null_is_rejected)
 {
     EXPECT_FALSE(thread.record->is_running);
     EXPECT_WHOLE(0, trace(), _common_thread_notify_started, thread.record);
@@ -79,7 +79,7 @@ TEST_F(Thread, RecordStatesAndNullArguments)
     EXPECT_NULLS_REFUSED(1, false, body, _common_thread_get_wait_status);
 }
 
-TEST_F(Thread, OwnerWritesItsFlagWhileOthersReadIt)
+TEST_F(Thread, owner_writes_its_flag_while_others_read_it)
 {
     std::atomic_ref<bool> flag(thread.record->thread_wait_status);
     const auto raised = std::async(std::launch::async, [&] { flag = true; });
@@ -87,7 +87,7 @@ TEST_F(Thread, OwnerWritesItsFlagWhileOthersReadIt)
         std::this_thread::yield();
 }
 
-TEST_F(Thread, FailedStepsOfStartAndStop)
+TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
 {
     worker other;
     ASSERT_TRUE(_common_thread_start(&other.record, work, &other));
@@ -114,7 +114,7 @@ TEST_F(Thread, FailedStepsOfStartAndStop)
     EXPECT_EQ(calls::cond_destroy.calls(), 2);
 }
 
-TEST_F(Thread, WaitsEndAtTheirDeadlines)
+TEST_F(Thread, waits_end_at_their_deadlines)
 {
     const scripted_clock clock(1000, 999999); // long past: a real wait ends at once
     EXPECT_WHOLE(false, trace(), _common_thread_wait_till_start, thread.record);
@@ -136,7 +136,7 @@ TEST_F(Thread, WaitsEndAtTheirDeadlines)
     EXPECT_WHOLE(EINVAL, access, _common_thread_waitCallback, thread.record);
 }
 
-TEST_F(Thread, SignalEndsBothWaits)
+TEST_F(Thread, signal_ends_both_waits)
 {
     auto started = std::async(std::launch::async, [this] { return _common_thread_wait_till_start(thread.record); });
     wait_for_sleeper(thread.record->available_lock);
