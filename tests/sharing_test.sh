@@ -38,7 +38,7 @@ killed() {
 trap 'kill -KILL $service $server 2>/dev/null || true' EXIT
 
 # However slow the machine: at the chunks where it hangs, the server waits for what is done here, or for the time-out.
-start_server 0 --stage 503@2,hang@4,cut@6,hang@8,hang@11
+start_server 0 --refuse 2 --cut 6 --hang 4,8,11
 start_service
 
 # A file that is empty, names that are no text, and files of some chunks.
