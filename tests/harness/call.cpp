@@ -5,13 +5,14 @@
 #include "zel_common_storage/received_shares.h"
 #include "zel_platform.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <functional>
 #include <list>
-#include <map>
+#include <memory>
 #include <set>
+#include <span>
 #include <tuple>
 #include <type_traits>
 
@@ -31,51 +32,25 @@ std::string shown(number auto value)
     return std::to_string(+value); // an enumeration counts as its number
 }
 
-/* The members of records, in their order. */
-
-auto members(zel_content_sync_info &it)
-{
-    return std::tie(it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only, it.fail_retry_count,
-                    it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original, it.thumbnail,
-                    it.name, it.local_path, it.mupload_key);
-}
-
-auto members(zel_upload_request_info &it)
-{
-    return std::tie(it.unique_id, it.req_id, it.file_count, it.status, it.receiver_count, it.expired_time,
-                    it.total_size, it.contents_token, it.app_type, it.from_ccc, it.from_number, it.description,
-                    it.sent_time);
-}
-
-auto members(zel_trans_content_info &it)
-{
-    return std::tie(it.content_id, it.original, it.thumbnail, it.mid_thumbnail, it.big_thumbnail, it.name,
-                    it.content_type, it.contents_token, it.download_count, it.max_download_count, it.size);
-}
-
-/// But for the items.
-auto members(zel_trans_share_content_info &it)
-{
-    return std::tie(it.contents_token, it.description, it.type, it.from_msisdn, it.to_list, it.expired_time,
-                    it.push_status);
-}
-
-auto members(quillo_msisdn_s &it)
-{
-    return std::tie(it.ccc, it.phone_number, it.number_id, it.group_id);
-}
-
-auto members(zel_trans_url_info &it)
-{
-    return std::tie(it.url, it.content_type);
-}
-
-/// But for the lists.
-auto members(zel_trans_upload_info &it)
-{
-    return std::tie(it.request_id, it.total_size, it.file_count, it.expired_time, it.sent_time, it.contents_token,
-                    it.status);
-}
+// The members of records, in their order, but for lists.
+#define MEMBERS(record, ...)                                                                                           \
+    auto members(record &it)                                                                                           \
+    {                                                                                                                  \
+        return std::tie(__VA_ARGS__);                                                                                  \
+    }
+MEMBERS(zel_content_sync_info, it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only,
+        it.fail_retry_count, it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original,
+        it.thumbnail, it.name, it.local_path, it.mupload_key)
+MEMBERS(zel_upload_request_info, it.unique_id, it.req_id, it.file_count, it.status, it.receiver_count, it.expired_time,
+        it.total_size, it.contents_token, it.app_type, it.from_ccc, it.from_number, it.description, it.sent_time)
+MEMBERS(zel_trans_content_info, it.content_id, it.original, it.thumbnail, it.mid_thumbnail, it.big_thumbnail, it.name,
+        it.content_type, it.contents_token, it.download_count, it.max_download_count, it.size)
+MEMBERS(zel_trans_share_content_info, it.contents_token, it.description, it.type, it.from_msisdn, it.to_list,
+        it.expired_time, it.push_status)
+MEMBERS(zel_trans_upload_info, it.request_id, it.total_size, it.file_count, it.expired_time, it.sent_time,
+        it.contents_token, it.status)
+MEMBERS(quillo_msisdn_s, it.ccc, it.phone_number, it.number_id, it.group_id)
+MEMBERS(zel_trans_url_info, it.url, it.content_type)
 
 template <typename T>
 concept record = requires(T it)
@@ -83,25 +58,40 @@ concept record = requires(T it)
     members(it);
 };
 
-std::string shown(record auto &it)
+std::vector<std::string> cells(record auto &it)
 {
-    std::string all;
-    std::apply([&](auto &...each) { ((all += (all.empty() ? "(" : " ") + shown(each)), ...); }, members(it));
-    return all + ")";
+    return std::apply([](auto &...each) { return std::vector{shown(each)...}; }, members(it));
 }
 
-/* What comes out, which is released. */
+std::string joined(const std::vector<std::string> &all)
+{
+    std::string line;
+    for (const std::string &each : all)
+        line += (line.empty() ? "" : " ") + each;
+    return line;
+}
 
+std::string shown(record auto &it)
+{
+    return "(" + joined(cells(it)) + ")";
+}
+
+/// The outputs of one call, which are told and released, and what it was given, which lives as long.
 struct io {
     told &out;
-    size_t length = 0;                 ///< of a list: the last number that was passed
-    std::list<std::string> texts = {}; ///< in use by the call
+    size_t length = 0;       ///< of a list: the last number that was passed
+    std::string result = {}; ///< if that is no code
+
+    std::list<std::string> texts = {};
+    std::list<zel_trans_content_info> items = {};
+    std::unique_ptr<GList, decltype(&g_list_free)> item_list = {nullptr, g_list_free};
+    std::list<quillo_msisdn_s> people = {};
+    std::vector<quillo_msisdn_s *> addresses = {};
 
     void put(const std::string &text)
     {
         out.outputs = " " + text + out.outputs; // the last one comes first
     }
-
     std::string take(number auto value)
     {
         length = static_cast<size_t>(value);
@@ -115,12 +105,9 @@ struct io {
     }
     std::string take(quillo_msisdn_s *it)
     {
-        if (!it)
-            return "NULL";
-        const std::string all = shown(*it);
-        g_free(it->ccc);
-        g_free(it->phone_number);
-        g_free(it);
+        const std::string all = it ? shown(*it) : "NULL";
+        for (void *each : {it ? it->ccc : nullptr, it ? it->phone_number : nullptr, reinterpret_cast<char *>(it)})
+            g_free(each);
         return all;
     }
     std::string take(zel_content_sync_info *it)
@@ -129,19 +116,17 @@ struct io {
         _common_storage_free_sync_content_info(it);
         return all;
     }
-    /// Of an array whose length is known.
+    /// An array whose length is known.
     template <typename T> std::string take(T *array)
     {
         std::vector<std::string> all;
-        for (size_t i = 0; array && i < length; ++i)
-            if constexpr (number<T>)
-                all.push_back(shown(array[i]));
-            else
-                all.push_back(take(array[i]));
+        const size_t before = length;
+        for (size_t i = 0; array && i < before; ++i)
+            all.push_back(take(array[i]));
         free(array);
         return array ? listed(all) : "NULL";
     }
-    /// Of a list, all of whose records are of one kind. It stays if there is no release.
+    /// A list, all of whose records are of one kind. It stays if there is no release.
     template <record T> std::string take(GList *list, GDestroyNotify release)
     {
         std::vector<std::string> all;
@@ -168,65 +153,71 @@ struct io {
         _common_free_share_content_info(it);
         return all;
     }
-
+    /// With those of the items that were given.
+    std::vector<std::string> all_cells(record auto &it)
+    {
+        std::vector<std::string> all = cells(it);
+        for (zel_trans_content_info &item : items)
+            for (const std::string &cell : cells(item))
+                all.push_back(cell);
+        return all;
+    }
     /// In full, or if that is long, the first words of the first and the last.
     std::string listed(const std::vector<std::string> &all) const
     {
-        std::string line;
-        for (const std::string &each : all)
-            line += (line.empty() ? "[" : " ") + each;
-        out.records += line.substr(line.empty() ? 0 : 1) + "\n";
-        if (line.size() <= 80)
-            return (all.empty() ? "[" : line) + "]";
+        const std::string line = joined(all);
+        out.records += line + "\n";
         const auto head = [](const std::string &it) { return it.substr(it[0] == '(', it.find(' ') - (it[0] == '(')); };
-        return "[" + std::to_string(all.size()) + ": " + head(all.front()) + " ... " + head(all.back()) + "]";
+        return line.size() < 80
+                   ? "[" + line + "]"
+                   : "[" + std::to_string(all.size()) + ": " + head(all[0]) + " ... " + head(all.back()) + "]";
     }
 };
 
-/* How each type of argument is read, kept for the time of the call, and shown afterwards. */
+/// The words of one argument, read one after the other.
+struct reader {
+    io &with;
+    std::span<const std::string> words;
 
-/// The tokens of one argument, read one after the other.
-class reader
-{
-  public:
-    reader(const std::vector<call::token> &given, io &passed) : with(passed), tokens_(given) {}
-
-    bool next_is(const char *text) const
+    bool skip(const char *word)
     {
-        return at_ < tokens_.size() && !tokens_[at_].quoted && tokens_[at_].text == text;
-    }
-    bool skip(const char *text)
-    {
-        const bool found = next_is(text);
-        at_ += found;
+        const bool found = !words.empty() && words[0] == word;
+        words = words.subspan(found);
         return found;
     }
-    void read(char *&value)
+    bool skip_null()
+    {
+        return words.empty() || skip("NULL");
+    }
+    std::string next()
+    {
+        EXPECT_FALSE(words.empty());
+        words = words.subspan(1);
+        return *(words.data() - 1);
+    }
+    template <typename C>
+    requires std::is_same_v<const C, const char>
+    void read(C *&value)
     {
         value = nullptr;
-        if (skip("NULL"))
+        if (skip_null())
             return;
-        const std::string &text = tokens_.at(at_++).text;
+        std::string text = next();
+        text.erase(0, text[0] == '"');
         value = with.texts.emplace_back(text.empty() ? text : prefix + text).data();
     }
     void read(number auto &value)
     {
-        static const std::map<std::string, int> names = {{"NULL", 0},
-                                                         {"upload", ZEL_UPLOAD_FILE},
-                                                         {"thumbnail", ZEL_DOWNLOAD_THUMBNAIL},
-                                                         {"any", ZEL_UNKNOWN},
-                                                         {"download", ZEL_DOWNLOAD_FILE},
-                                                         {"todo", ZEL_SYNC_TODO},
-                                                         {"ongoing", ZEL_SYNC_ONGOING},
-                                                         {"failed", ZEL_SYNC_FAILED},
-                                                         {"paused", ZEL_SYNC_PAUSED},
-                                                         {"paused_todo", ZEL_SYNC_PAUSED_TODO},
-                                                         {"complete", ZEL_SYNC_COMPLETE}};
-        const std::string &text = tokens_.at(at_++).text;
-        const auto name = names.find(text);
-        const unsigned long long all = name != names.end()   ? static_cast<unsigned long long>(name->second)
-                                       : text.front() == '-' ? static_cast<unsigned long long>(std::stoll(text))
-                                                             : std::stoull(text);
+        static const std::vector<std::string> types = {"any", "upload", "thumbnail", "download"};
+        static const std::vector<std::string> states = {"todo",   "ongoing",     "failed",
+                                                        "paused", "paused_todo", "complete"};
+        const std::string text = skip_null() ? "0" : next();
+        unsigned long long all = text[0] == '-' ? static_cast<unsigned long long>(std::stoll(text)) : 0;
+        if (std::isdigit(text[0]))
+            all = std::stoull(text);
+        for (const auto &names : {types, states})
+            if (const auto found = std::find(names.begin(), names.end(), text); found != names.end())
+                all = static_cast<unsigned long long>(found - names.begin());
         with.length = static_cast<size_t>(all);
         value = static_cast<std::remove_reference_t<decltype(value)>>(all);
     }
@@ -234,14 +225,35 @@ class reader
     {
         EXPECT_TRUE(skip("("));
         std::apply([this](auto &...all) { (this->read(all), ...); }, members(it));
+        if constexpr (std::is_same_v<decltype(it), zel_trans_share_content_info &>)
+            for (; words.size() > 1; skip(")")) {
+                void *const item = skip_null() ? nullptr : &with.items.emplace_back();
+                if (item)
+                    read(with.items.back());
+                with.item_list.reset(it.content_info_list = g_list_append(with.item_list.release(), item));
+            }
     }
-
-    io &with;
-
-  private:
-    const std::vector<call::token> &tokens_;
-    size_t at_ = 0;
+    void read(quillo_msisdn_s **&value)
+    {
+        value = nullptr;
+        if (skip_null())
+            return;
+        with.addresses.reserve(1); // nobody is no null pointer
+        for (skip("nobody"); !words.empty(); skip(")"))
+            read(*with.addresses.emplace_back(&with.people.emplace_back()));
+        value = with.addresses.data();
+    }
+    void read(quillo_storage_unique_data_involk_cb &value)
+    {
+        const auto log = [](void *key, void *text) {
+            dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "callback(1): called with %s, %s\n", static_cast<char *>(key),
+                       static_cast<char *>(text));
+        };
+        value = skip_null() ? nullptr : +log;
+    }
 };
+
+/* How an argument is read, kept for the time of the call, and shown afterwards. */
 
 template <typename T> struct argument {
     explicit argument(reader &in)
@@ -251,212 +263,104 @@ template <typename T> struct argument {
     T value;
 };
 
-template <> struct argument<const char *> {
-    explicit argument(reader &in)
-    {
-        in.read(value);
-    }
-    char *value;
-};
-
-char nowhere[16];
-/// What an output holds before a call: nothing that any operation would put there.
-template <typename T> constexpr T UNTOUCHED = 77;
-template <> constexpr bool UNTOUCHED<bool> = true;
-template <> constexpr int UNTOUCHED<int> = -77;
-template <typename T> T *const UNTOUCHED<T *> = reinterpret_cast<T *>(nowhere);
-
-template <typename T> struct argument<T *> {
-    explicit argument(reader &in) : with(in.with), value(in.skip("NULL") ? nullptr : &it)
+/// A record, of which the members that the call has changed are shown; or an output, which holds before the call what
+/// no operation would put there.
+template <typename T>
+requires(!std::is_const_v<T> && !std::is_function_v<T> && !std::is_same_v<T, quillo_msisdn_s *>) struct argument<T *> {
+    explicit argument(reader &in) : with(in.with), value(in.skip_null() ? nullptr : &it)
     {
         lists_urls = in.skip("&urls");
         if constexpr (std::is_same_v<T, bool>)
             it = !in.skip("&false");
-    }
-    argument(const argument &) = delete;
-    argument &operator=(const argument &) = delete;
-    ~argument()
-    {
-        if (value)
-            with.put(std::is_same_v<T, bool> || it != UNTOUCHED<T> ? handed_out() : "-");
-    }
-    std::string handed_out()
-    {
-        if constexpr (!std::is_same_v<T, GList *>)
-            return with.take(it);
-        else if (lists_urls)
-            return with.template take<zel_trans_url_info>(it, _common_free_url_info);
-        else
-            return with.template take<zel_content_sync_info>(it, _common_storage_free_sync_content_info);
-    }
-    io &with;
-    T it = UNTOUCHED<T>, *value;
-    bool lists_urls = false;
-};
-
-template <> struct argument<quillo_storage_unique_data_involk_cb> {
-    explicit argument(reader &in) : value(in.skip("NULL") ? nullptr : log) {}
-    static void log(void *key, void *text)
-    {
-        dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "%s(%d): called with %s, %s\n", "callback", 1, static_cast<char *>(key),
-                   static_cast<char *>(text));
-    }
-    quillo_storage_unique_data_involk_cb value;
-};
-
-/// A record, of which the numbers that the call has changed are shown.
-template <record T> struct argument<T *> {
-    explicit argument(reader &in) : with(in.with), value(in.skip("NULL") ? nullptr : &it)
-    {
-        if (value)
+        else if constexpr (!record<T>)
+            std::memset(&it, 77, sizeof it);
+        else if (value && !in.skip("&"))
             in.read(it);
-        before = it;
+        if constexpr (record<T>)
+            before = with.all_cells(it);
+        else
+            before = it;
     }
-    argument(const argument &) = delete;
-    argument &operator=(const argument &) = delete;
     ~argument()
     {
-        std::string all;
-        const auto show = [&]<typename M>(M then, M now) {
-            if (then != now && number<M>)
-                all += (all.empty() ? "" : " ") + shown(now);
-        };
-        [&]<size_t... I>(const auto &then, const auto &now, std::index_sequence<I...>)
-        {
-            (show(std::get<I>(then), std::get<I>(now)), ...);
+        if (value)
+            tell();
+    }
+    void tell()
+    {
+        if constexpr (std::is_same_v<T, zel_trans_upload_info>) {
+            with.put(it.file_path_list ? with.take(static_cast<T *>(g_memdup2(&it, sizeof it))) : "-");
+        } else if constexpr (record<T>) {
+            std::vector<std::string> changed;
+            for (size_t i = 0; const std::string &cell : with.all_cells(it))
+                if (cell != before[i++])
+                    changed.push_back(cell);
+            if (!changed.empty())
+                with.put(joined(changed));
+        } else if (it == before && !std::is_same_v<T, bool>) {
+            with.put("-");
+        } else if constexpr (!std::is_same_v<T, GList *>) {
+            with.put(with.take(it));
+        } else if (lists_urls) {
+            with.put(with.template take<zel_trans_url_info>(it, _common_free_url_info));
+        } else {
+            with.put(with.template take<zel_content_sync_info>(it, _common_storage_free_sync_content_info));
         }
-        (members(before), members(it), std::make_index_sequence<std::tuple_size_v<decltype(members(it))>>());
-        if (!all.empty())
-            with.put(all);
     }
     io &with;
-    T it = {}, before = {}, *value;
+    T it = {}, *value;
+    std::conditional_t<record<T>, std::vector<std::string>, T> before = {};
+    bool lists_urls;
 };
 
-template <> struct argument<zel_trans_share_content_info *> {
-    explicit argument(reader &in)
-    {
-        if (in.skip("NULL"))
-            return;
-        in.read(it);
-        for (; in.next_is("(") || in.next_is("NULL"); in.skip(")"))
-            it.content_info_list = g_list_append(it.content_info_list, items.emplace_back(in).value);
-        value = &it;
-    }
-    ~argument()
-    {
-        g_list_free(it.content_info_list);
-        while (!items.empty())
-            items.pop_back();
-    }
-    zel_trans_share_content_info it = {}, *value = nullptr;
-    std::list<argument<zel_trans_content_info *>> items;
-};
-
-template <> struct argument<quillo_msisdn_s **> {
-    explicit argument(reader &in)
-    {
-        if (in.skip("NULL"))
-            return;
-        for (; in.next_is("("); in.skip(")"))
-            in.read(people.emplace_back());
-        addresses.reserve(1); // nobody is no null pointer
-        for (quillo_msisdn_s &it : people)
-            addresses.push_back(&it);
-        value = addresses.data();
-    }
-    std::list<quillo_msisdn_s> people;
-    std::vector<quillo_msisdn_s *> addresses;
-    quillo_msisdn_s **value = nullptr;
-};
-
-/// A report that an operation puts paths into.
-template <> struct argument<zel_trans_upload_info *> {
-    explicit argument(reader &in) : with(in.with), value(in.skip("NULL") ? nullptr : &it) {}
-    ~argument()
-    {
-        with.put(it.file_path_list ? with.take(static_cast<zel_trans_upload_info *>(g_memdup2(&it, sizeof it))) : "-");
-    }
-    io &with;
-    zel_trans_upload_info it = {}, *value;
-};
-
-struct named {
-    std::string function;
-    std::function<int(const call::tokens &, io &)> call;
-};
-
-/// Reads the arguments, each from its tokens, and calls with all of them.
+/// Reads the arguments, each from its words, and calls with all of them.
 template <typename Result, typename... Parameters, typename... Held>
-Result call_with(Result (*function)(Parameters...), const call::tokens &given, io &with, Held &...held)
+int call_with(Result (*function)(Parameters...), const call &given, io &with, Held &...held)
 {
-    if constexpr (sizeof...(Held) == sizeof...(Parameters)) {
+    if constexpr (sizeof...(Held) < sizeof...(Parameters)) {
+        reader in{with, given.arguments.at(sizeof...(Held))};
+        argument<std::tuple_element_t<sizeof...(Held), std::tuple<Parameters...>>> next(in);
+        return call_with(function, given, with, held..., next);
+    } else {
+        EXPECT_EQ(given.arguments.size(), sizeof...(Parameters)) << given.text;
         at_call(true);
         const Result result = function(held.value...);
         at_call(false);
-        return result;
-    } else {
-        reader in(given.at(1 + sizeof...(Held)), with);
-        argument<std::tuple_element_t<sizeof...(Held), std::tuple<Parameters...>>> next(in);
-        return call_with(function, given, with, held..., next);
+        if constexpr (std::is_same_v<Result, zel_err_e>)
+            return result;
+        with.result = " " + shown(result != Result());
+        if constexpr (std::is_pointer_v<Result>)
+            sqlite3_finalize(result);
+        return 0;
     }
 }
 
-template <typename Result, typename... Parameters> named bind(const char *name, Result (*function)(Parameters...))
-{
-    return {name, [function](const call::tokens &given, io &with) {
-                EXPECT_EQ(given.size(), 1 + sizeof...(Parameters)) << given[0][0].text;
-                const Result result = call_with(function, given, with);
-                if constexpr (std::is_same_v<Result, zel_err_e>)
-                    return static_cast<int>(result);
-                with.put(shown(result));
-                return 0;
-            }};
-}
+struct operation {
+    const char *function;
+    std::function<int(const call &, io &)> call;
+};
 
-// One whose result is no code, one that takes any pointer, one whose result is a statement.
-
-unsigned int batch_count(zel_file_sync_type type, zel_file_sync_status status, bool retried)
+const std::map<std::string, operation> &operations_by_name()
 {
-    return static_cast<unsigned int>(_common_storage_get_batch_count(type, status, retried));
-}
-
-zel_err_e release(bool there)
-{
-    _common_storage_free_sync_content_info(there ? g_new0(zel_content_sync_info, 1) : nullptr);
-    return ZEL_ERR_NONE;
-}
-
-bool can_prepare(const char *query)
-{
-    sqlite3_stmt *const statement = __execute_select_query(query);
-    sqlite3_finalize(statement);
-    return statement;
-}
-
-const std::map<std::string, named> &operations_by_name()
-{
-#define OP(name)                                                                                                       \
+#define INNER(shorter, function)                                                                                       \
     {                                                                                                                  \
-#name, bind("_common_storage_" #name, _common_storage_##name)                                                  \
+        shorter,                                                                                                       \
+        {                                                                                                              \
+#function, [](const call &given, io &with) { return call_with(function, given, with); }                    \
+        }                                                                                                              \
     }
-#define INNER(name)                                                                                                    \
-    {                                                                                                                  \
-#name, bind(#name, name)                                                                                       \
-    }
-    static const std::map<std::string, named> all = {
-        {"free_sync_content_info", bind("_common_storage_free_sync_content_info", release)},
-        {"get_batch_count", bind("_common_storage_get_batch_count", batch_count)},
-        {"__execute_select_query", bind("__execute_select_query", can_prepare)},
-        INNER(__execute_query),
-        INNER(__execute_insert_query),
-        INNER(__common_storage_get_db_version),
+#define OP(name) INNER(#name, _common_storage_##name)
+    static const std::map<std::string, operation> all = {
+        INNER("__execute_query", __execute_query),
+        INNER("__execute_insert_query", __execute_insert_query),
+        INNER("__execute_select_query", __execute_select_query),
+        INNER("__common_storage_get_db_version", __common_storage_get_db_version),
         OP(delete_push_noti),
         OP(delete_content_info),
         OP(add_content_info),
         OP(exist_content_info),
         OP(get_contents),
-#include "exported_operations.inc" // OP of each, made from the list of exports; what stands above goes first
+#include "exported_operations.inc" // OP of each, made from the list of exports
     };
     return all;
 }
@@ -476,54 +380,46 @@ std::string shown(const char *text)
     return all.empty() || all.find(' ') != std::string::npos ? "\"" + all + "\"" : all;
 }
 
-call::call(const std::string &text) : text_(text)
+call::call(const std::string &given) : text(given), name(given.substr(0, given.find(' ')))
 {
     int depth = 0; // of parentheses
     bool after_record = false;
-    for (size_t at = 0; (at = text.find_first_not_of(' ', at)) != std::string::npos;) {
-        const bool quoted = text[at] == '"', opens = text[at] == '(', closes = text[at] == ')';
-        const size_t start = at + quoted;
-        const size_t stop =
-            opens || closes ? start + 1 : std::min(text.find_first_of(quoted ? "\"" : " ()", start), text.size());
+    for (size_t at = name.size(), end; (at = text.find_first_not_of(' ', at)) != std::string::npos; at = end) {
+        const bool opens = text[at] == '(', closes = text[at] == ')', quoted = text[at] == '"';
+        end = std::min(opens || closes ? at + 1 : text.find_first_of(quoted ? "\"" : " ()", at + quoted), text.size());
         if (depth == 0 && !(opens && after_record))
-            arguments_.emplace_back();
-        arguments_.back().push_back({text.substr(start, stop - start), quoted});
+            arguments.emplace_back();
+        arguments.back().push_back(text.substr(at, end - at));
         depth += opens - closes;
         after_record = closes;
-        at = stop + quoted;
+        end += quoted;
     }
-}
-
-std::vector<std::string> call::names()
-{
-    std::vector<std::string> all;
-    for (const auto &[name, operation] : operations_by_name())
-        all.push_back(name);
-    return all;
 }
 
 told call::operator()() const
 {
     told out;
     io with{out};
-    out.code = operations_by_name().at(name()).call(arguments_, with);
+    out.code = operations_by_name().at(name).call(*this, with);
+    out.outputs = with.result + out.outputs;
     return out;
 }
 
 std::string call::function() const
 {
-    return operations_by_name().at(name()).function;
+    return operations_by_name().at(name).function;
 }
 
 bool call::has(size_t argument) const
 {
-    return arguments_.at(argument)[0].text != "NULL" && arguments_[argument][0].text != "0";
+    const std::string &first = arguments[argument].at(0);
+    return first != "NULL" && first != "0";
 }
 
 call call::without(size_t argument) const
 {
     call other = *this;
-    other.arguments_.at(argument) = {{"NULL", false}};
+    other.arguments[argument].clear();
     return other;
 }
 
@@ -545,7 +441,7 @@ std::vector<table_line> table_of_calls()
             given.clear();
         } else if (text[0] != '#') {
             const call made(text.substr(0, text.find(" -> ")));
-            all.push_back({section, given, made, given.empty() && known.insert(made.name()).second, text, i, next});
+            all.push_back({section, given, made, given.empty() && known.insert(made.name).second, text, i, next});
         }
     }
     return all;
@@ -563,11 +459,17 @@ std::vector<std::string> sections()
 std::vector<call> operations()
 {
     std::vector<call> all;
-    for (const table_line &line : table_of_calls()) {
-        const std::string name = line.made.name();
-        if (line.is_first && !name.starts_with("__execute") && name != "init" && name != "free_sync_content_info")
+    for (const table_line &line : table_of_calls())
+        if (line.is_first && !line.made.name.starts_with("__execute") && line.made.name != "init")
             all.push_back(line.made);
-    }
+    return all;
+}
+
+std::set<std::string> operation_names()
+{
+    std::set<std::string> all;
+    for (const auto &[name, operation] : operations_by_name())
+        all.insert(name);
     return all;
 }
 

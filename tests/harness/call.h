@@ -2,6 +2,7 @@
 #ifndef ZEL_TESTS_CALL_H
 #define ZEL_TESTS_CALL_H
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -10,13 +11,12 @@ namespace zel_test
 
 /// Stands in front of every text that a call is given, and is taken out of all that is shown.
 inline std::string prefix;
-
 std::string without_prefix(std::string text);
-/// Told when an operation itself begins and ends, its arguments being read already: for whoever takes its time.
-inline void (*at_call)(bool begins) = [](bool) {};
-
 /// A text as calls are written: in quotation marks if it is empty or holds blanks.
 std::string shown(const char *text);
+
+/// Told when an operation itself begins and ends, its arguments being read already: for whoever takes its time.
+inline void (*at_call)(bool begins) = [](bool) {};
 
 /// How a call went.
 struct told {
@@ -28,43 +28,18 @@ struct told {
 /// An operation's name without its common head, then the arguments: numbers, texts, NULL, "&" for an output ("&false"
 /// for one that holds false, "&urls" for a list of URLs); a record stands in parentheses, its members in their order,
 /// and a list of records as one behind the other.
-class call
-{
-  public:
-    call(const std::string &text);
-
-    /// Of all operations.
-    static std::vector<std::string> names();
-
+struct call {
+    explicit call(const std::string &given);
     /// Reads the arguments, calls, and releases what is handed out.
     told operator()() const;
-    const std::string &text() const
-    {
-        return text_;
-    }
-    std::string name() const
-    {
-        return arguments_[0][0].text;
-    }
     /// The operation's name in full.
     std::string function() const;
-    size_t arguments() const
-    {
-        return arguments_.size() - 1;
-    }
     /// Whether the n-th argument is anything but NULL or 0.
     bool has(size_t argument) const;
     call without(size_t argument) const;
 
-    struct token {
-        std::string text;
-        bool quoted;
-    };
-    using tokens = std::vector<std::vector<token>>; ///< of each argument; the first one is the name
-
-  private:
-    std::string text_;
-    tokens arguments_;
+    std::string text, name;
+    std::vector<std::vector<std::string>> arguments; ///< in words; none for NULL; a quotation mark in front of a text
 };
 
 struct table_line {
@@ -74,11 +49,12 @@ struct table_line {
     std::string recorded;
     size_t begin, end; ///< where it stands in the file, in lines
 };
-
 std::vector<table_line> table_of_calls();
 std::vector<std::string> sections();
-/// The first call of each operation but the executors, and those two that ask nothing of the store.
+/// The first call of each operation but the executors, and the one that asks nothing of an open store.
 std::vector<call> operations();
+/// The names of all there are.
+std::set<std::string> operation_names();
 
 } // namespace zel_test
 

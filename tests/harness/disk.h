@@ -5,6 +5,9 @@
 
 #include "interpose.h"
 
+#include <gtest/gtest.h>
+
+#include <atomic>
 #include <map>
 #include <sqlite3.h>
 #include <string>
@@ -17,11 +20,12 @@ namespace zel_test
 /// Calls that can fail; together they make a bit set.
 enum fallible : unsigned {
     DISK_WRITE = 1,
-    DISK_LOCK = 2,
-    DISK_OTHER = 4, ///< read, sync, truncate, open, delete, ask for the size
+    DISK_LOCK = 2,  ///< take a lock, look for one
+    DISK_OTHER = 4, ///< read, sync, truncate, open, delete, look for a file, ask for the size
     DISK = DISK_WRITE | DISK_LOCK | DISK_OTHER,
     SQLITE_MEMORY = 8,
-    LIBRARY_MEMORY = 16, ///< what interpose.h can make fail, one at a time
+    STATEMENT_TEXT = 16, ///< sqlite3_mprintf and sqlite3_vmprintf, as the library calls them
+    LIBRARY_MEMORY = 32, ///< what interpose.h can make fail, one at a time
 };
 
 struct fault_plan {
@@ -31,45 +35,40 @@ struct fault_plan {
 };
 
 /// While it lives, the n-th of the planned calls fails.
-class fault
-{
-  public:
+struct fault {
     fault(const fault_plan &plan, int nth)
     {
-        now_ = {plan, nth, 0};
+        now = {plan, nth, 0};
         allocations = {0, plan.calls & LIBRARY_MEMORY ? nth : 0, 0};
     }
     ~fault()
     {
-        now_.plan = {};
+        now.plan = {};
         allocations.failing = 0;
     }
-    bool happened() const
+    static bool happened()
     {
-        return (now_.plan.calls & LIBRARY_MEMORY ? allocations.count : now_.met) >= now_.nth;
+        return (now.plan.calls & LIBRARY_MEMORY ? allocations.count : now.met) >= now.nth;
     }
     /// What a call is to report instead of being carried out; SQLITE_OK to go on.
     static int meet(unsigned call, int usual_code)
     {
         // Nothing is written while nothing is planned: threads may come here.
-        if ((now_.plan.calls & call) == 0)
+        if ((now.plan.calls & call) == 0 || ++now.met < now.nth || (now.met > now.nth && !now.plan.lasting))
             return SQLITE_OK;
-        ++now_.met;
-        if (now_.met < now_.nth || (now_.met > now_.nth && !now_.plan.lasting))
-            return SQLITE_OK;
-        return now_.plan.code ? now_.plan.code : usual_code;
+        return now.plan.code ? now.plan.code : usual_code;
     }
-
-  private:
     inline static struct {
         fault_plan plan;
         int nth, met;
-    } now_;
+    } now;
 };
 
 inline sqlite3_vfs *disk = nullptr; ///< the real one
 /// While it is set, files can be opened for reading only.
 inline bool disk_is_read_only = false;
+/// How often SQLite has waited for a lock by itself.
+inline std::atomic<int> disk_sleeps = 0;
 
 /// Something that the disk has carried out.
 struct disk_change {
@@ -123,6 +122,7 @@ inline file_methods in_front_of(const sqlite3_io_methods *real)
     };
     shim.xFileSize = meet_fault_or_call<&io::xFileSize, DISK_OTHER, SQLITE_IOERR_FSTAT>;
     shim.xLock = meet_fault_or_call<&io::xLock, DISK_LOCK, SQLITE_IOERR_LOCK>;
+    shim.xCheckReservedLock = meet_fault_or_call<&io::xCheckReservedLock, DISK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK>;
     return {shim, real};
 }
 
@@ -171,6 +171,14 @@ inline void use_faulty_disk()
     faulty.xDelete = [](sqlite3_vfs *, const char *name, int sync) {
         const int code = fault::meet(DISK_OTHER, SQLITE_IOERR_DELETE);
         return note(code ? code : disk->xDelete(disk, name, sync), {disk_change::DELETION, name});
+    };
+    faulty.xAccess = [](sqlite3_vfs *, const char *name, int flags, int *result) {
+        const int code = fault::meet(DISK_OTHER, SQLITE_IOERR_ACCESS);
+        return code ? code : disk->xAccess(disk, name, flags, result);
+    };
+    faulty.xSleep = [](sqlite3_vfs *, int microseconds) {
+        ++disk_sleeps;
+        return disk->xSleep(disk, microseconds);
     };
     faulty.xCurrentTimeInt64 = [](sqlite3_vfs *, sqlite3_int64 *time) {
         *time = 210866760000000; // 1970

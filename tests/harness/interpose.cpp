@@ -1,7 +1,8 @@
 #include "interpose.h"
 
+#include "disk.h"
+
 #include <glib.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -127,8 +128,7 @@ STAND_IN(void, g_usleep, (gulong microseconds))
 
 STAND_IN(char *, sqlite3_vmprintf, (const char *format, va_list arguments))
 {
-    int unused = 0;
-    return calls::sqlite_format.take(&unused) ? nullptr : __real_sqlite3_vmprintf(format, arguments);
+    return fault::meet(STATEMENT_TEXT, 1) ? nullptr : __real_sqlite3_vmprintf(format, arguments);
 }
 
 STAND_IN(char *, sqlite3_mprintf, (const char *format, ...))

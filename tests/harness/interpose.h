@@ -84,9 +84,8 @@ class call_script
 namespace calls
 {
 inline call_script cond_broadcast, cond_destroy, cond_signal, cond_timedwait, mutex_destroy, thread_create;
-inline call_script file_status;   ///< stat; an answer is an errno, with the result -1
-inline call_script sleep;         ///< g_usleep; an answer only skips the sleep
-inline call_script sqlite_format; ///< sqlite3_mprintf and sqlite3_vmprintf; an answer gives NULL
+inline call_script file_status; ///< stat; an answer is an errno, with the result -1
+inline call_script sleep;       ///< g_usleep; an answer only skips the sleep
 } // namespace calls
 
 /// Released once for every pthread_cond_wait and pthread_cond_timedwait, while the waiter still holds its mutex:

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 namespace zel_test
@@ -59,10 +58,9 @@ void add_prefix(raw_database &raw)
 {
     const zel_storage::sql_text quoted = zel_storage::sql("%Q", prefix.c_str());
     for (const auto &column : raw.rows("SELECT tables.name, columns.name FROM sqlite_master AS tables, "
-                                       "pragma_table_info(tables.name) AS columns WHERE columns.type = 'TEXT'")) {
+                                       "pragma_table_info(tables.name) AS columns WHERE columns.type = 'TEXT'"))
         raw.run("UPDATE " + column[0] + " SET " + column[1] + " = " + quoted.get() + " || " + column[1] + " WHERE " +
                 column[1] + " <> '' AND " + column[1] + " NOT LIKE 'evt%'");
-    }
 }
 
 } // namespace
@@ -108,64 +106,56 @@ rows_of_tables stored_rows()
 {
     raw_database raw;
     EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
-    rows_of_tables all = {{"version", {{"", {"version"}}, {"1", {raw.value("PRAGMA user_version")}}}}};
+    rows_of_tables all = {{{"version", 0, ""}, {"version"}}, {{"version", 1, "1"}, raw.rows("PRAGMA user_version")[0]}};
     for (const auto &table :
          raw.rows("SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite%'")) {
-        auto &rows = all[table[0]];
         for (const auto &column : raw.rows("SELECT name FROM pragma_table_info('" + table[0] + "')"))
-            rows[""].push_back(column[0]);
-        for (const auto &row : raw.rows("SELECT * FROM " + table[0]))
-            rows[row[0]] = row;
+            all[{table[0], 0, ""}].push_back(column[0]);
+        for (auto &row : raw.rows("SELECT * FROM " + table[0]))
+            all.emplace(std::tuple(table[0], row[0].size(), row[0]), std::move(row));
     }
     return all;
 }
 
-std::string changes(rows_of_tables before, rows_of_tables after)
+std::string changes(const rows_of_tables &before, const rows_of_tables &after)
 {
     std::string all;
-    for (const auto &[table, unused] : after)
-        before.try_emplace(table);
-    for (auto &[table, old] : before) {
-        std::map<std::string, std::vector<std::string>> ids; // by what became of them
-        auto &now = after[table];
-        for (const auto &[id, row] : old) {
-            std::string change = now.contains(id) ? "" : "-";
-            for (size_t i = 0; change != "-" && i < row.size(); ++i)
-                if (row[i] != now[id][i])
-                    change += " " + old[""][i] + "=" + shown(now[id][i].c_str());
-            if (!change.empty())
-                ids[change].push_back(id);
-        }
-        for (const auto &[id, row] : now)
-            if (!old.contains(id)) {
-                std::string cells;
-                for (const std::string &cell : row)
-                    cells += (cells.empty() ? "" : " ") + shown(cell.c_str());
-                all += " +" + table + " (" + (id.empty() ? "" : cells) + ")";
-            }
-        for (const auto &[change, which] : ids)
-            all += (change == "-" ? " -" : " ~") + table + " " + ranges(which) + (change == "-" ? "" : change);
+    std::map<std::pair<std::string, std::string>, std::vector<std::string>> ids; // by table and what became of them
+    for (const auto &[key, row] : before) {
+        const auto &[table, length, id] = key;
+        std::string change;
+        const auto now = after.find(key);
+        for (size_t i = 0; now != after.end() && i < row.size(); ++i)
+            if (row[i] != now->second[i])
+                change += " " + before.at({table, 0, ""})[i] + "=" + shown(now->second[i].c_str());
+        if (now == after.end() || !change.empty())
+            ids[{(change.empty() ? "-" : "~") + table, change}].push_back(id);
     }
+    for (const auto &[key, row] : after)
+        if (!before.contains(key)) {
+            const auto &[table, length, id] = key;
+            std::string cells;
+            for (size_t i = 0; length && i < row.size(); ++i)
+                cells += (cells.empty() ? "" : " ") + shown(row[i].c_str());
+            all.append(" +").append(table).append(" (").append(cells).append(")");
+        }
+    for (const auto &[what, which] : ids)
+        all.append(" ").append(what.first).append(" ").append(ranges(which)).append(what.second);
     return all;
 }
 
 bool lies_between(const rows_of_tables &now, const std::vector<rows_of_tables> &others)
 {
-    const auto has = [](const rows_of_tables &all, const std::string &table, const auto &entry) {
-        const auto rows = all.find(table);
-        return rows != all.end() && rows->second.contains(entry.first) && rows->second.at(entry.first) == entry.second;
+    const auto has = [](const rows_of_tables &all, const auto &row) {
+        const auto found = all.find(row.first);
+        return found != all.end() && found->second == row.second;
     };
-    const auto holders = [&](const std::string &table, const auto &entry) {
-        return std::count_if(others.begin(), others.end(), [&](const auto &all) { return has(all, table, entry); });
+    const auto holders = [&](const auto &row) {
+        return std::count_if(others.begin(), others.end(), [&](const auto &all) { return has(all, row); });
     };
-    bool is_between = true;
-    for (const auto &[table, rows] : now)
-        for (const auto &entry : rows)
-            is_between &= holders(table, entry) > 0;
-    for (const auto &[table, rows] : others.front())
-        for (const auto &entry : rows)
-            is_between &= has(now, table, entry) || holders(table, entry) < std::ssize(others);
-    return is_between;
+    return std::all_of(now.begin(), now.end(), [&](const auto &row) { return holders(row) > 0; }) &&
+           std::all_of(others[0].begin(), others[0].end(),
+                       [&](const auto &row) { return has(now, row) || holders(row) < std::ssize(others); });
 }
 
 void furnish(world_size size)
@@ -195,9 +185,8 @@ void world::begin(const std::string &given, bool warm) const
     put_file(bytes_);
     if (!given.empty())
         raw_database().run(given);
-    EXPECT_EQ(sqlite3_open(database_file.c_str(), &_g_sqlite_handle), SQLITE_OK);
-    if (warm)
-        sqlite3_exec(_g_sqlite_handle, "SELECT * FROM sqlite_master", nullptr, nullptr, nullptr);
+    EXPECT_TRUE(__execute_query(warm ? "SELECT * FROM sqlite_master" : ""));
+    take_trace();
 }
 
 bool world::is_untouched() const
@@ -214,8 +203,9 @@ void world::end()
 
 std::string content_of(const std::string &file)
 {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream content;
+    content << std::ifstream(file, std::ios::binary).rdbuf();
+    return content.str();
 }
 
 void put_file(const std::string &content)

@@ -6,7 +6,7 @@
 #include "platform.h"
 #include "zel_common.h"
 #include "zel_common_storage.h"
-#include "zel_common_storage/patterns.h"
+#include "zel_common_storage/connection.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace zel_test
@@ -35,32 +36,18 @@ class raw_database
     std::vector<std::vector<std::string>> rows(const std::string &query);
     /// The first column of the first row.
     std::string value(const std::string &query);
-    /// From here to unlock() every statement of the library finds the database busy.
-    void lock()
-    {
-        run("BEGIN EXCLUSIVE");
-    }
-    void unlock()
-    {
-        run("ROLLBACK");
-    }
 
   private:
     sqlite3 *handle_ = nullptr;
 };
 
-struct numbers_in_order {
-    bool operator()(const std::string &one, const std::string &other) const
-    {
-        return std::pair(one.size(), one) < std::pair(other.size(), other);
-    }
-};
-/// All rows by table, and by id within it; the names of the columns stand without one. The version counts as a table.
-using rows_of_tables = std::map<std::string, std::map<std::string, std::vector<std::string>, numbers_in_order>>;
+/// The cells of all rows by table and id (by the id's length first: numbers in their order); the names of the columns
+/// stand without an id. The version counts as a table.
+using rows_of_tables = std::map<std::tuple<std::string, size_t, std::string>, std::vector<std::string>>;
 /// Read through a connection of its own that also tests the file's integrity.
 rows_of_tables stored_rows();
 /// What became of the rows, in a line: "+table (row)", "-table ids", "~table ids column=value".
-std::string changes(rows_of_tables before, rows_of_tables after);
+std::string changes(const rows_of_tables &before, const rows_of_tables &after);
 /// Whether each row of `now` is one of the others', and all that these have in common is there.
 bool lies_between(const rows_of_tables &now, const std::vector<rows_of_tables> &others);
 
@@ -78,8 +65,8 @@ class world
   public:
     /// Makes the file. Leaves the store closed.
     explicit world(world_size size);
-    /// Puts the file back, runs a statement text, and opens the store as a new process would: it knows nothing of the
-    /// schema unless warm.
+    /// Puts the file back, runs a statement text, and has the library open the store as in a new process: it knows
+    /// nothing of the schema unless warm.
     void begin(const std::string &given = "", bool warm = false) const;
     /// Whether the file is still as it was put back.
     bool is_untouched() const;

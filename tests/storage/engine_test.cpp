@@ -1,5 +1,7 @@
 // What the scripts of the store cannot say: a lock given up in between, long statements, addresses, rows of any shape.
+#include "disk.h"
 #include "world.h"
+#include "zel_common_storage/patterns.h"
 #include "zel_common_storage/rows.h"
 
 using namespace zel_test;
@@ -25,10 +27,10 @@ const std::string insert = "INSERT INTO contact_details VALUES (NULL, 1, 2, '3',
 
 TEST_F(StorageEngine, a_database_given_up_during_the_third_attempt_lets_the_fourth_succeed)
 {
-    database.lock();
+    database.run("BEGIN EXCLUSIVE");
     const auto give_up = [](void *locker, int) {
         if (calls::sleep.calls() == 2)
-            static_cast<raw_database *>(locker)->unlock();
+            static_cast<raw_database *>(locker)->run("ROLLBACK");
         return 0;
     };
     sqlite3_busy_handler(_g_sqlite_handle, give_up, &database);
@@ -50,7 +52,7 @@ TEST_F(StorageEngine, inserts_of_any_length_give_the_new_id)
         EXPECT_EQ(database.value("SELECT max(id) || ' ' || length(ccc) FROM contact_details"),
                   std::to_string(row_id) + " " + std::to_string(length - insert.size() + 1));
     }
-    calls::sqlite_format.answer(0);
+    const fault no_text({STATEMENT_TEXT}, 1);
     EXPECT_EQ(__execute_insert_query(("INSERT" + std::string(9000, ' ')).c_str(), &row_id), 0) << "no memory";
 }
 
