@@ -21,47 +21,31 @@ inline constexpr char error_prefix[] = "quillo.Sharing.Error";
 /** Kind of transfer, status of the request, whether that is its last, size, token, last failure, and the transfers. */
 #define SHARING_REQUEST "(uubtsisa" SHARING_FILE ")"
 
-inline constexpr char description[] =
-    "<node><interface name='org.freedesktop.DBus'>" // for tools that take any peer for a bus
-    "  <method name='Hello'><arg name='name' type='s' direction='out'/></method>"
-    "</interface><interface name='quillo.Sharing'>"
-    "  <method name='Send'>"
-    "    <arg name='files' type='aay' direction='in'/>"
-    "    <arg name='recipients' type='as' direction='in'/>" // COUNTRY-CODE:NUMBER
-    "    <arg name='description' type='s' direction='in'/>"
-    "    <arg name='request' type='u' direction='out'/>"
-    "  </method>"
-    "  <method name='List'>" // request, status, size, files, recipients, sent at (seconds)
-    "    <arg name='uploads' type='a(uutuast)' direction='out'/>"
-    "  </method>"
-    "  <method name='Describe'>"
-    "    <arg name='request' type='u' direction='in'/>"
-    "    <arg name='state' type='" SHARING_REQUEST "' direction='out'/>"
-    "  </method>"
-    "  <method name='Pause'><arg name='request' type='u' direction='in'/></method>"
-    "  <method name='Resume'><arg name='request' type='u' direction='in'/></method>"
-    "  <method name='Cancel'><arg name='request' type='u' direction='in'/></method>"
-    "  <method name='Inbox'>" // received at (milliseconds), new, files not downloaded, the encoded share
-    "    <arg name='shares' type='a(tbuay)' direction='out'/>"
-    "    <arg name='unreadable' type='u' direction='out'/>"
-    "  </method>"
-    "  <method name='Get'>"
-    "    <arg name='token' type='s' direction='in'/>"
-    "    <arg name='folder' type='ay' direction='in'/>"
-    "    <arg name='request' type='u' direction='out'/>"
-    "  </method>"
-    "  <method name='Recent'>" // the groups of recipients last used, the latest first
-    "    <arg name='groups' type='aas' direction='out'/>"
-    "  </method>"
-    "  <method name='Forget'/>"
-    "  <signal name='Progress'>"
-    "    <arg name='request' type='u'/>"
-    "    <arg name='file' type='" SHARING_FILE "'/>"
-    "  </signal>"
-    "  <signal name='State'>" // ask Describe for it
-    "    <arg name='request' type='u'/>"
-    "  </signal>"
-    "</interface></node>";
+/* Recipients are COUNTRY-CODE:NUMBER, groups the last used first. */
+inline constexpr char description[] = R"(<node>
+  <interface name='org.freedesktop.DBus'> <!-- for tools that take any peer for a bus -->
+    <method name='Hello'><arg name='name' type='s' direction='out'/></method>
+  </interface>
+  <interface name='quillo.Sharing'>
+    <method name='Send'><arg name='files' type='aay'/><arg name='recipients' type='as'/>
+      <arg name='description' type='s'/><arg name='request' type='u' direction='out'/></method>
+    <method name='List'> <!-- request, status, size, files, recipients, sent at (seconds) -->
+      <arg name='uploads' type='a(uutuast)' direction='out'/></method>
+    <method name='Describe'><arg name='request' type='u'/>
+      <arg name='state' type=')" SHARING_REQUEST R"(' direction='out'/></method>
+    <method name='Pause'><arg name='request' type='u'/></method>
+    <method name='Resume'><arg name='request' type='u'/></method>
+    <method name='Cancel'><arg name='request' type='u'/></method>
+    <method name='Inbox'> <!-- received at (milliseconds), new, files not downloaded, the encoded share -->
+      <arg name='shares' type='a(tbuay)' direction='out'/><arg name='unreadable' type='u' direction='out'/></method>
+    <method name='Get'><arg name='token' type='s'/><arg name='folder' type='ay'/>
+      <arg name='request' type='u' direction='out'/></method>
+    <method name='Recent'><arg name='groups' type='aas' direction='out'/></method>
+    <method name='Forget'/>
+    <signal name='Progress'><arg name='request' type='u'/><arg name='file' type=')" SHARING_FILE R"('/></signal>
+    <signal name='State'><arg name='request' type='u'/></signal> <!-- ask Describe for it -->
+  </interface>
+</node>)";
 
 } // namespace sharing::bus
 

@@ -1,6 +1,7 @@
 /*
  * What the programs have in common: the way in which a step reports that it failed, and a share as a message between
- * them, which is the library's byte encoding of the record.
+ * them, which is the library's byte encoding of the record. The library does not export that, since on a device only
+ * the service's push handler takes part in it; here all three do, so they are linked with the static library.
  */
 #ifndef SHARING_SHARE_MESSAGE_H
 #define SHARING_SHARE_MESSAGE_H
@@ -10,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "zel_common.h"
+#include "zel_common_request/share_encoding.h"
 
 namespace sharing
 {
@@ -33,11 +34,6 @@ template <auto release> struct releaser {
 using share = std::unique_ptr<zel_trans_share_content_info, releaser<_common_free_share_content_info>>;
 using share_item = zel_trans_content_info;
 
-std::string encode(zel_trans_share_content_info &record);
-
-/** Takes a message apart; throws when it holds anything but one whole share. */
-share decode(const std::string &message);
-
 /** The elements of a GLib list, in order. */
 template <typename T> std::vector<T *> elements_of(GList *list)
 {
@@ -53,8 +49,27 @@ inline std::string text_of(const char *maybe)
     return maybe ? maybe : "";
 }
 
-/** Appends an item to a share; the texts are copied. */
-share_item &add_item(zel_trans_share_content_info &record, const std::string &original, const std::string &name);
+inline std::string encode(zel_trans_share_content_info &record)
+{
+    std::string message(__find_length_of_share_content_info_list(&record), '\0');
+    int end = 0;
+    if (__set_share_content_info_list(message.data(), &end, &record) != ZEL_ERR_NONE)
+        throw failure(ZEL_ERR_INTERNAL_ERROR, "The share could not be encoded.");
+    return message;
+}
+
+/** Takes a message apart; throws when it holds anything but one whole share. */
+inline share decode(const std::string &message)
+{
+    zel_trans_share_content_info *record = nullptr;
+    const int size = static_cast<int>(message.size());
+    int end = 0;
+    const zel_err_e result = __get_share_content_info_list(message.data(), size, &end, &record);
+    share decoded(record);
+    if (result != ZEL_ERR_NONE || end != size)
+        throw failure(ZEL_ERR_BAD_JSON_FORMAT, "The message is not one whole share.");
+    return decoded;
+}
 
 } // namespace sharing
 

@@ -1,9 +1,8 @@
-#include "inbox.h"
-
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
-#include <unistd.h>
 
+#include "service.h"
 #include "zel_platform.h"
 
 namespace fs = std::filesystem;
@@ -11,15 +10,11 @@ namespace fs = std::filesystem;
 namespace sharing
 {
 
-namespace
-{
-
 constexpr char last_push[] = "sharingd.push";
 constexpr char unreadable_pushes[] = "sharingd.push.unreadable";
-constexpr std::chrono::seconds long_poll(30); // longer than the server's
 
 /** The sender chose the name: it must not lead elsewhere, nor be longer than a file system takes. */
-std::string harmless(const std::string &name)
+static std::string harmless(const std::string &name)
 {
     std::string last = name.substr(name.rfind('/') + 1);
     std::ranges::replace_if(
@@ -29,116 +24,57 @@ std::string harmless(const std::string &name)
     return last.empty() || last == "." || last == ".." ? "file" : last;
 }
 
-/** A path for a received file, numbered when the name is taken, by a file or by one that is on its way. */
-std::string free_path(const std::string &folder, const std::string &name)
+/** A path for a received file, numbered when the name is taken; kept for it by its part, which is made at once. */
+static std::string new_path(const fs::path &folder, const std::string &name)
 {
-    const auto is_taken = [](const std::string &path) {
-        return _common_util_file_exist(path.c_str()) || _common_util_file_exist(part_of(path).c_str());
-    };
-    const std::string wanted = folder + "/" + harmless(name);
-    std::string path = wanted;
-    if (is_taken(wanted)) {
-        char numbered[ZEL_NEW_PATH_SIZE];
-        _common_util_get_file_valid_path(wanted.c_str(), numbered);
-        path = numbered;
+    const fs::path wanted = folder / harmless(name);
+    fs::path path = wanted;
+    std::unique_ptr<FILE, releaser<fclose>> part;
+    for (int number = 1; !part; ++number) {
+        if (!fs::exists(path))
+            part.reset(fopen(part_of(path).c_str(), "wxe"));
+        require(part || fs::exists(path) || errno == EEXIST, ZEL_ERR_PERMISSION_DENIED,
+                part_of(path) + ": " + strerror(errno) + ".");
+        if (!part)
+            path.replace_filename(wanted.stem().string() + "_" + std::to_string(number) + wanted.extension().string());
     }
-    // A name without an extension comes back as it was, and one on its way is not seen.
-    for (int number = 1; is_taken(path); ++number)
-        path = wanted + "_" + std::to_string(number);
     return path;
 }
 
-/** A number of the key-value table; 0 when there is none. */
-unsigned long long number_at(const char *key)
+share received_share(const std::string &token)
 {
-    return std::strtoull(value_of(key).c_str(), nullptr, 10);
+    share record;
+    if (_common_storage_exist_push_noti(token.c_str())) // which tells that all items are there too
+        record.reset(read<zel_trans_share_content_info *>(_common_storage_get_notification_data, token.c_str()));
+    require(record != nullptr, ZEL_ERR_RESOURCE_DOESNT_EXIST, "There is no received share with this token.");
+    return record;
 }
 
-share stored_share(const std::string &token)
+static transfer transfer_of_item(const share_item &item, zel_file_sync_type kind)
 {
-    // A notification in the store tells that all items are there too.
-    if (_common_storage_exist_push_noti(token.c_str()))
-        if (share record = share_of(token))
-            return record;
-    throw failure(ZEL_ERR_RESOURCE_DOESNT_EXIST, "There is no received share with this token.");
+    return transfer(read<zel_content_sync_info *>(_common_storage_get_sync_content_info, item.content_id, kind));
 }
 
-transfer transfer_of_item(const share_item &item, zel_file_sync_type kind)
+static void add_download(share_item &item, zel_file_sync_type kind, unsigned int req_id, const std::string &path)
 {
-    zel_content_sync_info *row = nullptr;
-    found(_common_storage_get_sync_content_info, signed_id(item.content_id), kind, &row);
-    return transfer(row);
-}
-
-void add_download(share_item &item, zel_file_sync_type kind, unsigned int req_id, std::string path)
-{
-    std::string nameless = "file";
     zel_content_sync_info row = {};
-    row.type = kind;
-    row.status = ZEL_SYNC_TODO;
     row.content_id = item.content_id;
-    row.req_id = req_id;
     row.contents_token = item.contents_token;
     row.original = item.original;
     row.thumbnail = item.thumbnail;
-    row.name = item.name ? item.name : nameless.data();
-    row.local_path = path.data();
-    write(_common_storage_add_sync_content_info, &row);
-}
-
-} // namespace
-
-inbox::inbox(const settings &chosen, movers &carriers)
-    : settings_(chosen), movers_(carriers), server_(settings_.server, long_poll),
-      listener_(std::make_unique<worker>([this] { listen(); }))
-{
-}
-
-inbox::~inbox()
-{
-    stop_.set_value();
-    do
-        server_.cancel();
-    while (!listener_->has_ended_within(std::chrono::milliseconds(20)));
-}
-
-void inbox::listen()
-{
-    bool is_ours = false;
-    for (std::chrono::seconds pause(0); stopping_.wait_for(pause) != std::future_status::ready;) {
-        pause = std::chrono::seconds(0);
-        try {
-            if (!is_ours && !(is_ours = server_.is_ours()))
-                return; // a server that knows tus only has nothing to tell
-            const auto number = settings_.number.substr(settings_.number.find_first_not_of('+'));
-            if (const auto push = server_.next_push(number, number_at(last_push))) {
-                try {
-                    take_in(push->message);
-                } catch (const failure &reason) {
-                    if (reason.code == ZEL_ERR_STORAGE_FAILURE)
-                        throw; // asked for again, once the store is there
-                    dlog_print(DLOG_ERROR, "SHARINGD", "push message %llu: %s\n", push->number, reason.what());
-                    set_value(unreadable_pushes, std::to_string(number_at(unreadable_pushes) + 1));
-                }
-                set_value(last_push, std::to_string(push->number));
-            }
-        } catch (const std::exception &reason) {
-            pause = std::chrono::seconds(1);
-        }
-    }
+    add_transfer(row, kind, req_id, text_of(item.name), path);
 }
 
 /** Stores a share, and has its thumbnails fetched. A message that comes again changes nothing. */
-void inbox::take_in(const std::string &message)
+static void take_in(service &s, const std::string &message)
 {
     const share record = decode(message);
     const std::string token = text_of(record->contents_token);
     const auto items = elements_of<share_item>(record->content_info_list);
-    if (token.empty() || items.empty())
-        throw failure(ZEL_ERR_BAD_JSON_FORMAT, "The share has no token, or nothing in it.");
+    require(!token.empty() && !items.empty(), ZEL_ERR_BAD_JSON_FORMAT, "The share has no token, or nothing in it.");
     for (const share_item *item : items)
-        if (!text_of(item->original).starts_with("/files/"))
-            throw failure(ZEL_ERR_BAD_JSON_FORMAT, "An item of the share is not on our server.");
+        require(text_of(item->original).starts_with("/files/"), ZEL_ERR_BAD_JSON_FORMAT,
+                "An item of the share is not on our server.");
     if (!_common_storage_exist_push_noti(token.c_str())) {
         // The items first, the notification last.
         const zel_err_e result = _common_storage_add_notification(record.get());
@@ -147,22 +83,48 @@ void inbox::take_in(const std::string &message)
         write(_common_storage_add_push_noti_info, token.c_str(), record->type, record->expired_time,
               _common_util_get_current_unix_time());
     }
-    const share stored = stored_share(token);
-    if (stored->content_info_list_length != record->content_info_list_length)
-        throw failure(ZEL_ERR_INTERNAL_ERROR, "The store holds only a part of the share.");
-    fs::create_directories(settings_.received + "/thumbnails");
+    const share stored = received_share(token);
+    require(stored->content_info_list_length == record->content_info_list_length, ZEL_ERR_INTERNAL_ERROR,
+            "The store holds only a part of the share.");
+    const std::string folder = s.chosen.received + "/thumbnails";
+    fs::create_directories(folder);
     const unsigned int req_id = next_request_id();
     for (auto *item : elements_of<share_item>(stored->content_info_list))
         if (item->thumbnail && !transfer_of_item(*item, ZEL_DOWNLOAD_THUMBNAIL))
-            add_download(*item, ZEL_DOWNLOAD_THUMBNAIL, req_id,
-                         settings_.received + "/thumbnails/" + std::to_string(item->content_id));
-    movers_.take_up(req_id);
+            add_download(*item, ZEL_DOWNLOAD_THUMBNAIL, req_id, folder + "/" + std::to_string(item->content_id));
+    take_up(s, req_id);
 }
 
-GVariant *inbox::list()
+void listen(service &s, httplib::Client &server)
 {
-    GVariantBuilder shares;
-    g_variant_builder_init(&shares, G_VARIANT_TYPE("a(tbuay)"));
+    bool is_ours = false;
+    while (!s.is_stopping)
+        try {
+            if (!is_ours &&
+                !(is_ours = send(s, server, "OPTIONS", s.chosen.server, {}).has_header("Sharing-Extension")))
+                return; // a server that knows tus only has nothing to tell
+            const std::string number = s.chosen.number.substr(s.chosen.number.find_first_not_of('+'));
+            const auto push =
+                send(s, server, "GET", "/push/" + number + "?after=" + std::to_string(number_at(last_push)), {});
+            if (push.status == 204) // nothing for a while
+                continue;
+            try {
+                take_in(s, push.body);
+            } catch (const failure &reason) {
+                if (reason.code == ZEL_ERR_STORAGE_FAILURE)
+                    throw; // asked for again, once the store is there
+                dlog_print(DLOG_ERROR, "SHARINGD", "push message: %s\n", reason.what());
+                set_value(unreadable_pushes, std::to_string(number_at(unreadable_pushes) + 1));
+            }
+            set_value(last_push, std::to_string(number_of(push, "Push-Number")));
+        } catch (const std::exception &reason) {
+            for (int i = 0; i < 50 && !s.is_stopping; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+}
+
+GVariant *list_received(service &, const zel_request &)
+{
     const auto tokens_of = [](bool only_new) {
         char **tokens = nullptr;
         unsigned int count = 0;
@@ -174,43 +136,37 @@ GVariant *inbox::list()
         return list;
     };
     const auto unread = tokens_of(true);
-    for (const std::string &token : tokens_of(false)) {
-        unsigned long long received = 0;
-        int left = 0;
-        found(_common_storage_get_received_time_push_noti, token.c_str(), &received);
-        found(_common_storage_get_content_info_not_downloaded_count, token.c_str(), &left);
-        const share record = stored_share(token);
-        const std::string message = encode(*record);
-        g_variant_builder_add(&shares, "(tbu@ay)", static_cast<guint64>(received),
-                              std::ranges::count(unread, token) > 0, static_cast<guint32>(left),
-                              g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, message.data(), message.size(), 1));
-    }
+    const auto shown = [&](const std::string &token) {
+        const std::string message = encode(*received_share(token));
+        return g_variant_new(
+            "(tbu@ay)", guint64{read<unsigned long long>(_common_storage_get_received_time_push_noti, token.c_str())},
+            std::ranges::count(unread, token) > 0,
+            read<int>(_common_storage_get_content_info_not_downloaded_count, token.c_str()),
+            g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, message.data(), message.size(), 1));
+    };
+    GVariant *shares = array_of("a(tbuay)", tokens_of(false), shown);
     if (!unread.empty())
         write(_common_storage_update_read_push_noti, "files");
-    return g_variant_new("(a(tbuay)u)", &shares, static_cast<guint32>(number_at(unreadable_pushes)));
+    return g_variant_new("(@a(tbuay)u)", shares, static_cast<guint32>(number_at(unreadable_pushes)));
 }
 
-unsigned int inbox::fetch(const std::string &token, const std::string &folder)
+GVariant *fetch(service &s, const zel_request &request)
 {
-    const share stored = stored_share(token);
-    const std::string target = folder.empty() ? fs::absolute(settings_.received).string() : folder;
+    const share stored = received_share(text_of(request.contents_token));
+    const std::string folder = text_of(request.local_path);
+    const fs::path target = folder.empty() ? fs::absolute(s.chosen.received) : fs::path(folder);
     std::error_code error;
-    if (!fs::is_directory(target, error) || access(target.c_str(), W_OK) != 0)
-        throw failure(ZEL_ERR_PERMISSION_DENIED, target + ": is no folder, or you may not write there.");
+    require(fs::is_directory(target, error), ZEL_ERR_PERMISSION_DENIED,
+            target.string() + ": is no folder, or you may not look.");
     const auto items = elements_of<share_item>(stored->content_info_list);
     for (const share_item *item : items) // a second request for what is on its way is the same request
-        if (const transfer row = transfer_of_item(*item, ZEL_DOWNLOAD_FILE); row && !movers_.is_settled(row->req_id))
-            return row->req_id;
+        if (const transfer row = transfer_of_item(*item, ZEL_DOWNLOAD_FILE); row && !is_settled(s, row->req_id))
+            return g_variant_new("(u)", row->req_id);
     const unsigned int req_id = next_request_id();
-    std::set<std::string> taken;
-    for (share_item *item : items) {
-        std::string path = free_path(target, text_of(item->name));
-        for (int number = 1; !taken.insert(path).second; ++number)
-            path = free_path(target, std::to_string(number) + "_" + harmless(text_of(item->name)));
-        add_download(*item, ZEL_DOWNLOAD_FILE, req_id, path);
-    }
-    movers_.take_up(req_id);
-    return req_id;
+    for (share_item *item : items)
+        add_download(*item, ZEL_DOWNLOAD_FILE, req_id, new_path(target, text_of(item->name)));
+    take_up(s, req_id);
+    return g_variant_new("(u)", req_id);
 }
 
 } // namespace sharing

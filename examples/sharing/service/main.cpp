@@ -16,76 +16,50 @@
 namespace fs = std::filesystem;
 using namespace sharing;
 
-namespace
-{
-
 constexpr char trace_file[] = "trace.log";
 constexpr char last_trace_file[] = "trace.old.log";
 constexpr off_t longest_trace = off_t{4} * 1024 * 1024;
 
 /** Where complaints go; standard error itself becomes the trace. */
-int complaints = STDERR_FILENO;
+static int complaints = STDERR_FILENO;
 
 /** Makes the state folder the working directory, with nobody else in it. */
-void enter(const std::string &state)
+static void enter(const std::string &state)
 {
-    if (fs::path(ZEL_APPS_ROOT).is_absolute())
-        throw failure(ZEL_ERR_STORAGE_INIT_FAILURE, "This build keeps its database below " ZEL_APPS_ROOT
-                                                    ", which an example must not touch; configure "
-                                                    "it with -DZEL_APPS_ROOT=apps/, as script/demo does.");
+    require(fs::path(ZEL_APPS_ROOT).is_relative(), ZEL_ERR_STORAGE_INIT_FAILURE,
+            "This build keeps its database below " ZEL_APPS_ROOT ", which an example must not touch; configure "
+            "it with -DZEL_APPS_ROOT=apps/, as script/demo does.");
     umask(077);
     fs::create_directories(state);
     struct stat folder = {};
-    if (stat(state.c_str(), &folder) != 0 || folder.st_uid != getuid() || (folder.st_mode & 077) != 0)
-        throw failure(ZEL_ERR_PERMISSION_DENIED,
-                      state + ": others can look into this folder. Name another with --state, or chmod 700 it.");
+    require(stat(state.c_str(), &folder) == 0 && folder.st_uid == getuid() && (folder.st_mode & 077) == 0,
+            ZEL_ERR_PERMISSION_DENIED,
+            state + ": others can look into this folder. Name another with --state, or chmod 700 it.");
     fs::current_path(state);
     const int lock = open("sharingd.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (lock < 0 || flock(lock, LOCK_EX | LOCK_NB) != 0)
-        throw failure(ZEL_ERR_PERMISSION_DENIED, state + ": another sharingd is at work there.");
+    require(lock >= 0 && flock(lock, LOCK_EX | LOCK_NB) == 0, ZEL_ERR_PERMISSION_DENIED,
+            state + ": another sharingd is at work there.");
     fs::create_directories(fs::path(ZEL_APPS_ROOT) / "quillo.service" / "data");
 }
 
 /** Has the trace go to a new file. Other threads may be writing to it. */
-void begin_trace()
+static void begin_trace()
 {
     rename(trace_file, last_trace_file);
     const int trace = open(trace_file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (trace < 0 || dup2(trace, STDERR_FILENO) < 0)
-        throw failure(ZEL_ERR_PERMISSION_DENIED, std::string(trace_file) + ": " + strerror(errno));
+    require(trace >= 0 && dup2(trace, STDERR_FILENO) >= 0, ZEL_ERR_PERMISSION_DENIED,
+            std::string(trace_file) + ": " + strerror(errno));
     close(trace);
 }
 
 /** Keeps the trace bounded: the file that is written and the one before it. */
-gboolean look_after_trace(void *)
+static gboolean look_after_trace(void *)
 {
     struct stat trace = {};
     if (fstat(STDERR_FILENO, &trace) == 0 && trace.st_size > longest_trace)
         begin_trace();
     return G_SOURCE_CONTINUE;
 }
-
-void run(const settings &chosen)
-{
-    must(_common_storage_init());
-    const auto quit = [](void *loop) -> gboolean {
-        g_main_loop_quit(static_cast<GMainLoop *>(loop));
-        return G_SOURCE_CONTINUE;
-    };
-    GMainLoop *loop = g_main_loop_new(nullptr, FALSE);
-    g_unix_signal_add(SIGINT, quit, loop);
-    g_unix_signal_add(SIGTERM, quit, loop);
-    g_timeout_add(200, look_after_trace, nullptr);
-    {
-        const service sharing(chosen);
-        printf("ready\n");
-        fflush(stdout);
-        g_main_loop_run(loop);
-    }
-    g_main_loop_unref(loop);
-}
-
-} // namespace
 
 int main(int argc, char **argv)
 try {
@@ -117,7 +91,20 @@ try {
     enter(state);
     complaints = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
     begin_trace();
-    run(chosen);
+    must(_common_storage_init());
+    const auto quit = [](void *loop) -> gboolean {
+        g_main_loop_quit(static_cast<GMainLoop *>(loop));
+        return G_SOURCE_CONTINUE;
+    };
+    const std::unique_ptr<GMainLoop, releaser<g_main_loop_unref>> loop(g_main_loop_new(nullptr, FALSE));
+    g_unix_signal_add(SIGINT, quit, loop.get());
+    g_unix_signal_add(SIGTERM, quit, loop.get());
+    g_timeout_add(200, look_after_trace, nullptr);
+    service sharing(chosen);
+    sharing.start();
+    printf("ready\n");
+    fflush(stdout);
+    g_main_loop_run(loop.get());
     return EXIT_SUCCESS;
 } catch (const std::exception &reason) {
     dprintf(complaints, "sharingd: %s\n", reason.what());

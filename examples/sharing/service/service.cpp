@@ -1,65 +1,57 @@
-#include "service.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <unistd.h>
+#include <utility>
 
 #include "bus.h"
+#include "service.h"
 
 namespace fs = std::filesystem;
 
 namespace sharing
 {
 
-namespace
-{
-
 /** The size of a file that can be sent; throws when it cannot. */
-unsigned int size_of_sendable(const std::string &path)
+static unsigned int size_of_sendable(const std::string &path)
 {
     std::error_code error;
-    if (!fs::exists(path, error))
-        throw failure(ZEL_ERR_FILE_DOESNT_EXIST, path + ": there is no such file, or you may not look.");
-    if (!fs::is_regular_file(path, error))
-        throw failure(ZEL_ERR_NOT_A_FILE, path + ": is not a file.");
-    if (access(path.c_str(), R_OK) != 0)
-        throw failure(ZEL_ERR_PERMISSION_DENIED, path + ": you may not read it.");
     unsigned int size = 0;
-    if (_common_util_file_size(path.c_str(), &size) != ZEL_ERR_NONE)
-        throw failure(ZEL_ERR_MAX_FILE_SIZE_EXCEEDED, path + ": has 2 GiB or more, which is too much.");
+    require(fs::exists(path, error), ZEL_ERR_FILE_DOESNT_EXIST, path + ": there is no such file, or you may not look.");
+    require(fs::is_regular_file(path, error), ZEL_ERR_NOT_A_FILE, path + ": is not a file.");
+    require(access(path.c_str(), R_OK) == 0, ZEL_ERR_PERMISSION_DENIED, path + ": you may not read it.");
+    require(_common_util_file_size(path.c_str(), &size) == ZEL_ERR_NONE, ZEL_ERR_MAX_FILE_SIZE_EXCEEDED,
+            path + ": has 2 GiB or more, which is too much.");
     return size;
 }
 
 /** The recipients of a request; COUNTRY-CODE:NUMBER each. */
-std::vector<quillo_msisdn_s> recipients_of(const zel_request &request)
+static std::vector<quillo_msisdn_s> recipients_of(const zel_request &request)
 {
     std::vector<quillo_msisdn_s> recipients;
-    recipients.reserve(request.receiver_count);
     for (char *recipient : elements_of<char>(request.receiver_list)) {
-        char *colon = strchr(recipient, ':');
-        if (!colon || colon == recipient || !colon[1] || strspn(recipient, "0123456789") != size_t(colon - recipient) ||
-            strspn(colon + 1, "0123456789") != strlen(colon + 1))
-            throw failure(ZEL_ERR_INVALID_ARG, std::string(recipient) + ": is not of the form COUNTRY-CODE:NUMBER.");
-        *colon = '\0';
-        recipients.push_back({.ccc = recipient, .phone_number = colon + 1, .number_id = 0, .group_id = 0});
+        const size_t code = strspn(recipient, "0123456789");
+        char *number = recipient + code + 1;
+        require(code > 0 && recipient[code] == ':' && *number && strspn(number, "0123456789") == strlen(number),
+                ZEL_ERR_INVALID_ARG, std::string(recipient) + ": is not of the form COUNTRY-CODE:NUMBER.");
+        recipient[code] = '\0';
+        recipients.push_back({.ccc = recipient, .phone_number = number, .number_id = 0, .group_id = 0});
     }
     return recipients;
 }
 
-std::string shown(const quillo_msisdn_s &one)
+static GVariant *shown(const quillo_msisdn_s *one)
 {
-    return "+" + text_of(one.ccc) + " " + text_of(one.phone_number);
+    return g_variant_new_string(("+" + text_of(one->ccc) + " " + text_of(one->phone_number)).c_str());
 }
 
 /** Keeps a list of recipients among the nine that were used last. */
-void remember(std::vector<quillo_msisdn_s> &recipients)
+static void remember(std::vector<quillo_msisdn_s> &recipients)
 {
     std::vector<quillo_msisdn_s *> list(recipients.size());
     std::ranges::transform(recipients, list.begin(), [](quillo_msisdn_s &one) { return &one; });
     int group = 0;
     bool exists = false;
-    must(_common_storage_is_recent_receiver_list_exist(list.data(), static_cast<unsigned int>(list.size()), &group,
-                                                       &exists));
+    write(_common_storage_is_recent_receiver_list_exist, list.data(), list.size(), &group, &exists);
     if (!exists) {
         // With nine groups, the one used least recently gives its number away.
         write(_common_storage_delete_recent_receiver_by_group, group);
@@ -69,97 +61,14 @@ void remember(std::vector<quillo_msisdn_s> &recipients)
     write(_common_storage_update_timestamp_recent_receiver_group, group);
 }
 
-} // namespace
-
-service::service(const settings &chosen)
-    : door_([this](const zel_request &request, GDBusMethodInvocation *invocation) { submit(request, invocation); }),
-      movers_(chosen, door_), inbox_(chosen, movers_)
-{
-    must(_common_queue_init(&requests_));
-    dispatcher_ = std::make_unique<worker>([this] { dispatch(); });
-}
-
-service::~service()
-{
-    // The queue's pop sleeps without a limit, so its worker is ended by a request.
-    zel_request last = {};
-    last.cmd = ZEL_CMD_UNKNOWN;
-    submit(last, nullptr);
-    dispatcher_.reset();
-    _common_queue_deinit(requests_,
-                         [](void *item) { _common_free_zel_param_members(static_cast<comm_param_s *>(item)); });
-}
-
-void service::submit(const zel_request &request, GDBusMethodInvocation *invocation)
-{
-    auto *queued = g_new0(comm_param_s, 1);
-    must(_common_copy_zel_request_members(&request, &queued->request));
-    queued->handle = invocation;
-    _common_queue_push(requests_, queued);
-}
-
-void service::dispatch()
-{
-    using queued_request = std::unique_ptr<comm_param_s, releaser<_common_free_zel_param_members>>;
-    for (;;) {
-        const queued_request queued(static_cast<comm_param_s *>(_common_queue_pop(requests_)));
-        if (!queued)
-            continue; // woken without an item
-        if (queued->request.cmd == ZEL_CMD_UNKNOWN)
-            return;
-        auto *invocation = static_cast<GDBusMethodInvocation *>(queued->handle); // which the answer releases
-        try {
-            g_dbus_method_invocation_return_value(invocation, carry_out(queued->request));
-        } catch (const std::exception &reason) {
-            const auto *known = dynamic_cast<const failure *>(&reason);
-            const int code =
-                _common_util_convert_service_error_to_client_error(known ? known->code : ZEL_ERR_INTERNAL_ERROR);
-            const text sentence(g_utf8_make_valid(reason.what(), -1));
-            g_dbus_method_invocation_return_dbus_error(invocation, (bus::error_prefix + std::to_string(-code)).c_str(),
-                                                       sentence.get());
-        }
-    }
-}
-
-GVariant *service::carry_out(const zel_request &request)
-{
-    switch (request.cmd) {
-    case ZEL_CMD_UPLOAD:
-        return g_variant_new("(u)", take_up_upload(request));
-    case ZEL_CMD_GET_UPLOAD_LIST:
-        return list_uploads();
-    case ZEL_CMD_GET_UPLOAD_INFO:
-        return describe(request.req_id);
-    case ZEL_CMD_UPLOAD_PAUSE:
-        movers_.pause(request.req_id);
-        return nullptr;
-    case ZEL_CMD_UPLOAD_RESUME:
-        movers_.resume(request.req_id);
-        return nullptr;
-    case ZEL_CMD_UPLOAD_CANCEL:
-        movers_.cancel(request.req_id);
-        return nullptr;
-    case ZEL_CMD_GET_SHARE_CONTENT_LIST:
-        return inbox_.list();
-    case ZEL_CMD_DOWNLOAD:
-        return g_variant_new("(u)", inbox_.fetch(text_of(request.contents_token), text_of(request.local_path)));
-    case ZEL_CMD_GET_RECENT_RECIPIENT_MSISDN_LIST:
-        return list_recent();
-    case ZEL_CMD_DEACTIVATE:
-        movers_.forget();
-        return nullptr;
-    default:
-        throw failure(ZEL_ERR_REQUEST_FAILED, "The service does not know this request.");
-    }
-}
+/* What the methods do --------------------------------------------------------------------------------------------- */
 
 /** Stores an upload: recipients and transfers first, the request last, for a request makes its transfers count. */
-unsigned int service::take_up_upload(const zel_request &request)
+static GVariant *send(service &s, const zel_request &request)
 {
     const auto files = elements_of<char>(request.file_list);
     auto recipients = recipients_of(request);
-    if (files.empty() || recipients.empty())
-        throw failure(ZEL_ERR_INVALID_ARG, "It takes a file and a recipient at least.");
+    require(!files.empty() && !recipients.empty(), ZEL_ERR_INVALID_ARG, "It takes a file and a recipient at least.");
     zel_upload_request_info upload = {};
     for (const char *path : files)
         upload.total_size += size_of_sendable(path);
@@ -172,93 +81,180 @@ unsigned int service::take_up_upload(const zel_request &request)
 
     for (const quillo_msisdn_s &one : recipients)
         write(_common_storage_add_upload_receiver_details, upload.req_id, one.phone_number, one.ccc, 0);
-    for (char *path : files) {
-        std::string name = fs::path(path).filename();
-        zel_content_sync_info row = {};
-        row.type = ZEL_UPLOAD_FILE;
-        row.status = ZEL_SYNC_TODO;
-        row.req_id = upload.req_id;
-        row.name = name.data();
-        row.local_path = path;
-        write(_common_storage_add_sync_content_info, &row);
-    }
+    for (const char *path : files)
+        add_transfer({}, ZEL_UPLOAD_FILE, upload.req_id, fs::path(path).filename(), path);
     write(_common_storage_add_upload_request_info, &upload);
-    movers_.take_up(upload.req_id);
+    take_up(s, upload.req_id);
     remember(recipients);
-    return upload.req_id;
+    return g_variant_new("(u)", upload.req_id);
 }
 
-GVariant *service::list_uploads()
+static GVariant *list_uploads(service &, const zel_request &)
 {
-    GVariantBuilder uploads;
-    g_variant_builder_init(&uploads, G_VARIANT_TYPE("a(uutuast)"));
-    for (const unsigned int req_id : all_uploads()) {
-        zel_trans_upload_info *record = nullptr;
-        found(_common_storage_get_upload_data, req_id, &record);
-        const upload_report report(record);
-        if (!report)
-            continue;
-        GVariantBuilder recipients;
-        g_variant_builder_init(&recipients, G_VARIANT_TYPE("as"));
-        for (size_t i = 0; i < report->msisdn_count; ++i)
-            if (const quillo_msisdn_s *one = report->msisdn_list[i])
-                g_variant_builder_add(&recipients, "s", shown(*one).c_str());
-        g_variant_builder_add(&uploads, "(uutuast)", req_id, report->status, guint64{report->total_size},
-                              report->file_count, &recipients, guint64{report->sent_time});
-    }
-    return g_variant_new("(a(uutuast))", &uploads);
+    std::vector<upload_report> reports;
+    for (const unsigned int req_id : all_uploads())
+        if (auto *report = read<zel_trans_upload_info *>(_common_storage_get_upload_data, req_id))
+            reports.emplace_back(report);
+    const auto shown_report = [](const upload_report &report) {
+        std::vector<quillo_msisdn_s *> recipients(report->msisdn_list, report->msisdn_list + report->msisdn_count);
+        std::erase(recipients, nullptr); // as far as there is an answer
+        return g_variant_new("(uutu@ast)", report->request_id, report->status, guint64{report->total_size},
+                             report->file_count, array_of("as", recipients, shown), guint64{report->sent_time});
+    };
+    return g_variant_new("(@a(uutuast))", array_of("a(uutuast)", reports, shown_report));
 }
 
-GVariant *service::describe(unsigned int req_id)
+static GVariant *describe(service &s, const zel_request &request)
 {
+    const unsigned int req_id = request.req_id;
     const zel_file_sync_type kind = kind_of(req_id);
     unsigned long long total = 0;
     const bool is_upload = found(_common_storage_get_upload_total_size, req_id, &total);
-    if (kind == ZEL_UNKNOWN && !is_upload)
-        throw failure(ZEL_ERR_INVALID_REQ_ID, "There is no request " + std::to_string(req_id) + ".");
-    const bool is_settled = movers_.is_settled(req_id); // asked before the transfers: then these are through too
+    require(kind != ZEL_UNKNOWN || is_upload, ZEL_ERR_INVALID_REQ_ID,
+            "There is no request " + std::to_string(req_id) + ".");
+    const bool has_ended = is_settled(s, req_id); // asked before the transfers: then these are through too
     const auto rows = transfers_of(kind, req_id);
     std::string token;
     if (is_upload) {
-        char *issued = nullptr;
-        found(_common_storage_get_upload_contents_token, req_id, &issued);
-        token = text_of(text(issued).get());
+        token = text_of(text(read<char *>(_common_storage_get_upload_contents_token, req_id)).get());
     } else if (!rows.empty()) {
         token = text_of(rows.front()->contents_token);
-        if (const share received = share_of(token))
-            for (const auto *item : elements_of<share_item>(received->content_info_list))
-                total += item->size;
+        const share received = received_share(token);
+        for (const auto *item : elements_of<share_item>(received->content_info_list))
+            total += item->size;
     }
-    GVariantBuilder files;
-    g_variant_builder_init(&files, G_VARIANT_TYPE("a" SHARING_FILE));
-    for (const transfer &row : rows)
-        g_variant_builder_add_value(&files, file_of(*row));
-    const trouble last = trouble_of(key_of_request(req_id));
-    return g_variant_new("(" SHARING_REQUEST ")", is_upload ? ZEL_UPLOAD_FILE : kind, movers_.status_of(req_id),
-                         is_settled, guint64{total}, token.c_str(), last.code, last.sentence.c_str(), &files);
+    const value trouble = value_of(trouble_key("request", req_id));
+    return g_variant_new("((uubtsis@a" SHARING_FILE "))", is_upload ? ZEL_UPLOAD_FILE : kind, status_of(req_id),
+                         has_ended, guint64{total}, token.c_str(), trouble.number, trouble.text.c_str(),
+                         array_of("a" SHARING_FILE, rows, [](const transfer &row) { return file_of(*row); }));
 }
 
-GVariant *service::list_recent()
+static GVariant *list_recent(service &, const zel_request &)
 {
-    GVariantBuilder groups;
-    g_variant_builder_init(&groups, G_VARIANT_TYPE("aas"));
     quillo_msisdn_s **members = nullptr;
     unsigned int count = 0;
     found(_common_storage_get_recent_receiver_details, &members, &count);
-    for (unsigned int i = 0; i < count; ++i) {
-        if (i == 0 || members[i - 1]->group_id != members[i]->group_id)
-            g_variant_builder_open(&groups, G_VARIANT_TYPE("as"));
-        g_variant_builder_add(&groups, "s", shown(*members[i]).c_str());
-        if (i + 1 == count || members[i + 1]->group_id != members[i]->group_id)
-            g_variant_builder_close(&groups);
-    }
-    for (unsigned int i = 0; i < count; ++i) {
-        g_free(members[i]->ccc);
-        g_free(members[i]->phone_number);
-        g_free(members[i]);
+    std::vector<std::vector<GVariant *>> groups;
+    for (int last = 0; quillo_msisdn_s * one : std::vector(members, members + count)) {
+        if (std::exchange(last, one->group_id) != one->group_id)
+            groups.emplace_back();
+        groups.back().push_back(shown(one));
+        g_free(one->ccc);
+        g_free(one->phone_number);
+        g_free(one);
     }
     free(members); // the C library's
-    return g_variant_new("(aas)", &groups);
+    const auto shown_group = [](const auto &group) { return array_of("as", group, std::identity()); };
+    return g_variant_new("(@aas)", array_of("aas", groups, shown_group));
+}
+
+/* From a call to its answer --------------------------------------------------------------------------------------- */
+
+constexpr struct {
+    const char *name;
+    zel_cmd command;
+    GVariant *(*carry_out)(service &, const zel_request &);
+} methods[] = {{"Send", ZEL_CMD_UPLOAD, send},
+               {"List", ZEL_CMD_GET_UPLOAD_LIST, list_uploads},
+               {"Describe", ZEL_CMD_GET_UPLOAD_INFO, describe},
+               {"Pause", ZEL_CMD_UPLOAD_PAUSE, pause},
+               {"Resume", ZEL_CMD_UPLOAD_RESUME, resume},
+               {"Cancel", ZEL_CMD_UPLOAD_CANCEL, cancel},
+               {"Inbox", ZEL_CMD_GET_SHARE_CONTENT_LIST, list_received},
+               {"Get", ZEL_CMD_DOWNLOAD, fetch},
+               {"Recent", ZEL_CMD_GET_RECENT_RECIPIENT_MSISDN_LIST, list_recent},
+               {"Forget", ZEL_CMD_DEACTIVATE, forget}};
+
+/** Queues a request. Its handle is the GDBusMethodInvocation that gets the answer. */
+static void submit(service &s, const zel_request &request, GDBusMethodInvocation *invocation)
+{
+    auto *queued = g_new0(comm_param_s, 1);
+    must(_common_copy_zel_request_members(&request, &queued->request));
+    queued->handle = invocation;
+    _common_queue_push(s.requests, queued);
+}
+
+/** Carries out one request after the other, until there is one that is none. */
+static void dispatch(service &s)
+{
+    using queued_request = std::unique_ptr<comm_param_s, releaser<_common_free_zel_param_members>>;
+    for (;;) {
+        const queued_request queued(static_cast<comm_param_s *>(_common_queue_pop(s.requests)));
+        if (!queued)
+            continue; // woken without an item
+        if (queued->request.cmd == ZEL_CMD_UNKNOWN)
+            return;
+        const auto *method =
+            std::ranges::find(methods, queued->request.cmd, [](const auto &one) { return one.command; });
+        auto *invocation = static_cast<GDBusMethodInvocation *>(queued->handle); // which the answer releases
+        try {
+            g_dbus_method_invocation_return_value(invocation, method->carry_out(s, queued->request));
+        } catch (const std::exception &reason) {
+            const int code = _common_util_convert_service_error_to_client_error(as_failure(reason).code);
+            const text sentence(g_utf8_make_valid(reason.what(), -1));
+            g_dbus_method_invocation_return_dbus_error(invocation, (bus::error_prefix + std::to_string(-code)).c_str(),
+                                                       sentence.get());
+        }
+    }
+}
+
+void service::start()
+{
+    open_door(*this);
+    must(_common_queue_init(&requests));
+    const auto run = [](void *self) -> void * {
+        auto &s = *static_cast<service *>(self);
+        auto end = std::move(s.dispatcher_end); // the service may go as soon as the end is told
+        _common_thread_notify_started(s.dispatcher);
+        _common_thread_sendSignal(s.dispatcher); // the report itself wakes nobody
+        dispatch(s);
+        end.set_value();
+        return nullptr;
+    };
+    dispatcher_ended = dispatcher_end.get_future();
+    require(_common_thread_start(&dispatcher, run, this) && _common_thread_wait_till_start(dispatcher), ZEL_ERR_THREAD,
+            "The service's thread could not be started.");
+    start_movers(*this);
+}
+
+service::~service()
+{
+    if (dispatcher) { // the queue's pop sleeps without a limit, so its thread is ended by a request
+        auto *last = g_new0(comm_param_s, 1);
+        last->request.cmd = ZEL_CMD_UNKNOWN;
+        _common_queue_push(requests, last);
+        dispatcher_ended.wait();
+        _common_thread_stop(dispatcher);
+        _common_queue_deinit(requests,
+                             [](void *item) { _common_free_zel_param_members(static_cast<comm_param_s *>(item)); });
+    }
+    stop_movers(*this);
+    if (door)
+        close_door(*this);
+}
+
+void take_call(service &s, const std::string &method, GVariant *arguments, GDBusMethodInvocation *invocation)
+{
+    zel_request request = {};
+    request.cmd = std::ranges::find(methods, method, [](const auto &one) { return one.name; })->command;
+    if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(u)")))
+        g_variant_get(arguments, "(u)", &request.req_id);
+    if (request.cmd == ZEL_CMD_DOWNLOAD)
+        g_variant_get(arguments, "(s^ay)", &request.contents_token, &request.local_path);
+    if (request.cmd == ZEL_CMD_UPLOAD) {
+        char **files = nullptr;
+        char **recipients = nullptr;
+        g_variant_get(arguments, "(^aay^ass)", &files, &recipients, &request.description);
+        for (char **file = files; *file; ++file)
+            request.file_list = g_list_append(request.file_list, *file);
+        for (char **recipient = recipients; *recipient; ++recipient)
+            request.receiver_list = g_list_append(request.receiver_list, *recipient);
+        g_free(files); // the strings are the request's
+        g_free(recipients);
+        request.type = QUILLO_APP_TYPE;
+    }
+    submit(s, request, invocation);
+    _common_free_zel_request_members(&request);
 }
 
 } // namespace sharing

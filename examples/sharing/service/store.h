@@ -1,14 +1,14 @@
 /*
- * Holders for what the store hands out, and the ways in which the service asks it.
+ * The ways in which the service asks the store, holders for what comes out, and the questions asked at several places.
  */
 #ifndef SHARING_SERVICE_STORE_H
 #define SHARING_SERVICE_STORE_H
 
 #include <chrono>
+#include <mutex>
 #include <thread>
 
 #include "share_message.h"
-#include "zel_common_request.h"
 #include "zel_common_storage.h"
 
 namespace sharing
@@ -21,12 +21,29 @@ using upload_report = std::unique_ptr<zel_trans_upload_info, releaser<_common_fr
 constexpr zel_file_sync_type all_kinds[] = {ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE};
 
 /** Throws unless an operation of the library succeeded. */
-void must(zel_err_e result);
+inline void must(zel_err_e result)
+{
+    if (result != ZEL_ERR_NONE)
+        throw failure(result, "The library answered " + std::to_string(result) + "; the trace tells where.");
+}
+
+inline void require(bool holds, zel_err_e otherwise, const std::string &sentence)
+{
+    if (!holds)
+        throw failure(otherwise, sentence);
+}
+
+/** An exception as a failure. */
+inline failure as_failure(const std::exception &reason)
+{
+    const auto *known = dynamic_cast<const failure *>(&reason);
+    return known ? *known : failure(ZEL_ERR_INTERNAL_ERROR, reason.what());
+}
 
 /**
  * Asks the store until it does not refuse. Another program may hold the database for a moment: the library tries for a
  * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for two seconds. Any other answer is one
- * that will not change.
+ * that will not change. Ids go in as the operation wants them: the store takes some as signed, and keeps all unsigned.
  */
 template <typename... parameters, typename... arguments>
 zel_err_e ask(zel_err_e (*operation)(parameters...), arguments... given)
@@ -34,7 +51,7 @@ zel_err_e ask(zel_err_e (*operation)(parameters...), arguments... given)
     using namespace std::chrono;
     const auto end = steady_clock::now() + seconds(2);
     for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(100))) {
-        const zel_err_e result = operation(given...);
+        const zel_err_e result = operation(static_cast<parameters>(given)...);
         if (result != ZEL_ERR_STORAGE_FAILURE || steady_clock::now() >= end)
             return result;
         std::this_thread::sleep_for(pause);
@@ -57,54 +74,113 @@ template <typename operation, typename... arguments> bool found(operation questi
     return true;
 }
 
-/** The store takes ids as signed numbers and keeps them as unsigned ones. */
-inline int signed_id(unsigned int id)
+/** Reads a value that the question hands out last; 0 or NULL when there is nothing. */
+template <typename value, typename operation, typename... arguments> value read(operation question, arguments... given)
 {
-    return static_cast<int>(id);
+    value answer = {};
+    found(question, given..., &answer);
+    return answer;
 }
 
-/** Takes over a list of transfers that the store handed out. */
-std::vector<transfer> take_transfers(GList *list);
+/** Reads transfers, by a question that hands out their list behind the arguments but the last one. */
+template <typename operation, typename limit, typename... arguments>
+std::vector<transfer> read_transfers(operation question, limit last, arguments... given)
+{
+    GList *list = nullptr;
+    found(question, given..., &list, last);
+    std::vector<transfer> transfers;
+    for (auto *record : elements_of<zel_content_sync_info>(list))
+        transfers.emplace_back(record);
+    g_list_free(list);
+    return transfers;
+}
 
 /** The transfers of one kind of a request, in the order in which they were stored. */
-std::vector<transfer> transfers_of(zel_file_sync_type kind, unsigned int req_id);
+inline std::vector<transfer> transfers_of(zel_file_sync_type kind, unsigned int req_id)
+{
+    return read_transfers(_common_storage_get_sync_content_info_list_only_by_req_id, req_id, kind);
+}
 
-/** NULL when there is none. */
-transfer transfer_of(unsigned int sync_id);
+inline transfer transfer_of(unsigned int sync_id)
+{
+    return transfer(read<zel_content_sync_info *>(_common_storage_get_sync_content_info_by_sync_id, sync_id));
+}
+
+/** Stores a transfer that waits; row has what it is to have besides. */
+inline void add_transfer(zel_content_sync_info row, zel_file_sync_type kind, unsigned int req_id, std::string name,
+                         std::string path)
+{
+    row.type = kind;
+    row.status = ZEL_SYNC_TODO;
+    row.req_id = req_id;
+    row.name = name.data();
+    row.local_path = path.data();
+    write(_common_storage_add_sync_content_info, &row);
+}
 
 /** The kind of a request's transfers; ZEL_UNKNOWN when it has none. */
-zel_file_sync_type kind_of(unsigned int req_id);
+inline zel_file_sync_type kind_of(unsigned int req_id)
+{
+    return static_cast<zel_file_sync_type>(read<int>(_common_storage_get_sync_type_by_req_id, req_id));
+}
 
 /** QUILLO_UPLOAD_STATUS_NONE when the upload is not stored (yet). */
-quillo_upload_status_e upload_status_of(unsigned int req_id);
-void set_upload_status(unsigned int req_id, quillo_upload_status_e status);
-
-/** Moves those of a request's transfers that have one status to another, in one step. */
-void move_status(unsigned int req_id, zel_file_sync_status from, zel_file_sync_status to);
-
-/** A received share; NULL when there is none. */
-share share_of(const std::string &token);
+inline quillo_upload_status_e upload_status_of(unsigned int req_id)
+{
+    return static_cast<quillo_upload_status_e>(read<int>(_common_storage_get_upload_status, req_id));
+}
 
 /** Every upload, the latest first. */
-std::vector<unsigned int> all_uploads();
+inline std::vector<unsigned int> all_uploads()
+{
+    unsigned int *ids = nullptr;
+    unsigned int count = 0;
+    found(_common_storage_get_request_id_list, APP_TYPE_NONE, &ids, &count);
+    const std::unique_ptr<unsigned int[], releaser<g_free>> owned(ids);
+    return {ids, ids + count};
+}
 
-/** A value of the key-value table; empty when there is none. */
-std::string value_of(const std::string &key);
-void set_value(const std::string &key, const std::string &value);
+/** What the key-value table has under a key: a text and a number, and none of both when there is nothing. */
+struct value {
+    std::string text;
+    int number = 0;
+};
+
+inline value value_of(const std::string &key)
+{
+    char *first = nullptr;
+    char *second = nullptr;
+    found(_common_storage_get_unique_data, key.c_str(), &first, &second, nullptr, nullptr);
+    return {text_of(text(first).get()),
+            static_cast<int>(std::strtol(text_of(text(second).get()).c_str(), nullptr, 10))};
+}
+
+inline void set_value(const std::string &key, const std::string &text, int number = 0)
+{
+    write(_common_storage_upsert_unique_data, key.c_str(), text.c_str(), std::to_string(number).c_str(), nullptr,
+          nullptr);
+}
+
+inline unsigned long long number_at(const char *key)
+{
+    return std::strtoull(value_of(key).text.c_str(), nullptr, 10);
+}
 
 /** A request id that was never used with this store. */
-unsigned int next_request_id();
+inline unsigned int next_request_id()
+{
+    static std::mutex one_at_a_time;
+    const std::lock_guard lock(one_at_a_time);
+    const auto next = static_cast<unsigned int>(number_at("sharingd.request") + 1);
+    set_value("sharingd.request", std::to_string(next));
+    return next;
+}
 
-/* Why a transfer or request failed last, and the code that clients get for it. */
-struct trouble {
-    int code = 0;
-    std::string sentence;
-};
-std::string key_of_transfer(unsigned int sync_id);
-std::string key_of_request(unsigned int req_id);
-void note_trouble(const std::string &key, zel_err_e result, const std::string &sentence);
-void forget_trouble(const std::string &key);
-trouble trouble_of(const std::string &key);
+/** Under which key it stands why a transfer or a request failed last, and the code that clients get for it. */
+inline std::string trouble_key(const char *what, unsigned int id)
+{
+    return "sharingd.trouble." + std::string(what) + "." + std::to_string(id);
+}
 
 } // namespace sharing
 
