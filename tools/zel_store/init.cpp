@@ -1,22 +1,18 @@
 /* What writes: makes the build's own store ready, through the library itself, and copies a store. */
 
-#include "commands.h"
-
-#include "text.h"
 #include "zel_common_storage.h"
 #include "zel_common_storage/schema.h"
 #include "zel_platform.h"
+#include "zel_store.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace zel_store
-{
 
 using namespace zel_storage;
 
@@ -33,17 +29,16 @@ void make_folder(const std::filesystem::path &folder)
     if (folder.has_parent_path())
         std::filesystem::create_directories(folder.parent_path(), error);
     struct stat status = {};
-    if (mkdir(folder.c_str(), 0700) == 0) {
-        std::printf("Made the folder %s, mode 0700.\n", safe(folder.string()).c_str());
-    } else if (stat(folder.c_str(), &status) != 0) {
-        throw unreadable(safe(folder.string()) + ": " + g_strerror(errno) +
+    if (mkdir(folder.c_str(), 0700) == 0)
+        std::puts(safe("Made the folder " + folder.string() + ", mode 0700.").c_str());
+    else if (stat(folder.c_str(), &status) != 0)
+        throw unreadable(folder.string() + ": " + g_strerror(errno) +
                          ". Run it as who may write there, then give the folder to the service's user.");
-    } else if (status.st_mode & 077U) {
-        std::printf(
-            "The folder %s has mode %04o: others may look into it, and the store holds phone numbers and tokens. "
-            "chmod 0700 closes it.\n",
-            safe(folder.string()).c_str(), status.st_mode & 07777U);
-    }
+    else if (status.st_mode & 077U)
+        std::puts(safe(format("The folder %s has mode %04o: others may look into it, and the store holds phone numbers "
+                              "and tokens. chmod 0700 closes it.",
+                              folder.c_str(), status.st_mode & 07777U))
+                      .c_str());
 }
 
 std::string missing_tables()
@@ -57,12 +52,10 @@ std::string missing_tables()
 
 void set_log()
 {
-    sqlite3 *opened = nullptr;
-    sqlite3_open_v2(ZEL_DATABASE, &opened, SQLITE_OPEN_READWRITE, nullptr);
-    const connection database(opened);
-    sqlite3_busy_timeout(opened, 2000);
+    const connection database(ZEL_DATABASE);
+    sqlite3_busy_timeout(database.handle.get(), 2000);
     std::string complaint;
-    const json mode = rows_of(opened, "PRAGMA journal_mode = WAL", &complaint);
+    const json mode = database.rows("PRAGMA journal_mode = WAL", {}, &complaint);
     if (mode.empty() || text(mode[0], "journal_mode") != "wal")
         throw unreadable("The write-ahead log could not be set: " + complaint +
                          ". End the programs that have the store open and try again.");
@@ -77,63 +70,57 @@ void set_log()
 
 } // namespace
 
-int make_ready(bool uses_log)
+int init(const options &wanted)
 {
     static constexpr int ATTEMPTS = 20; // while another program makes tables too
     make_folder(std::filesystem::path(ZEL_DATABASE).parent_path());
     if (_common_storage_init() != ZEL_ERR_NONE)
-        throw unreadable("The store could not be opened:\n" + failures +
-                         "Look whether " ZEL_DATABASE " and its folder belong to you.");
+        throw unreadable("The store could not be opened:" + failures +
+                         " Look whether " ZEL_DATABASE " and its folder belong to you.");
     for (int i = 0; i < ATTEMPTS && !missing_tables().empty(); ++i) {
         g_usleep(10000);
         _common_storage_db_create();
     }
     _common_storage_db_upgrade();
     if (const std::string missing = missing_tables(); !missing.empty())
-        throw unreadable("These tables could not be made: " + missing + "\n" + failures);
-    std::printf("%s is ready: version %d, all %zu tables.\n", safe(ZEL_DATABASE).c_str(), SCHEMA_VERSION,
-                std::size(TABLES));
-    if (uses_log)
+        throw unreadable("These tables could not be made: " + missing + "." + failures);
+    std::printf("%s is ready: version %d, all %zu tables.\n", ZEL_DATABASE, SCHEMA_VERSION, std::size(TABLES));
+    if (wanted.uses_log)
         set_log();
     return FINE;
 }
 
-int copy_to(const std::string &path, const std::string &target)
+int copy(const options &wanted, const std::string &target)
 {
-    const store read(path);
+    const store read(wanted.store);
     if (!read.is_readable)
-        throw unreadable(safe(path) + ": " + text(read.findings[0], "title") + ". cp copies such a file as it is.");
+        throw unreadable(wanted.store + ": " + text(read.findings[0], "title") + ". cp copies such a file as it is.");
     // The copy holds what the store holds: nobody else may read it, and nothing is written over.
     const int made = open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (made < 0)
-        throw unreadable(safe(target) + ": " + g_strerror(errno) + ". Name a file that is not there yet.");
+        throw unreadable(target + ": " + g_strerror(errno) + ". Name a file that is not there yet.");
     close(made);
-    sqlite3 *opened = nullptr;
-    sqlite3_open_v2(target.c_str(), &opened, SQLITE_OPEN_READWRITE, nullptr);
-    const connection database(opened);
-    sqlite3_backup *const backup = sqlite3_backup_init(opened, "main", read.database.get(), "copy");
+    const connection copied(target);
+    sqlite3_backup *const backup = sqlite3_backup_init(copied.handle.get(), "main", read.database.handle.get(), "copy");
     sqlite3_backup_step(backup, -1);
     if (sqlite3_backup_finish(backup) != SQLITE_OK) {
         unlink(target.c_str());
-        throw unreadable(safe(target) + ": " + sqlite3_errmsg(opened) + ". Nothing was left there.");
+        throw unreadable(target + ": " + sqlite3_errmsg(copied.handle.get()) + ". Nothing was left there.");
     }
-    std::printf("%s is a copy of %s, mode 0600.\n", safe(target).c_str(), text(read.file, "path").c_str());
+    std::puts(safe(target + " is a copy of " + text(read.file, "path") + ", mode 0600.").c_str());
     return FINE;
 }
-
-} // namespace zel_store
 
 // The tool is the platform of the library that it holds.
 
 int dlog_print(log_priority prio, const char *, const char *fmt, ...)
 {
-    if (prio < DLOG_ERROR)
-        return 0;
     va_list args;
     va_start(args, fmt);
     char *const line = g_strdup_vprintf(fmt, args);
     va_end(args);
-    zel_store::failures += "  " + zel_store::safe(std::string_view(line).substr(0, strlen(line) - 1)) + "\n";
+    if (prio >= DLOG_ERROR)
+        failures += std::string(" ") + g_strchomp(line);
     g_free(line);
     return 0;
 }

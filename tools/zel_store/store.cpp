@@ -1,327 +1,347 @@
-#include "store.h"
-
-#include "private_copy.h"
-#include "text.h"
+#include "pages.h"
 #include "zel_common_storage.h"
 #include "zel_common_storage/schema.h"
+#include "zel_store.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <glib.h>
+#include <glob.h>
+#include <map>
 #include <pwd.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
-namespace zel_store
-{
-
 using namespace zel_storage;
+namespace fs = std::filesystem;
 
 namespace
 {
 
-struct named_value {
-    int value;
-    const char *word;
+/** The columns whose values have words, and the enumerators that give them. */
+constexpr struct {
+    const char *table, *column;
+    int values[9];
+    const char *names;
+} VOCABULARIES[] = {
+#define WORDS(...) {__VA_ARGS__}, #__VA_ARGS__
+    {TABLE_UPLOAD_REQUEST_DATA, "status",
+     WORDS(QUILLO_UPLOAD_STATUS_NONE, QUILLO_UPLOAD_STATUS_STARTED, QUILLO_UPLOAD_STATUS_PROGRESSING,
+           QUILLO_UPLOAD_STATUS_FINISHED, QUILLO_UPLOAD_STATUS_FAILED, QUILLO_UPLOAD_STATUS_CANCELLED,
+           QUILLO_UPLOAD_STATUS_PAUSED, QUILLO_UPLOAD_STATUS_SHARE_FINISHED, QUILLO_UPLOAD_STATUS_SHARE_RECALLED)},
+    {TABLE_UPLOAD_REQUEST_DATA, "app_type",
+     WORDS(APP_TYPE_NONE, QUILLO_APP_TYPE, PIKO_APP_TYPE, MOSAIC_EVENT_APP_TYPE)},
+    {TABLE_CONTENT_INFO, "push_status",
+     WORDS(QUILLO_PUSH_STATUS_NONE, QUILLO_PUSH_STATUS_SHARE_FINISHED, QUILLO_PUSH_STATUS_SHARE_RECALLED)},
+    {TABLE_CONTENT_INFO_STATUS, "sync_type", WORDS(ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE)},
+    {TABLE_CONTENT_INFO_STATUS, "status",
+     WORDS(ZEL_SYNC_TODO, ZEL_SYNC_ONGOING, ZEL_SYNC_FAILED, ZEL_SYNC_PAUSED, ZEL_SYNC_PAUSED_TODO, ZEL_SYNC_COMPLETE)},
+    {TABLE_PUSH_NOTI_INFO, "read_noti", {0, 1, 2}, "UNREAD,READ,MARKED_FOR_DELETION"}, // which no header names
+#undef WORDS
 };
 
-/** What an SQL function gives: enumerators of the public headers, without what their family begins with. */
-struct vocabulary {
-    const char *function;
-    named_value words[9];
-};
-
-#define WORD(family, name)                                                                                             \
-    {                                                                                                                  \
-        family##name, #name                                                                                            \
-    }
-constexpr vocabulary VOCABULARIES[] = {
-    {"upload_status",
-     {WORD(QUILLO_UPLOAD_STATUS_, NONE), WORD(QUILLO_UPLOAD_STATUS_, STARTED), WORD(QUILLO_UPLOAD_STATUS_, PROGRESSING),
-      WORD(QUILLO_UPLOAD_STATUS_, FINISHED), WORD(QUILLO_UPLOAD_STATUS_, FAILED),
-      WORD(QUILLO_UPLOAD_STATUS_, CANCELLED), WORD(QUILLO_UPLOAD_STATUS_, PAUSED),
-      WORD(QUILLO_UPLOAD_STATUS_, SHARE_FINISHED), WORD(QUILLO_UPLOAD_STATUS_, SHARE_RECALLED)}},
-    {"push_status",
-     {WORD(QUILLO_PUSH_STATUS_, NONE), WORD(QUILLO_PUSH_STATUS_, SHARE_FINISHED),
-      WORD(QUILLO_PUSH_STATUS_, SHARE_RECALLED)}},
-    {"app_type",
-     {WORD(APP_TYPE_, NONE),
-      {QUILLO_APP_TYPE, "quillo"},
-      {PIKO_APP_TYPE, "piko"},
-      {MOSAIC_EVENT_APP_TYPE, "mosaic event"}}},
-    {"sync_type", {WORD(ZEL_, UPLOAD_FILE), WORD(ZEL_, DOWNLOAD_THUMBNAIL), WORD(ZEL_, DOWNLOAD_FILE)}},
-    {"sync_status",
-     {WORD(ZEL_SYNC_, TODO), WORD(ZEL_SYNC_, ONGOING), WORD(ZEL_SYNC_, FAILED), WORD(ZEL_SYNC_, PAUSED),
-      WORD(ZEL_SYNC_, PAUSED_TODO), WORD(ZEL_SYNC_, COMPLETE)}},
-    {"read_state", {{0, "unread"}, {1, "read"}, {2, "marked for deletion"}}}, // which no header names
-};
-#undef WORD
-
-void give_word(sqlite3_context *context, int, sqlite3_value **arguments)
+/** Words are the enumerators without what their family begins with. */
+void add_words(const connection &database)
 {
-    const long long number = sqlite3_value_int64(arguments[0]);
-    for (const named_value &one : static_cast<const vocabulary *>(sqlite3_user_data(context))->words) {
-        if (!one.word || number != one.value || sqlite3_value_type(arguments[0]) == SQLITE_NULL)
-            continue;
-        std::string word = one.word;
-        std::transform(word.begin(), word.end(), word.begin(),
-                       [](char letter) { return letter == '_' ? ' ' : g_ascii_tolower(letter); });
-        sqlite3_result_text(context, word.c_str(), -1, SQLITE_TRANSIENT);
-    }
-}
-
-template <int NUMBER> void give_number(sqlite3_context *context, int, sqlite3_value **)
-{
-    sqlite3_result_int(context, NUMBER);
-}
-
-/** Whether a column holds what is shown shortened: numbers, tokens, keys, and addresses that may hold them. */
-bool is_secret(const std::string &name)
-{
-    static constexpr const char *PARTS[] = {"phone",    "msisdn",    "to_list", "value", "reserv",
-                                            "original", "thumbnail", "_token",  "_key"};
-    return std::any_of(std::begin(PARTS), std::end(PARTS),
-                       [&](const char *part) { return name.find(part) != std::string::npos; });
-}
-
-/** Who else has the file open, found by its device and number. */
-void find_openers(json &file, const struct stat &wanted)
-{
-    namespace fs = std::filesystem;
-    std::error_code error;
-    file["open_in"] = json::array();
-    file["sees_all_processes"] = true;
-    for (const fs::directory_entry &entry : fs::directory_iterator("/proc", error)) {
-        const auto id = static_cast<pid_t>(std::strtol(entry.path().filename().c_str(), nullptr, 10));
-        bool has_it = false;
-        for (fs::directory_iterator one(entry.path() / "fd", error), end; id > 0 && !error && one != end;
-             one.increment(error)) {
-            struct stat status = {};
-            has_it = has_it || (stat(one->path().c_str(), &status) == 0 && status.st_dev == wanted.st_dev &&
-                                status.st_ino == wanted.st_ino);
-        }
-        if (id > 0 && error == std::errc::permission_denied)
-            file["sees_all_processes"] = false;
+    for (const auto &[table, column, values, names] : VOCABULARIES) {
+        std::istringstream rest(names);
         std::string name;
-        if (has_it && id != getpid() && std::getline(std::ifstream(entry.path() / "comm"), name))
-            file["open_in"].push_back({{"pid", id}, {"name", name}});
+        std::string cases;
+        for (const int *value = values; std::getline(rest >> std::ws, name, ','); ++value) {
+            name = match("^(QUILLO_UPLOAD_STATUS_|QUILLO_PUSH_STATUS_|ZEL_SYNC_|ZEL_|APP_TYPE_)?(.*?)(_APP_TYPE)?$",
+                         name)[2];
+            cases += format(" WHEN %d THEN lower(replace('%s', '_', ' '))", *value, name.c_str());
+        }
+        // Without a push status nothing was reported.
+        const std::string missing = std::string_view(column) == "push_status" ? "0" : "NULL";
+        database.rows(
+            format("ALTER TABLE %s ADD COLUMN %s_word AS (CASE coalesce(%s, %s)%s ELSE '?' || coalesce(%s, '') "
+                   "END)",
+                   table, column, column, missing.c_str(), cases.c_str(), column));
     }
 }
 
-json describe(const std::string &path, const image &taken)
+/** The first bytes of a file, as many as there are. */
+std::string head_of(const std::string &path, size_t length)
 {
-    const passwd *const owner = getpwuid(taken.status.st_uid);
-    const auto size_of = [](const std::optional<std::string> &bytes) { return bytes ? json(bytes->size()) : json(); };
-    const bool uses_log = taken.main.size() >= 100 && taken.main[18] == 2;
-    json file = {{"path", std::filesystem::absolute(path).lexically_normal().string()},
-                 {"owner", owner ? owner->pw_name : std::to_string(taken.status.st_uid)},
-                 {"mode", format("%04o", taken.status.st_mode & 07777U)},
-                 {"size", taken.main.size()},
-                 {"journal_mode", uses_log ? "wal" : "delete"},
-                 {"journal_size", size_of(taken.journal)},
-                 {"log_size", size_of(taken.log)}};
-    find_openers(file, taken.status);
-    return file;
+    std::string bytes(length, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes.data(), static_cast<std::streamsize>(length));
+    return bytes.substr(0, static_cast<size_t>(file.gcount()));
 }
 
-void add(json &findings, const char *kind, const std::string &title, const char *means, const char *action,
-         const json &rows = json::array())
+/** Looks whether there is a file to read, and says what to do if not. */
+struct stat status_of(const std::string &path)
 {
-    findings.push_back({{"kind", kind}, {"title", title}, {"means", means}, {"do", action}, {"rows", rows}});
+    struct stat status = {};
+    const bool is_there = stat(path.c_str(), &status) == 0;
+    if (!is_there && (errno == ENOENT || errno == ENOTDIR))
+        throw unreadable(path + ": there is no store. zel-store init makes one; STORE can also be its file or folder.");
+    if (is_there && !S_ISREG(status.st_mode))
+        throw unreadable(path + ": is no regular file. Name the store's file or its folder.");
+    if (!is_there || access(path.c_str(), R_OK) != 0)
+        throw unreadable(path + ": " + g_strerror(errno) + ". Run zel-store as the service's user or as root.");
+    return status;
+}
+
+/**
+ * What is another one whenever a writer may have changed the file in between. With a rollback journal, each commit
+ * changes the counter in the file's header, and each write in progress has a journal with a number of its own. A
+ * write-ahead log holds whatever the file lacks until it is copied there or the log begins anew, with other numbers.
+ */
+std::string fingerprint(const std::string &path)
+{
+    const struct stat status = status_of(path);
+    return format("%llu %lld %lld.%09ld ", static_cast<unsigned long long>(status.st_ino),
+                  static_cast<long long>(status.st_size), static_cast<long long>(status.st_mtim.tv_sec),
+                  static_cast<long>(status.st_mtim.tv_nsec)) +
+           head_of(path, 100) + head_of(path + "-journal", 28) + head_of(path + "-wal", 32);
+}
+
+/** A folder of its own that goes with it; no signal ends the program meanwhile. */
+struct scratch_folder {
+    std::string path = (fs::temp_directory_path() / "zel-store.XXXXXX").string();
+    sigset_t signals = {};
+
+    scratch_folder()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &signals);
+        if (!mkdtemp(path.data()))
+            refuse(errno);
+    }
+    ~scratch_folder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+        pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+    }
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+
+    void refuse(int error) const
+    {
+        throw unreadable("No private copy can be made as " + path + ": " + g_strerror(error) +
+                         ". Name a folder with room for it in TMPDIR.");
+    }
+};
+
+/** Copies the file and what lies beside it, again and again until no writer has been at work meanwhile. */
+void copy_consistently(const std::string &path, const scratch_folder &scratch)
+{
+    using namespace std::chrono;
+    const auto deadline = steady_clock::now() + seconds(5);
+    for (unsigned int attempt = 0; steady_clock::now() < deadline; ++attempt) {
+        const std::string before = fingerprint(path);
+        // The file first: what is written to it from then on is in the journal as it was before, or in the log.
+        for (const char *suffix : {"", "-journal", "-wal"}) {
+            std::error_code error;
+            fs::remove(scratch.path + "/store" + suffix, error);
+            fs::copy_file(path + suffix, scratch.path + "/store" + suffix, error);
+            if (error && error != std::errc::no_such_file_or_directory)
+                scratch.refuse(error.value());
+        }
+        if (fingerprint(path) == before)
+            return;
+        std::this_thread::sleep_for(microseconds(100 * (attempt % 7)));
+    }
+    throw unreadable(path + ": is written without a pause; no copy was whole. Try again when the service does less.");
+}
+
+/** Which processes besides this one have the file open. */
+void find_openers(json &file, const std::string &path)
+{
+    static bool sees_all = true;
+    glob_t found = {};
+    const auto complain = [](const char *, int error) {
+        sees_all = sees_all && error != EACCES;
+        return 0;
+    };
+    glob("/proc/[0-9]*/fd/*", GLOB_NOSORT, complain, &found);
+    std::map<int, std::string> names;
+    for (size_t i = 0; i < found.gl_pathc; ++i) {
+        const auto id = static_cast<int>(std::strtol(found.gl_pathv[i] + strlen("/proc/"), nullptr, 10));
+        std::error_code ignored;
+        if (id != getpid() && fs::equivalent(found.gl_pathv[i], path, ignored))
+            std::getline(std::ifstream(format("/proc/%d/comm", id)), names[id]);
+    }
+    globfree(&found);
+    file["open_in"] = json::array();
+    for (const auto &[id, name] : names)
+        file["open_in"].push_back({{"pid", id}, {"name", name}});
+    file["sees_all_processes"] = sees_all;
 }
 
 /** Copies the rows of a table that can be read; around a damaged page both from the front and from the end. */
-std::string load(sqlite3 *database, const std::string &name, const std::string &columns)
+std::string load(const connection &database, const std::string &table, const std::string &columns)
 {
-    std::string complaint;
+    std::string complaints;
     for (const char *order : {"", " ORDER BY rowid DESC"}) {
-        sqlite3_stmt *reading = nullptr;
-        sqlite3_stmt *writing = nullptr;
-        const std::string select = format("SELECT %s FROM copy.%s%s", columns.c_str(), name.c_str(), order);
-        sqlite3_prepare_v2(database, select.c_str(), -1, &reading, nullptr);
-        std::string places = "?";
-        for (int i = 1; i < sqlite3_column_count(reading); ++i)
-            places += ",?";
-        const std::string insert = format("INSERT OR IGNORE INTO main.%s VALUES(%s)", name.c_str(), places.c_str());
-        sqlite3_prepare_v2(database, insert.c_str(), -1, &writing, nullptr);
-        int code = reading ? SQLITE_ROW : SQLITE_ERROR;
-        while (code == SQLITE_ROW && (code = sqlite3_step(reading)) == SQLITE_ROW) {
-            for (int i = 0; i < sqlite3_column_count(reading); ++i)
-                sqlite3_bind_value(writing, i + 1, sqlite3_column_value(reading, i));
-            sqlite3_step(writing);
-            sqlite3_reset(writing);
+        std::string complaint;
+        const std::string reading = format("SELECT %s FROM copy.%s%s", columns.c_str(), table.c_str(), order);
+        for (const json &row : database.rows(reading, {}, &complaint)) {
+            std::string places = "?";
+            for (size_t i = 1; i < row.size(); ++i)
+                places += ",?";
+            database.rows(format("INSERT OR IGNORE INTO main.%s VALUES(%s)", table.c_str(), places.c_str()),
+                          {row.begin(), row.end()});
         }
-        const std::string failure = code == SQLITE_DONE ? "" : sqlite3_errmsg(database);
-        sqlite3_finalize(reading);
-        sqlite3_finalize(writing);
-        if (failure.empty())
+        if (complaint.empty())
             break;
-        complaint = failure;
+        complaints = complaint;
     }
-    return complaint;
+    return complaints;
 }
 
-/** Fills the tables in memory and says what is missing or different. */
+/** Fills the tables in memory and says what is missing or different; the library reads columns by position. */
 void load_tables(store &read)
 {
-    sqlite3 *const database = read.database.get();
     json missing = json::array();
     for (const table &one : TABLES) {
-        const auto info = [&](const char *schema) {
-            return std::string("pragma_table_info('") + one.name + "', '" + schema + "')";
-        };
-        const json columns = rows_of(database, "SELECT laid.name AS name, laid.type AS type, found.name AS found, "
-                                               "found.type AS found_type FROM " +
-                                                   info("main") + " AS laid LEFT JOIN " + info("copy") +
-                                                   " AS found USING (cid) ORDER BY cid");
-        if (columns[0]["found"].is_null()) {
-            missing.push_back(one.name);
+        const json found = read.database.rows(
+            R"(SELECT count(found.cid) AS columns, group_concat(coalesce(format('"%w"', found.name),
+                          iif(laid."notnull", '''''', 'NULL')) || ' AS c' || cid) AS list,
+                      group_concat(iif(laid.name IS found.name AND laid.type IS found.type, NULL,
+                          format('%s %s for %s %s', found.name, found.type, laid.name, laid.type)), ', ') AS differences
+               FROM pragma_table_info(?1, 'main') AS laid LEFT JOIN pragma_table_info(?1, 'copy') AS found USING (cid))",
+            {one.name})[0];
+        if (found["columns"] == 0) {
+            missing.push_back({{"name", one.name}});
             continue;
         }
-        json differences = json::array();
-        std::string names; // the library reads by position
-        for (const json &each : columns) {
-            if (each["name"] != each["found"] || each["type"] != each["found_type"])
-                differences.push_back(text(each, "found") + " " + text(each, "found_type") + " for " +
-                                      text(each, "name") + " " + text(each, "type"));
-            names += names.empty() ? "" : ",";
-            names += each["found"].is_null() ? "NULL" : "\"" + each["found"].get<std::string>() + "\"";
-        }
-        if (!differences.empty())
-            add(read.findings, "columns", one.name + std::string(" has other columns than are laid down"),
-                "The library reads columns by position and takes one for another.",
-                "Find the version or program that made the table; nothing alters it by itself.", differences);
-        if (const std::string complaint = load(database, one.name, names); !complaint.empty())
-            add(read.findings, "damaged-table", one.name + std::string(" cannot be read whole: ") + complaint,
-                "Operations that come to the damaged place fail with code 11.",
-                "Keep a copy, and have sqlite3's .recover write what is left into a new file.");
+        if (!found["differences"].is_null())
+            read.find("columns", one.name, {{{"columns", found["differences"]}}});
+        if (const std::string complaint = load(read.database, one.name, found["list"]); !complaint.empty())
+            read.find("damaged-table", one.name, {{{"SQLite says:", complaint}}});
     }
-    if (!missing.empty())
-        add(read.findings, "missing-table", "Tables are missing",
-            "Every operation on them fails. Two programs that start at once on an empty folder can leave some out; "
-            "without any of the nine it is another program's file, or nobody's yet.",
-            "End the programs and run zel-store init.", missing);
+    read.find("missing-table", "", missing);
     // Some ids are written as the negative number of the same 32 bits.
-    sqlite3_exec(database,
-                 "UPDATE content_info_status SET req_id = req_id & 4294967295, content_id = content_id & 4294967295,"
-                 " offset = offset & 4294967295;"
-                 "UPDATE upload_request_data SET req_id = req_id & 4294967295;"
-                 "UPDATE contact_details SET req_id = req_id & 4294967295",
-                 nullptr, nullptr, nullptr);
-}
-
-void open_image(store &read, const image &taken)
-{
-    const scratch_files files(taken);
-    sqlite3 *database = nullptr;
-    sqlite3_open(":memory:", &database);
-    read.database.reset(database);
-    for (const vocabulary &one : VOCABULARIES)
-        sqlite3_create_function(database, one.function, 1, SQLITE_UTF8, const_cast<vocabulary *>(&one), give_word,
-                                nullptr, nullptr);
-    sqlite3_create_function(database, "batch_limit", 0, SQLITE_UTF8, nullptr, give_number<BATCH_LIMIT>, nullptr,
-                            nullptr);
-    sqlite3_create_function(database, "retry_cap", 0, SQLITE_UTF8, nullptr, give_number<RETRY_CAP>, nullptr, nullptr);
-    sqlite3_create_function(database, "group_limit", 0, SQLITE_UTF8, nullptr, give_number<GROUP_LIMIT>, nullptr,
-                            nullptr);
-    for (const table &one : TABLES)
-        sqlite3_exec(database, one.create, nullptr, nullptr, nullptr);
-    // The first look undoes what was broken off. Exclusive: a log needs no shared memory then. With a writable schema a
-    // file that is cut can be read up to there.
-    std::string complaint;
-    sqlite3_exec(database, "PRAGMA locking_mode = EXCLUSIVE; PRAGMA writable_schema = ON", nullptr, nullptr, nullptr);
-    rows_of(database, "ATTACH '" + files.folder + "/store' AS copy", &complaint);
-    if (complaint.empty())
-        rows_of(database, "SELECT count(*) FROM copy.sqlite_master", &complaint);
-    if (complaint.empty())
-        return;
-    read.is_readable = false;
-    add(read.findings, "unreadable", "SQLite cannot open the file: " + complaint,
-        "It is no database, or its first page is damaged.",
-        "Keep a copy. Take the file away, and the next start of the service makes an empty store.");
+    read.database.rows("UPDATE content_info_status SET req_id = req_id & 4294967295,"
+                       " content_id = content_id & 4294967295, offset = offset & 4294967295;"
+                       "UPDATE upload_request_data SET req_id = req_id & 4294967295;"
+                       "UPDATE contact_details SET req_id = req_id & 4294967295");
 }
 
 } // namespace
 
-json rows_of(sqlite3 *database, const std::string &statement, std::string *complaint)
+connection::connection(const std::string &path) : handle(nullptr, sqlite3_close)
+{
+    sqlite3 *opened = nullptr;
+    sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE, nullptr);
+    handle.reset(opened);
+}
+
+json connection::rows(const std::string &statements, const std::vector<json> &arguments, std::string *complaint) const
 {
     json rows = json::array();
-    sqlite3_stmt *prepared = nullptr;
-    int code = sqlite3_prepare_v2(database, statement.c_str(), -1, &prepared, nullptr);
-    while ((code == SQLITE_OK || code == SQLITE_ROW) && (code = sqlite3_step(prepared)) == SQLITE_ROW) {
-        json &row = rows.emplace_back(json::object());
-        for (int i = 0; i < sqlite3_column_count(prepared); ++i) {
-            json &value = row[sqlite3_column_name(prepared, i)];
-            const int type = sqlite3_column_type(prepared, i);
-            if (type == SQLITE_INTEGER)
-                value = sqlite3_column_int64(prepared, i);
-            else if (type == SQLITE_FLOAT)
-                value = sqlite3_column_double(prepared, i);
-            else if (const void *bytes = sqlite3_column_blob(prepared, i); type != SQLITE_NULL)
-                value = std::string(static_cast<const char *>(bytes ? bytes : ""),
-                                    static_cast<size_t>(sqlite3_column_bytes(prepared, i)));
+    int code = SQLITE_DONE;
+    for (const char *rest = statements.c_str(); code == SQLITE_DONE && *rest;) {
+        sqlite3_stmt *prepared = nullptr;
+        code = sqlite3_prepare_v2(handle.get(), rest, -1, &prepared, &rest);
+        for (int i = 1; i <= sqlite3_bind_parameter_count(prepared); ++i) {
+            const json &value = arguments.at(static_cast<size_t>(i - 1));
+            if (value.is_string())
+                sqlite3_bind_text64(prepared, i, value.get_ref<const std::string &>().data(),
+                                    value.get_ref<const std::string &>().size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+            else if (value.is_number_float())
+                sqlite3_bind_double(prepared, i, value);
+            else if (value.is_number())
+                sqlite3_bind_int64(prepared, i, value);
         }
+        while (prepared && (code = sqlite3_step(prepared)) == SQLITE_ROW) {
+            json &row = rows.emplace_back(json::object());
+            for (int i = 0; i < sqlite3_column_count(prepared); ++i) {
+                json &value = row[sqlite3_column_name(prepared, i)];
+                const int type = sqlite3_column_type(prepared, i);
+                if (type == SQLITE_INTEGER)
+                    value = sqlite3_column_int64(prepared, i);
+                else if (type == SQLITE_FLOAT)
+                    value = sqlite3_column_double(prepared, i);
+                else if (const void *bytes = sqlite3_column_blob(prepared, i); type != SQLITE_NULL)
+                    value = std::string(static_cast<const char *>(bytes ? bytes : ""),
+                                        static_cast<size_t>(sqlite3_column_bytes(prepared, i)));
+            }
+        }
+        sqlite3_finalize(prepared);
     }
-    if (code != SQLITE_DONE && complaint)
-        *complaint = sqlite3_errmsg(database);
-    sqlite3_finalize(prepared);
+    if (code == SQLITE_DONE || code == SQLITE_OK)
+        return rows;
+    if (!complaint)
+        throw unreadable(std::string("SQLite: ") + sqlite3_errmsg(handle.get()) + " in " + statements);
+    *complaint = sqlite3_errmsg(handle.get());
     return rows;
 }
 
-json store::rows(const std::string &statement) const
+void store::find(const std::string &kind, const std::string &table, const json &rows)
 {
-    json found = rows_of(database.get(), statement);
-    for (json &row : found)
-        for (const auto &column : row.items())
-            if (column.value().is_string() && !shows_secrets && is_secret(column.key()))
-                column.value() = shortened(column.value().get_ref<const std::string &>());
-    return found;
+    static const std::vector<texts> TEXTS = advice(DATABASE_PAGE, "## What zel-store check finds");
+    if (rows.empty())
+        return;
+    const std::string key = rows[0].items().begin().key();
+    json names = json::array();
+    for (const json &row : rows)
+        names.push_back(text(row, key.c_str()));
+    for (const texts &row : TEXTS)
+        if (row.size() == 4 && row[0] == "`" + kind + "`")
+            findings.push_back({{"kind", kind},
+                                {"title", row[1]},
+                                {"means", row[2]},
+                                {"do", row[3]},
+                                {"table", table},
+                                {"key", key},
+                                {"rows", names}});
 }
 
-std::string store_path(const std::string &named)
+store::store(const std::string &named)
 {
     std::error_code error;
-    if (!std::filesystem::is_directory(named, error))
-        return named;
-    return (std::filesystem::path(named) / std::filesystem::path(ZEL_DATABASE).filename()).string();
+    const std::string path =
+        fs::is_directory(named, error) ? (fs::path(named) / fs::path(ZEL_DATABASE).filename()).string() : named;
+    const struct stat status = status_of(path);
+    const passwd *const owner = getpwuid(status.st_uid);
+    file = {{"path", fs::absolute(path).lexically_normal().string()},
+            {"owner", owner ? owner->pw_name : std::to_string(status.st_uid)},
+            {"mode", format("%04o", status.st_mode & 07777U)}};
+    find_openers(file, path);
+    for (const table &one : TABLES)
+        database.rows(one.create);
+    database.rows(format("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups", BATCH_LIMIT,
+                         RETRY_CAP, GROUP_LIMIT));
+    const scratch_folder scratch;
+    copy_consistently(path, scratch);
+    for (const auto &[name, suffix] : {std::pair("size", ""), {"journal_size", "-journal"}, {"log_size", "-wal"}}) {
+        const auto size = fs::file_size(scratch.path + "/store" + suffix, error);
+        file[name] = error ? json() : json(size);
+    }
+    // The first look undoes what was broken off. Exclusive: a log needs no shared memory then. A file that is cut can
+    // be read up to there with a writable schema only.
+    const std::string look = "ATTACH ? AS copy; SELECT count(*) FROM copy.sqlite_master";
+    std::string complaint;
+    std::string cut;
+    database.rows("PRAGMA locking_mode = EXCLUSIVE; " + look, {scratch.path + "/store"}, &complaint);
+    if (!complaint.empty()) {
+        database.rows("DETACH copy", {}, &cut);
+        cut.clear();
+        database.rows("PRAGMA writable_schema = ON; " + look, {scratch.path + "/store"}, &cut);
+    }
+    is_readable = cut.empty();
+    if (!complaint.empty())
+        find(is_readable ? "cut" : "unreadable", "", {{{"SQLite says:", complaint}}});
+    if (is_readable) {
+        file["version"] = database.rows("PRAGMA copy.user_version")[0]["user_version"];
+        file["journal_mode"] = database.rows("PRAGMA copy.journal_mode")[0]["journal_mode"];
+        if (file["version"] != SCHEMA_VERSION)
+            find("version", "",
+                 {{{"user_version", format("%s, not %d", text(file, "version").c_str(), SCHEMA_VERSION)}}});
+        load_tables(*this);
+    }
+    add_words(database);
 }
-
-store::store(const std::string &path, bool with_secrets) : shows_secrets(with_secrets)
-{
-    const image taken = read_consistently(path);
-    file = describe(path, taken);
-    open_image(*this, taken);
-    const auto header = [&](size_t at) { // a number of four bytes; of a file that is too short 0
-        unsigned int number = 0;
-        for (size_t i = at; taken.main.size() >= 100 && i < at + 4; ++i)
-            number = number << 8 | static_cast<unsigned char>(taken.main[i]);
-        return number;
-    };
-    const json version = rows_of(database.get(), "PRAGMA copy.user_version");
-    file["version"] = version.empty() ? json() : version[0]["user_version"];
-    if (!is_readable)
-        return;
-    // The number of pages counts if the version that wrote it was the last to change the file, and the log has no more.
-    const unsigned int page_size = header(16) >> 16 == 1 ? 65536 : header(16) >> 16;
-    if (!taken.journal && !taken.log && header(24) == header(92) &&
-        static_cast<unsigned long long>(page_size) * header(28) > taken.main.size())
-        add(findings, "cut",
-            format("The file is cut: it says %u pages of %u bytes and has %zu bytes", header(28), page_size,
-                   taken.main.size()),
-            "A copy that broke off, or a file system that lost the end of the file.",
-            "Copy it again, with zel-store copy. If the service's own file is cut, save what show reads.");
-    if (file["version"] != SCHEMA_VERSION)
-        add(findings, "version",
-            format("The schema's version is %s, not %d", file["version"].dump().c_str(), SCHEMA_VERSION),
-            "Another version of the library made the file, or its first start broke off.",
-            "The next _common_storage_init stamps its own version and leaves the tables as they are: what matters is "
-            "whether their columns are told here.");
-    load_tables(*this);
-}
-
-std::string text_of(const json &document, int indentation)
-{
-    return document.dump(indentation, ' ', false, json::error_handler_t::replace) + "\n";
-}
-
-} // namespace zel_store

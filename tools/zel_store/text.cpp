@@ -1,17 +1,14 @@
-#include "text.h"
+#include "zel_store.h"
 
-#include <algorithm>
 #include <clocale>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <glib.h>
-#include <nlohmann/json.hpp>
+#include <map>
+#include <sstream>
 #include <sys/ioctl.h>
 #include <unistd.h>
-
-namespace zel_store
-{
 
 terminal screen;
 
@@ -32,152 +29,77 @@ std::string format(const char *fmt, ...)
 {
     va_list args;
     va_start(args, fmt);
-    char *const made = g_strdup_vprintf(fmt, args);
+    const std::unique_ptr<char, void (*)(void *)> made(g_strdup_vprintf(fmt, args), g_free);
     va_end(args);
-    std::string result = made;
-    g_free(made);
-    return result;
+    return made.get();
 }
-
-namespace
-{
-
-/** What is no letter but an order to the terminal, or turns the text around it. */
-bool is_dangerous(gunichar letter)
-{
-    return !g_unichar_isprint(letter) || letter == 0x061C || (letter >= 0x200B && letter <= 0x200F) ||
-           (letter >= 0x2028 && letter <= 0x202E) || (letter >= 0x2060 && letter <= 0x206F) || letter == 0xFEFF;
-}
-
-/** A letter of a safe text, or one of the tool's colours. */
-struct piece {
-    size_t length;
-    int columns;
-};
-
-piece first_piece(std::string_view text)
-{
-    if (text.starts_with("\033["))
-        return {text.find('m') + 1, 0};
-    const gunichar letter = g_utf8_get_char(text.data());
-    return {static_cast<size_t>(g_unichar_to_utf8(letter, nullptr)), g_unichar_iszerowidth(letter) ? 0
-                                                                     : g_unichar_iswide(letter)    ? 2
-                                                                                                   : 1};
-}
-
-int width_of(std::string_view text)
-{
-    int columns = 0;
-    for (; !text.empty(); text.remove_prefix(first_piece(text).length))
-        columns += first_piece(text).columns;
-    return columns;
-}
-
-std::string repeated(const char *text, int count)
-{
-    std::string result;
-    while (count-- > 0)
-        result += text;
-    return result;
-}
-
-const char *ellipsis()
-{
-    return screen.knows_utf8 ? "…" : "~";
-}
-
-} // namespace
 
 std::string safe(std::string_view text)
 {
+    static const std::map<gunichar, char> PLAINER = {{0x2026, '~'}, {0x2588, '#'}, {0x00B7, '-'}}; // of the tool's own
     std::string result;
-    while (!text.empty()) {
+    for (size_t length = 0; !text.empty(); text.remove_prefix(length)) {
         const gunichar letter = g_utf8_get_char_validated(text.data(), static_cast<gssize>(text.size()));
         const bool is_letter = letter < 0x110000;
-        const auto length = is_letter ? static_cast<size_t>(g_unichar_to_utf8(letter, nullptr)) : 1;
-        if (length == 1 && (!is_letter || is_dangerous(letter)))
-            result += format("\\x%02x", static_cast<unsigned int>(static_cast<unsigned char>(text[0])));
-        else if (is_dangerous(letter) || (length > 1 && !screen.knows_utf8))
-            result += format("\\u{%x}", letter);
-        else
+        length = is_letter ? static_cast<size_t>(g_unichar_to_utf8(letter, nullptr)) : 1;
+        // No letter but an order to the terminal, or what turns the text around it.
+        const bool is_dangerous = !is_letter || !g_unichar_isprint(letter) || letter == 0x061C || letter == 0xFEFF ||
+                                  (letter >= 0x200B && letter <= 0x200F) || (letter >= 0x2028 && letter <= 0x202E) ||
+                                  (letter >= 0x2060 && letter <= 0x206F);
+        if (!is_dangerous && (length == 1 || screen.knows_utf8))
             result += text.substr(0, length);
-        text.remove_prefix(length);
+        else if (length == 1)
+            result += format("\\x%02x", static_cast<unsigned int>(static_cast<unsigned char>(text[0])));
+        else
+            result += PLAINER.contains(letter) ? std::string(1, PLAINER.at(letter)) : format("\\u{%x}", letter);
     }
     return result;
 }
 
-std::string cut(std::string_view text, int columns)
+std::string shown(std::string_view text, int colour)
 {
-    if (columns <= 0 || width_of(text) <= columns)
-        return std::string(text);
-    std::string result;
-    bool is_full = false;
-    for (int left = columns - 1; !text.empty();) {
-        const piece next = first_piece(text);
-        if (!is_full && next.columns > left) {
-            result += ellipsis();
-            is_full = true;
+    std::string line = safe(text);
+    int used = 0;
+    size_t fitting = 0; // bytes that leave a column for the mark of what is missing
+    for (const char *at = line.c_str(); *at; at = g_utf8_next_char(at)) {
+        fitting = used < screen.width ? static_cast<size_t>(at - line.c_str()) : fitting;
+        const gunichar letter = g_utf8_get_char(at);
+        used += g_unichar_iszerowidth(letter) ? 0 : g_unichar_iswide(letter) ? 2 : 1;
+    }
+    if (screen.width > 0 && used > screen.width)
+        line = line.substr(0, fitting) + safe("…");
+    return screen.has_colours && colour != PLAIN ? format("\033[%dm%s\033[0m", colour, line.c_str()) : line;
+}
+
+void print(std::string_view text, int colour)
+{
+    std::puts(shown(text, colour).c_str());
+}
+
+void print_labelled(const char *label, std::string_view text)
+{
+    std::string line = format("  %-9s", label);
+    std::istringstream words(safe(text));
+    for (std::string word; words >> word; line += " " + word)
+        if (line.size() > 11 && line.size() + word.size() >= static_cast<size_t>(screen.width ? screen.width : 100)) {
+            std::puts(line.c_str());
+            line.assign(11, ' ');
         }
-        if (!is_full || next.columns == 0) // a colour that was switched on is switched off again
-            result += text.substr(0, next.length);
-        left -= next.columns;
-        text.remove_prefix(next.length);
-    }
-    return result;
+    std::puts(line.c_str());
 }
 
-std::string in_columns(std::string_view text, int columns)
+std::string written(const json &document, int indentation)
 {
-    const std::string result = cut(text, columns);
-    return result + repeated(" ", columns - width_of(result));
+    return document.dump(indentation, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
-std::string wrapped(std::string_view text, int indentation)
+std::string text(const json &row, const char *name)
 {
-    const int room = (screen.width > 0 ? screen.width : 100) - indentation;
-    std::string result;
-    for (int used = 0; !text.empty();) {
-        const std::string_view word = text.substr(0, text.find(' '));
-        const int columns = width_of(word);
-        const bool fits = used == 0 || used + 1 + columns <= room;
-        result += used == 0 ? "" : fits ? " " : "\n" + repeated(" ", indentation);
-        result += word;
-        used = (fits && used > 0 ? used + 1 : 0) + columns;
-        text.remove_prefix(std::min(text.size(), word.size() + 1));
-    }
-    return result;
+    const json &value = row.at(name);
+    return value.is_null() ? "" : value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-std::string shortened(std::string_view secret)
-{
-    const bool is_long = secret.size() >= 8 &&
-                         std::all_of(secret.begin(), secret.end(), [](char letter) { return g_ascii_isgraph(letter); });
-    return secret.empty() ? ""
-           : is_long ? std::string(secret.substr(0, 3)) + ellipsis() + std::string(secret.substr(secret.size() - 2))
-                     : ellipsis();
-}
-
-std::string coloured(colour wanted, const std::string &text)
-{
-    static constexpr const char *CODES[] = {"", "2", "1", "31", "32", "33"};
-    const bool is_plain = !screen.has_colours || wanted == colour::plain || text.empty();
-    return is_plain ? text : format("\033[%sm%s\033[0m", CODES[static_cast<int>(wanted)], text.c_str());
-}
-
-long long number(const nlohmann::ordered_json &row, const char *name)
-{
-    const auto found = row.find(name);
-    return found != row.end() && found->is_number() ? found->get<long long>() : 0;
-}
-
-std::string text(const nlohmann::ordered_json &row, const char *name)
-{
-    const auto found = row.find(name);
-    const bool is_nothing = found == row.end() || found->is_null();
-    return is_nothing ? "" : safe(found->is_string() ? found->get<std::string>() : found->dump());
-}
-
-std::string size(long long bytes)
+std::string amount(long long bytes)
 {
     static constexpr const char *UNITS[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
     auto number = static_cast<double>(bytes);
@@ -187,29 +109,34 @@ std::string size(long long bytes)
     return format("%.*f %s", unit == 0 ? 0 : 1, number, UNITS[unit]);
 }
 
-std::string date(long long time)
+texts match(const char *pattern, std::string_view text)
 {
-    static constexpr long long FIRST_MILLISECONDS = 100000000000; // as seconds in 5138, as milliseconds in 1973
-    static constexpr std::pair<long long, const char *> UNITS[] = {
-        {365 * 86400LL, "year"}, {86400, "day"}, {3600, "hour"}, {60, "minute"}, {1, "second"}};
-    const auto seconds = static_cast<time_t>(time >= FIRST_MILLISECONDS ? time / 1000 : time);
-    std::tm parts = {};
-    char text[40] = "";
-    if (!gmtime_r(&seconds, &parts) || std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &parts) == 0)
-        return std::to_string(time);
-    const long long difference = seconds - std::time(nullptr);
-    for (const auto &[unit, name] : UNITS)
-        if (const long long count = std::llabs(difference) / unit; count > 0)
-            return format(difference > 0 ? "%s (in %lld %s%s)" : "%s (%lld %s%s ago)", text, count, name,
-                          count == 1 ? "" : "s");
-    return text + std::string(" (now)");
+    static auto &compiled = *new std::map<const char *, GRegex *>;
+    GRegex *&regex = compiled[pattern];
+    if (!regex)
+        regex = g_regex_new(pattern, static_cast<GRegexCompileFlags>(G_REGEX_OPTIMIZE | G_REGEX_RAW), {}, nullptr);
+    GMatchInfo *info = nullptr;
+    texts groups;
+    if (g_regex_match_full(regex, text.data(), static_cast<gssize>(text.size()), 0, {}, &info, nullptr))
+        for (int i = 0, from = 0, to = 0; i <= g_regex_get_capture_count(regex); ++i) {
+            const bool is_there = g_match_info_fetch_pos(info, i, &from, &to) && from >= 0;
+            groups.emplace_back(is_there ? text.substr(static_cast<size_t>(from), static_cast<size_t>(to - from)) : "");
+        }
+    g_match_info_free(info);
+    return groups;
 }
 
-std::string bar(long long percent, int cells)
+std::vector<texts> advice(std::string_view page, std::string_view heading)
 {
-    const int full = static_cast<int>(std::clamp(percent, 0LL, 100LL) * cells / 100);
-    return repeated(screen.knows_utf8 ? "█" : "#", full) +
-           coloured(colour::dim, repeated(screen.knows_utf8 ? "·" : "-", cells - full));
+    page.remove_prefix(page.find(heading) + heading.size());
+    std::istringstream section(std::string(page.substr(0, page.find("\n## "))));
+    std::vector<texts> rows;
+    for (std::string line; std::getline(section, line);) {
+        for (size_t at = 0; (at = line.find("](")) != std::string::npos; line.erase(line.rfind('[', at), 1))
+            line.erase(at, line.find(')', at) + 1 - at); // of a link its text stays
+        texts &row = rows.emplace_back();
+        for (size_t at = 2, end = 0; (end = line.find(" |", at)) != std::string::npos; at = end + 3)
+            row.push_back(line.substr(at, end - at));
+    }
+    return rows;
 }
-
-} // namespace zel_store
