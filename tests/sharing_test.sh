@@ -50,15 +50,15 @@ for file in "${files[@]:1}"; do
 done
 id=$(share send "${files[@]}" --to 44:7700900123,1:2025550123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
 
-share status "$id" --until 15 >/dev/null
+share status "$id" --follow=15 >/dev/null
 killed "$service"
 start_service
-share status "$id" --until 35 >/dev/null
+share status "$id" --follow=35 >/dev/null
 share pause "$id"
 share status "$id" | grep -q "^Request $id: paused" || fail "the request is not paused"
 ! share pause "$id" 2>/dev/null || fail "a request was paused twice"
 share resume "$id"
-share status "$id" --until 50 >/dev/null
+share status "$id" --follow=50 >/dev/null
 killed "$server"
 start_server "$port" --rate 300K
 share status "$id" --follow >/dev/null || fail "not every file arrived"
@@ -70,8 +70,11 @@ awk 'FNR == 1 { at = open = 0 }
 
 # What came back, in the order in which it was sent.
 token=$(share status "$id" | sed -n 's/^  token //p')
-get() { share get "$token" --into received --wait 20 | sed -n 's/^Request //p'; }
-got=$(get)
+get() {
+    until got=$(share get "$token" --into received 2>/dev/null); do sleep 0.1; done
+    got=${got#Request }
+}
+get
 share status "$got" --follow >/dev/null || fail "not every file came back"
 mapfile -d '' paths < <(share status "$got" --paths0)
 [[ ${#paths[@]} -eq ${#files[@]} ]] || fail "${#paths[@]} files came back"
@@ -87,7 +90,7 @@ sed 's|one.bin|../ne.b|' "$mailbox/1" | sed "s|$token|${token//[0-9a-f]/0}|g" >"
 token=${token//[0-9a-f]/0}
 killed "$server"
 start_server "$port" --rate 300K # and it finds them
-got=$(get)
+get
 share status "$got" --follow >/dev/null || fail "the other share did not come"
 share inbox | grep -q '^1 push message could not be read' || fail "the broken push message was not noticed"
 [[ -f received/ne.b && ! -e ne.b ]] || fail "a name led out of the folder"
