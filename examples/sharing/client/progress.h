@@ -144,7 +144,7 @@ class screen
             printf("\033[%zuA\033[J", bars_.size());
         bars_.clear();
         for (const file &one : state.files) {
-            const guint32 now = one.status == ZEL_SYNC_ONGOING ? one.percentage / 25 * 10 : one.status; // a quarter
+            const guint32 now = one.status == ZEL_SYNC_ONGOING ? std::min(one.percentage, 99U) / 25 * 10 : one.status;
             const bool is_old = !tells_old_ && one.status == ZEL_SYNC_COMPLETE;
             guint32 &told = told_.try_emplace(one.id, is_old ? now : 0).first->second;
             if (now != told && (rows_ == 0 || is_through(one)))
