@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
-#include <string>
 
 // Formats every line, so that each of its arguments is looked at.
 int dlog_print(log_priority, const char *, const char *fmt, ...)
@@ -23,12 +22,7 @@ int dlog_print(log_priority, const char *, const char *fmt, ...)
 }
 
 #define REQUIRE(condition)                                                                                             \
-    do {                                                                                                               \
-        if (!(condition)) {                                                                                            \
-            fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);                                    \
-            abort();                                                                                                   \
-        }                                                                                                              \
-    } while (false)
+    ((condition) ? void() : (fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition), abort()))
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
