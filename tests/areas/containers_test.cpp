@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <future>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -14,7 +15,6 @@ using namespace zel_test;
 namespace
 {
 
-const char *const body = "Invalid params";
 zel_hash_table *table = nullptr;
 zel_queue_s *queue = nullptr;
 pthread_mutex_t *lock = nullptr;
@@ -49,45 +49,41 @@ class HashTable : public testing::Test
   protected:
     HashTable()
     {
-        EXPECT_WHOLE(0, trace(), _common_init_hash_table, &table, g_free, release);
+        _common_init_hash_table(&table, g_free, release);
         lock = &table->mutex;
         for (const char *key : {"a", "b", "c"})
             _common_write_to_hash_table(table, g_strdup(key), item(1));
-        take_trace();
     }
     ~HashTable() override
     {
         _common_deinit_hash_table(table);
         table = nullptr; // the leak check follows what it names
-        take_trace();
     }
 };
-
-// The lines of an operation that takes the queue's lock.
-#define EXPECT_LOCKED(result, inside, function, ...)                                                                   \
-    EXPECT_WHOLE(result, join({whole("__enter_critical_section"), inside, whole("__leave_critical_section")}),         \
-                 function, __VA_ARGS__)
 
 class Queue : public testing::Test
 {
   protected:
     Queue()
     {
-        EXPECT_WHOLE(ZEL_ERR_NONE, trace(), _common_queue_init, &queue);
+        EXPECT_EQ(_common_queue_init(&queue), ZEL_ERR_NONE);
         lock = &queue->available_lock;
     }
     ~Queue() override
     {
         _common_queue_deinit(queue, release);
         queue = nullptr;
-        take_trace();
     }
 
     void push(std::initializer_list<intptr_t> numbers)
     {
         for (const intptr_t number : numbers)
             _common_queue_push(queue, item(number));
-        take_trace();
+    }
+    void expect_pops(std::initializer_list<intptr_t> numbers)
+    {
+        for (const intptr_t number : numbers)
+            EXPECT_EQ(_common_queue_pop(queue), item(number));
     }
 
     // The list, which programs can read: the newest item first, and linked in both directions.
@@ -103,151 +99,137 @@ class Queue : public testing::Test
     }
 };
 
+// The lines so far have one of this kind and body, which names addresses.
+void expect_line(const std::string &kind, const std::ostream &body)
+{
+    const trace lines = take_trace();
+    EXPECT_EQ(count_lines(lines, kind, static_cast<const std::ostringstream &>(body).str()), 1) << lines.text;
+    note(lines.text);
+}
+
 } // namespace
 
 TEST_F(HashTable, keys_are_texts_and_stay_on_rewrite)
 {
     for (const char *unknown : {"z", static_cast<const char *>(nullptr)}) {
-        EXPECT_BEGUN(nullptr, trace(), _common_read_from_hash_table, table, unknown);
-        EXPECT_BEGUN(0, trace(), _common_remove_from_hash_table, table, unknown);
-        EXPECT_WHOLE(nullptr, trace(), _common_read_from_hash_table_addon, table, unknown, look);
+        EXPECT_EQ(_common_read_from_hash_table(table, unknown), nullptr);
+        _common_remove_from_hash_table(table, unknown);
+        EXPECT_EQ(_common_read_from_hash_table_addon(table, unknown, look), nullptr);
     }
-    EXPECT_BEGUN(3, trace(), _common_get_hash_table_size, table);
-    const trace released = noted("release 1, locked");
-    EXPECT_BEGUN(0, released, _common_remove_from_hash_table, table, "a");
-    EXPECT_LOGS(2u, trace(), _common_get_hash_table_count, table);
+    EXPECT_EQ(_common_get_hash_table_size(table), 3);
+    _common_remove_from_hash_table(table, "a");
+    EXPECT_EQ(_common_get_hash_table_count(table), 2u);
 
     GList *keys = _common_get_keys_from_hash_table(table);
     EXPECT_EQ(g_list_length(keys), 2u);
     char *key = g_strdup("b");
-    std::ostringstream addresses;
-    addresses << table << " " << static_cast<void *>(key) << " " << item(2);
-    EXPECT_BEGUN(0, join({info(it, addresses.str()), released}), _common_write_to_hash_table, table, key, item(2));
+    _common_write_to_hash_table(table, key, item(2));
+    expect_line("INFO", std::ostringstream() << table << " " << static_cast<void *>(key) << " 0x2");
     EXPECT_NE(g_list_find_custom(keys, "b", reinterpret_cast<GCompareFunc>(g_strcmp0)), nullptr);
     g_list_free(keys);
-    EXPECT_BEGUN(item(2), trace(), _common_read_from_hash_table, table, "b");
-    EXPECT_WHOLE(item(2), noted("look at 2, locked"), _common_read_from_hash_table_addon, table, "b", look);
+    EXPECT_EQ(_common_read_from_hash_table(table, "b"), item(2));
+    EXPECT_EQ(_common_read_from_hash_table_addon(table, "b", look), item(2));
     _common_remove_from_hash_table(table, "b");
-    take_trace();
-    EXPECT_BEGUN(0, released, _common_deinit_hash_table, table);
+    _common_deinit_hash_table(table);
 
     _common_init_hash_table(&table, nullptr, nullptr); // keys are addresses
     char text[] = "a", other[] = "a";
     _common_write_to_hash_table(table, text, text);
     EXPECT_EQ(_common_read_from_hash_table(table, text), text);
     EXPECT_EQ(_common_read_from_hash_table(table, other), nullptr);
+    expect_lines(0xbae97b2f);
 }
 
 TEST_F(HashTable, predicates_are_asked_under_the_lock)
 {
-    const trace asked = noted("ask about 1, locked"), released = noted("release 1, locked");
-    const trace unlocked = noted("ask about 1"); // the walk that takes no lock, and that no answer ends
-    for (const gboolean ignored : {0, 1}) {
-        answer = ignored;
-        EXPECT_BEGUN(3, join({unlocked, unlocked, unlocked}), _common_foreach_read_from_hash_table, table, predicate,
-                     table);
-    }
     char a[] = "a", z[] = "z";
-    const trace asked_for_a = noted("with its key, ask about 1, locked");
-    for (const gboolean value : {0, 2, -1, 256, 1}) { // 1 alone means yes
+    for (const gboolean value : {0, 2, -1, 256, 1}) {
         answer = value;
-        EXPECT_LOGS(0, trace(), _common_find_and_remove_in_hash_table, table, predicate, z);
-        EXPECT_LOGS(0, trace(), _common_find_and_remove_in_hash_table, table, predicate, nullptr);
-        EXPECT_LOGS(0, join({asked_for_a, value == 1 ? released : trace()}), _common_find_and_remove_in_hash_table,
-                    table, predicate, a);
+        // The walk that takes no lock, and that no answer ends; the removal to which 1 alone means yes.
+        EXPECT_EQ(_common_foreach_read_from_hash_table(table, predicate, table), 3);
+        for (char *key : {z, static_cast<char *>(nullptr), a})
+            _common_find_and_remove_in_hash_table(table, predicate, key);
+        EXPECT_EQ(_common_get_hash_table_size(table), value == 1 ? 2 : 3);
     }
     for (const gboolean yes : {0, 2}) { // any but 0 means yes
         answer = yes;
-        EXPECT_BEGUN(yes ? item(1) : nullptr, yes ? asked : join({asked, asked}), _common_find_in_hash_table, table,
-                     predicate, table);
+        EXPECT_EQ(_common_find_in_hash_table(table, predicate, table), yes ? item(1) : nullptr);
         _common_foreach_remove_in_hash_table(table, predicate, table);
-        const trace lines = take_trace();
-        EXPECT_EQ(count_lines(lines, "NOTE", "ask about 1, locked"), 2);
-        EXPECT_EQ(count_lines(lines, "NOTE", "release 1, locked"), yes);
+        EXPECT_EQ(_common_get_hash_table_size(table), 2 - yes);
     }
+    expect_lines(0x6e7de932);
 }
 
 TEST_F(Queue, items_leave_in_the_order_they_came)
 {
-    const trace first = join({whole("__push_front"), whole("__wake_condition_variable")});
-    EXPECT_LOCKED(0, first, _common_queue_push, queue, item(1));
-    for (const intptr_t number : {2, 0})
-        EXPECT_LOCKED(0, whole("__push_front"), _common_queue_push, queue, item(number));
-    EXPECT_LOCKED(3, trace(), _common_queue_length, queue);
+    push({1, 2, 0});
+    EXPECT_EQ(_common_queue_length(queue), 3);
     expect_items({0, 2, 1});
-    for (const intptr_t number : {1, 2, 0})
-        EXPECT_LOCKED(item(number), whole("__pop_back"), _common_queue_pop, queue);
+    expect_pops({1, 2, 0});
     expect_items({});
-    EXPECT_LOCKED(0, first, _common_queue_push, queue, item(4));
-    EXPECT_EQ(calls::cond_signal.calls(), 2);
-    push({5, 6});
-    EXPECT_EQ(_common_queue_pop(queue), item(4));
+    push({4, 5, 6});
+    EXPECT_EQ(calls::cond_signal.calls(), 2) << "for the first item only";
+    expect_pops({4});
     push({7}); // where a popped item lay
     expect_items({7, 6, 5});
+    expect_lines(0x422544f7);
 }
 
 TEST_F(Queue, searches_take_the_newest_and_releases_start_with_it)
 {
     push({17, 1, 27, 17, 3});
-    EXPECT_LOCKED(item(17), trace(), _common_queue_find, queue, last_digits_differ, item(7));
-    EXPECT_LOCKED(nullptr, trace(), _common_queue_find, queue, last_digits_differ, item(9));
-    EXPECT_LOCKED(0, trace(), _common_queue_remove, queue, item(7)); // by its address only
-    EXPECT_LOCKED(0, trace(), _common_queue_remove, queue, item(17));
+    EXPECT_EQ(_common_queue_find(queue, last_digits_differ, item(7)), item(17));
+    EXPECT_EQ(_common_queue_find(queue, last_digits_differ, item(9)), nullptr);
+    _common_queue_remove(queue, item(7)); // by its address only
+    _common_queue_remove(queue, item(17));
     expect_items({3, 27, 1, 17});
-    std::ostringstream element;
-    element << "elem[" << queue->item_list->next << "]";
+    const GList *const element = queue->item_list->next;
     platform.on_debug_line = [] { note(std::to_string(g_list_length(queue->item_list)) + " left"); };
-    EXPECT_LOCKED(true, join({noted("3 left"), debug(it, element.str()), noted("release 27, locked")}),
-                  _common_queue_find_and_remove, queue, last_digits_differ, release, item(7));
-    platform.on_debug_line = nullptr;
-    EXPECT_LOCKED(false, trace(), _common_queue_find_and_remove, queue, last_digits_differ, release, item(9));
+    EXPECT_TRUE(_common_queue_find_and_remove(queue, last_digits_differ, release, item(7)));
+    expect_line("DEBUG", std::ostringstream() << "elem[" << element << "]");
+    EXPECT_FALSE(_common_queue_find_and_remove(queue, last_digits_differ, release, item(9)));
     expect_items({3, 1, 17});
-    EXPECT_EQ(_common_queue_pop(queue), item(17));
-    take_trace();
+    expect_pops({17});
 
-    const trace both = join({noted("release 3, locked"), noted("release 1, locked")});
-    EXPECT_LOCKED(0, both, _common_queue_clear, queue, release);
-    EXPECT_LOCKED(0, trace(), _common_queue_length, queue);
-    EXPECT_LOCKED(0, critical(it, "req_queue->item_list is NULL"), _common_queue_clear, queue, release);
+    _common_queue_clear(queue, release);
+    EXPECT_EQ(_common_queue_length(queue), 0);
+    _common_queue_clear(queue, release);
     push({1, 3});
-    const std::string clear = "_common_queue_clear";
-    EXPECT_WHOLE(0, whole(clear, {whole("__enter_critical_section"), both, whole("__leave_critical_section")}),
-                 _common_queue_deinit, queue, release);
+    _common_queue_deinit(queue, release);
     _common_queue_init(&queue);
     push({8, 9}); // without a release, the nodes go and the items stay
-    EXPECT_WHOLE(0, join({begin(clear), critical(clear, body)}), _common_queue_deinit, queue, nullptr);
+    _common_queue_deinit(queue, nullptr);
     _common_queue_init(&queue);
+    expect_lines(0x5bc3b66c);
 }
 
 TEST_F(Queue, null_arguments_are_rejected_as_by_the_hash_table)
 {
-    EXPECT_NULLS_REJECTED(1, ZEL_ERR_INVALID_ARG, body, _common_queue_init);
-    EXPECT_NULLS_REJECTED(1, 0, body, _common_init_hash_table, _common_deinit_hash_table, _common_read_from_hash_table,
-                          _common_read_from_hash_table_addon, _common_remove_from_hash_table,
-                          _common_get_hash_table_size, _common_queue_push, _common_queue_pop, _common_queue_deinit,
-                          _common_queue_length);
-    EXPECT_NULLS_REFUSED(1, 0, body, _common_get_hash_table_count, _common_get_keys_from_hash_table,
+    expect_nulls_refused(1, ZEL_ERR_INVALID_ARG, _common_queue_init);
+    expect_nulls_refused(1, 0, _common_init_hash_table, _common_deinit_hash_table, _common_read_from_hash_table,
+                         _common_read_from_hash_table_addon, _common_remove_from_hash_table,
+                         _common_get_hash_table_size, _common_queue_push, _common_queue_pop, _common_queue_deinit,
+                         _common_queue_length, _common_get_hash_table_count, _common_get_keys_from_hash_table,
                          _common_queue_get_wait_status);
-    EXPECT_NULLS_REJECTED(2, 0, body, _common_find_in_hash_table, _common_queue_find, _common_queue_remove,
-                          _common_queue_clear);
-    EXPECT_NULLS_REJECTED(2, -1, body, _common_foreach_read_from_hash_table);
-    EXPECT_NULLS_REFUSED(2, 0, body, _common_find_and_remove_in_hash_table, _common_foreach_remove_in_hash_table);
-    EXPECT_NULLS_REJECTED(3, 0, body, _common_queue_find_and_remove);
+    expect_nulls_refused(2, 0, _common_find_in_hash_table, _common_queue_find, _common_queue_remove,
+                         _common_queue_clear, _common_find_and_remove_in_hash_table,
+                         _common_foreach_remove_in_hash_table);
+    expect_nulls_refused(2, -1, _common_foreach_read_from_hash_table);
+    expect_nulls_refused(3, 0, _common_queue_find_and_remove);
     auto *other = reinterpret_cast<zel_hash_table *>(nothing);
-
-    EXPECT_REJECTED(nullptr, body, _common_read_from_hash_table_addon, other, "a", nullptr);
+    EXPECT_EQ(_common_read_from_hash_table_addon(other, "a", nullptr), nullptr);
     _common_write_to_hash_table(nullptr, other, other);
     _common_write_to_hash_table(other, nullptr, other);
     _common_write_to_hash_table(other, other, nullptr);
-    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", body), 3);
 
     zel_queue_s *unmade = queue;
     const allocation_failure failure(1);
-    EXPECT_REJECTED(ZEL_ERR_MEMORY, "Failed to allocate memory", _common_queue_init, &unmade);
+    EXPECT_EQ(_common_queue_init(&unmade), ZEL_ERR_MEMORY);
     EXPECT_EQ(unmade, queue);
     const allocation_failure another(1);
-    EXPECT_REJECTED(0, "Memory allocation failed", _common_init_hash_table, &other, nullptr, nullptr);
+    _common_init_hash_table(&other, nullptr, nullptr);
     EXPECT_EQ(other, nullptr);
+    expect_lines(0x04d3666d);
 }
 
 TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
@@ -255,11 +237,10 @@ TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
     push({1, 2});
     _common_queue_clear(queue, release);
     EXPECT_FALSE(_common_queue_get_wait_status(queue));
-    take_trace();
-    for (void *pushed : {item(5), item(0)}) {
-        const auto popped = std::async(std::launch::async, [pushed] {
-            const trace slept = join({whole("__sleep_condition_variable"), whole("__pop_back")});
-            EXPECT_LOCKED(pushed, slept, _common_queue_pop, queue);
+    for (void *pushed : {item(0), item(5)}) {
+        auto popped = std::async(std::launch::async, [pushed] {
+            EXPECT_EQ(_common_queue_pop(queue), pushed);
+            return take_trace().text;
         });
         wait_for_sleeper(queue->available_lock);
         EXPECT_TRUE(_common_queue_get_wait_status(queue));
@@ -267,9 +248,10 @@ TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
             _common_queue_push(queue, pushed);
         else // woken over an empty queue
             pthread_cond_broadcast(&queue->available_signal);
-        popped.wait();
+        note(popped.get());
         EXPECT_FALSE(_common_queue_get_wait_status(queue));
     }
+    expect_lines(0x37727e72);
 }
 
 TEST_F(Queue, threads_lose_nothing_in_a_queue_and_a_table)

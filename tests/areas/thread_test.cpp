@@ -38,19 +38,17 @@ class Thread : public testing::Test
   protected:
     Thread()
     {
-        EXPECT_WHOLE(true, trace(), _common_thread_start, &thread.record, work, &thread);
+        EXPECT_TRUE(_common_thread_start(&thread.record, work, &thread));
         EXPECT_TRUE(pthread_equal(thread.self.get_future().get(), thread.record->thread_id));
     }
     ~Thread() override
     {
         // Asked by another thread, for the lock is recursive.
         EXPECT_FALSE(std::async(std::launch::async, [this] { return is_locked(thread.record->available_lock); }).get());
-        take_trace();
-        EXPECT_WHOLE(0, trace(), _common_thread_stop, thread.record);
+        _common_thread_stop(thread.record);
     }
 
     worker thread;
-    const trace access = info(it, "access mutex lock");
 };
 
 } // namespace
@@ -58,25 +56,25 @@ class Thread : public testing::Test
 TEST_F(Thread, record_holds_its_states_and_null_is_rejected)
 {
     EXPECT_FALSE(thread.record->is_running);
-    EXPECT_WHOLE(0, trace(), _common_thread_notify_started, thread.record);
+    _common_thread_notify_started(thread.record);
     EXPECT_TRUE(thread.record->is_running);
     for (const bool value : {false, true}) {
-        EXPECT_WHOLE(0, trace(), _common_thread_set_is_running, thread.record, value);
+        _common_thread_set_is_running(thread.record, value);
         EXPECT_EQ(thread.record->is_running, value);
         thread.record->thread_wait_status = value;
-        EXPECT_LOGS(value, trace(), _common_thread_get_wait_status, thread.record);
+        EXPECT_EQ(_common_thread_get_wait_status(thread.record), value);
     }
     EXPECT_EQ(calls::cond_signal.calls(), 0) << "none of them wakes anybody";
     pthread_mutex_lock(&thread.record->available_lock);
     EXPECT_FALSE(is_locked(thread.record->available_lock)) << "the lock is recursive";
     pthread_mutex_unlock(&thread.record->available_lock);
 
-    EXPECT_NULLS_REJECTED(2, false, "Invalid arguments", _common_thread_start);
-    const char *body = "req_thread is NULL";
-    EXPECT_NULLS_REJECTED(1, 0, body, _common_thread_wait_till_start, _common_thread_notify_started,
-                          _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop);
-    EXPECT_NULLS_REJECTED(1, EINVAL, body, _common_thread_waitCallback);
-    EXPECT_NULLS_REFUSED(1, false, body, _common_thread_get_wait_status);
+    expect_nulls_refused(2, false, _common_thread_start);
+    expect_nulls_refused(1, 0, _common_thread_wait_till_start, _common_thread_notify_started,
+                         _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop,
+                         _common_thread_get_wait_status);
+    expect_nulls_refused(1, EINVAL, _common_thread_waitCallback);
+    expect_lines(0x4eae1a03);
 }
 
 TEST_F(Thread, owner_writes_its_flag_while_others_read_it)
@@ -92,48 +90,42 @@ TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
     worker other;
     ASSERT_TRUE(_common_thread_start(&other.record, work, &other));
     other.self.get_future().wait();
-    take_trace();
     calls::mutex_destroy.answer(EBUSY);
     calls::cond_broadcast.answer(EINVAL);
     calls::cond_destroy.answer(EPERM);
-    const trace failures =
-        join({critical(it, "pthread_mutex_destroy failed - 16"), critical(it, "pthread_cond_broadcast failed - 22"),
-              critical(it, "pthread_cond_destroy failed - 1")});
-    EXPECT_WHOLE(0, failures, _common_thread_stop, other.record);
+    _common_thread_stop(other.record);
 
     zel_thread_s *record = thread.record;
     {
         const allocation_failure failure(1);
-        EXPECT_REJECTED(false, "Failed memory allocation", _common_thread_start, &record, work, nullptr);
+        EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     }
     EXPECT_EQ(record, thread.record) << "untouched";
     calls::thread_create.answer(EAGAIN);
-    EXPECT_REJECTED(false, "Failed to create thread ret_val[11]", _common_thread_start, &record, work, nullptr);
+    EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     EXPECT_EQ(record, nullptr);
     EXPECT_EQ(calls::mutex_destroy.calls(), 2);
     EXPECT_EQ(calls::cond_destroy.calls(), 2);
+    expect_lines(0xfb0feee7);
 }
 
 TEST_F(Thread, waits_end_at_their_deadlines)
 {
     const scripted_clock clock(1000, 999999); // long past: a real wait ends at once
-    EXPECT_WHOLE(false, trace(), _common_thread_wait_till_start, thread.record);
+    EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
     calls::cond_timedwait.answer(0); // woken too early
     EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
-    EXPECT_EQ(last_deadline.tv_sec, 1005);
-    EXPECT_EQ(last_deadline.tv_nsec, 0);
+    EXPECT_EQ(std::pair(last_deadline.tv_sec, last_deadline.tv_nsec), std::pair(time_t(1005), 0L));
     thread.record->is_running = true;
     EXPECT_TRUE(_common_thread_wait_till_start(thread.record));
     EXPECT_EQ(calls::cond_timedwait.calls(), 2);
 
-    take_trace();
-    EXPECT_WHOLE(0, trace(), _common_thread_sendSignal, thread.record); // lost: nobody waits yet
-    EXPECT_WHOLE(-110, join({access, critical(it, "waitCallback() TIME-OUT")}), _common_thread_waitCallback,
-                 thread.record);
-    EXPECT_EQ(last_deadline.tv_sec, 1010);
-    EXPECT_EQ(last_deadline.tv_nsec, 999999000);
+    _common_thread_sendSignal(thread.record); // lost: nobody waits yet
+    EXPECT_EQ(_common_thread_waitCallback(thread.record), -110);
+    EXPECT_EQ(std::pair(last_deadline.tv_sec, last_deadline.tv_nsec), std::pair(time_t(1010), 999999000L));
     calls::cond_timedwait.answer(EINVAL);
-    EXPECT_WHOLE(EINVAL, access, _common_thread_waitCallback, thread.record);
+    EXPECT_EQ(_common_thread_waitCallback(thread.record), EINVAL);
+    expect_lines(0xc34418ef);
 }
 
 TEST_F(Thread, signal_ends_both_waits)

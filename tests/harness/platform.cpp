@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string_view>
@@ -56,6 +58,17 @@ int count_lines(const trace &lines, const std::string &kind, const std::string &
     for (std::string one; std::getline(all, one);)
         count += one.starts_with(kind + " ") && one.find(": " + body) != std::string::npos;
     return count;
+}
+
+void expect_lines(unsigned int checksum)
+{
+    std::string lines = take_trace().text;
+    for (size_t at = 0; (at = lines.find("0x", at)) != std::string::npos;)
+        lines.erase(at, lines.find_first_not_of("0123456789abcdef", at + 2) - at);
+    const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
+    std::filesystem::create_directories(ZEL_TEST_TOLD);
+    std::ofstream(std::string(ZEL_TEST_TOLD) + "/" + test.test_suite_name() + "." + test.name() + ".txt") << lines;
+    EXPECT_EQ(g_str_hash(lines.c_str()), checksum) << lines;
 }
 
 app_control_h new_handle()
