@@ -180,14 +180,14 @@ TEST(Process, pid_file_holds_the_writers_thread_id)
     EXPECT_EQ(pid, 77);
 
     make_file("quillo.pid", "a longer text that was there before");
-    const auto thread = std::async(std::launch::async, [] {
-                            _common_util_set_pid_to_file();
-                            EXPECT_TRACE();
-                            return static_cast<pid_t>(syscall(SYS_gettid));
-                        }).get();
+    auto thread = std::async(std::launch::async, [] {
+        _common_util_set_pid_to_file();
+        return static_cast<pid_t>(syscall(SYS_gettid));
+    });
+    const pid_t writer = thread.get();
     EXPECT_EQ(std::filesystem::file_size("quillo.pid"), 4u);
     EXPECT_TRUE(_common_util_get_pid_from_file(&pid));
-    EXPECT_EQ(pid, thread);
+    EXPECT_EQ(pid, writer);
 
     std::filesystem::remove("quillo.pid");
     std::filesystem::create_directory("quillo.pid");

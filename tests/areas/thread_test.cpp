@@ -64,25 +64,20 @@ TEST_F(Thread, record_holds_its_states_and_null_is_rejected)
         thread.record->thread_wait_status = value;
         EXPECT_EQ(_common_thread_get_wait_status(thread.record), value);
     }
+    std::atomic_ref<bool> flag(thread.record->thread_wait_status); // its owner writes it without the lock
+    const auto lowered = std::async(std::launch::async, [&] { flag = false; });
+    while (_common_thread_get_wait_status(thread.record))
+        std::this_thread::yield();
     EXPECT_EQ(calls::cond_signal.calls(), 0) << "none of them wakes anybody";
     pthread_mutex_lock(&thread.record->available_lock);
     EXPECT_FALSE(is_locked(thread.record->available_lock)) << "the lock is recursive";
     pthread_mutex_unlock(&thread.record->available_lock);
-
     expect_nulls_refused(2, false, _common_thread_start);
     expect_nulls_refused(1, 0, _common_thread_wait_till_start, _common_thread_notify_started,
                          _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop,
                          _common_thread_get_wait_status);
     expect_nulls_refused(1, EINVAL, _common_thread_waitCallback);
     expect_lines(0x4eae1a03);
-}
-
-TEST_F(Thread, owner_writes_its_flag_while_others_read_it)
-{
-    std::atomic_ref<bool> flag(thread.record->thread_wait_status);
-    const auto raised = std::async(std::launch::async, [&] { flag = true; });
-    while (!_common_thread_get_wait_status(thread.record))
-        std::this_thread::yield();
 }
 
 TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
@@ -96,16 +91,13 @@ TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
     _common_thread_stop(other.record);
 
     zel_thread_s *record = thread.record;
-    {
-        const allocation_failure failure(1);
-        EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
-    }
+    const allocation_failure failure(1);
+    EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     EXPECT_EQ(record, thread.record) << "untouched";
     calls::thread_create.answer(EAGAIN);
     EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     EXPECT_EQ(record, nullptr);
-    EXPECT_EQ(calls::mutex_destroy.calls(), 2);
-    EXPECT_EQ(calls::cond_destroy.calls(), 2);
+    EXPECT_EQ(std::pair(calls::mutex_destroy.calls(), calls::cond_destroy.calls()), std::pair(2, 2));
     expect_lines(0xfb0feee7);
 }
 
@@ -130,13 +122,13 @@ TEST_F(Thread, waits_end_at_their_deadlines)
 
 TEST_F(Thread, signal_ends_both_waits)
 {
-    auto started = std::async(std::launch::async, [this] { return _common_thread_wait_till_start(thread.record); });
-    wait_for_sleeper(thread.record->available_lock);
-    _common_thread_notify_started(thread.record);
-    _common_thread_sendSignal(thread.record);
-    EXPECT_TRUE(started.get());
-    auto result = std::async(std::launch::async, [this] { return _common_thread_waitCallback(thread.record); });
-    wait_for_sleeper(thread.record->available_lock);
-    _common_thread_sendSignal(thread.record);
-    EXPECT_EQ(result.get(), 0);
+    const auto expect_woken = [this](auto wait, auto result) {
+        auto woken = std::async(std::launch::async, wait, thread.record);
+        wait_for_sleeper(thread.record->available_lock);
+        _common_thread_notify_started(thread.record);
+        _common_thread_sendSignal(thread.record);
+        EXPECT_EQ(woken.get(), result);
+    };
+    expect_woken(_common_thread_wait_till_start, true);
+    expect_woken(_common_thread_waitCallback, 0);
 }
