@@ -1,6 +1,6 @@
 /*
  * What a client and the service say to one another: D-Bus, without a bus, on a socket in the service's state folder.
- * Paths and file names are byte strings, since they need not be UTF-8.
+ * Paths and file names are byte strings, since they need not be UTF-8; recipients are COUNTRY-CODE:NUMBER.
  */
 #ifndef SHARING_BUS_H
 #define SHARING_BUS_H
@@ -21,7 +21,6 @@ inline constexpr char error_prefix[] = "quillo.Sharing.Error";
 /** Kind of transfer, status of the request, whether that is its last, size, token, last failure, and the transfers. */
 #define SHARING_REQUEST "(uubtsisa" SHARING_FILE ")"
 
-/* Recipients are COUNTRY-CODE:NUMBER, groups the last used first. */
 inline constexpr char description[] = R"(<node>
   <interface name='org.freedesktop.DBus'> <!-- for tools that take any peer for a bus -->
     <method name='Hello'><arg name='name' type='s' direction='out'/></method>
@@ -31,8 +30,7 @@ inline constexpr char description[] = R"(<node>
       <arg name='description' type='s'/><arg name='request' type='u' direction='out'/></method>
     <method name='List'> <!-- request, status, size, files, recipients, sent at (seconds) -->
       <arg name='uploads' type='a(uutuast)' direction='out'/></method>
-    <method name='Describe'><arg name='request' type='u'/>
-      <arg name='state' type=')" SHARING_REQUEST R"(' direction='out'/></method>
+    <method name='Describe'><arg type='u'/><arg name='state' type=')" SHARING_REQUEST R"(' direction='out'/></method>
     <method name='Pause'><arg name='request' type='u'/></method>
     <method name='Resume'><arg name='request' type='u'/></method>
     <method name='Cancel'><arg name='request' type='u'/></method>
