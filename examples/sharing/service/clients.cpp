@@ -70,10 +70,10 @@ static void tell(service &s, const char *signal, GVariant *parameters)
 GVariant *file_of(const zel_content_sync_info &row)
 {
     const bool has_trouble = row.status == ZEL_SYNC_FAILED || row.fail_retry_count > 0;
-    const value trouble = has_trouble ? value_of(trouble_key("transfer", row.sync_id)) : value();
+    const trouble last = has_trouble ? trouble_of("transfer", row.sync_id) : trouble();
     return g_variant_new("(u^ay^ayuutuis)", row.sync_id, text_of(row.name).c_str(), text_of(row.local_path).c_str(),
-                         row.status, row.percentage, guint64{row.offset}, row.fail_retry_count, trouble.number,
-                         trouble.text.c_str());
+                         row.status, row.percentage, guint64{row.offset}, row.fail_retry_count, last.code,
+                         last.sentence.c_str());
 }
 
 void tell_progress(service &s, const zel_content_sync_info &row)

@@ -100,8 +100,7 @@ void listen(service &s, httplib::Client &server)
     bool is_ours = false;
     while (!s.is_stopping)
         try {
-            if (!is_ours &&
-                !(is_ours = send(s, server, "OPTIONS", s.chosen.server, {}).has_header("Sharing-Extension")))
+            if (!is_ours && !(is_ours = has_shares(s, server)))
                 return; // a server that knows tus only has nothing to tell
             const std::string number = s.chosen.number.substr(s.chosen.number.find_first_not_of('+'));
             const auto push =
@@ -114,9 +113,9 @@ void listen(service &s, httplib::Client &server)
                 if (reason.code == ZEL_ERR_STORAGE_FAILURE)
                     throw; // asked for again, once the store is there
                 dlog_print(DLOG_ERROR, "SHARINGD", "push message: %s\n", reason.what());
-                set_value(unreadable_pushes, std::to_string(number_at(unreadable_pushes) + 1));
+                set_number(unreadable_pushes, number_at(unreadable_pushes) + 1);
             }
-            set_value(last_push, std::to_string(number_of(push, "Push-Number")));
+            set_number(last_push, number_of(push, "Push-Number"));
         } catch (const std::exception &reason) {
             for (int i = 0; i < 50 && !s.is_stopping; ++i)
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -14,16 +14,6 @@ constexpr unsigned int most_retries = 5;
 constexpr std::chrono::milliseconds long_poll(30'000); // longer than the server's
 constexpr char log_tag[] = "SHARINGD";
 
-/** Stores why a transfer or a request failed last, or that it did not. */
-static void note_trouble(const char *what, unsigned int id, const failure *reason)
-{
-    const std::string key = trouble_key(what, id);
-    if (reason)
-        set_value(key, reason->what(), _common_util_convert_service_error_to_client_error(reason->code));
-    else
-        write(_common_storage_delete_unique_data, key.c_str());
-}
-
 static bool is_running(quillo_upload_status_e status)
 {
     return status == QUILLO_UPLOAD_STATUS_STARTED || status == QUILLO_UPLOAD_STATUS_PROGRESSING;
@@ -278,7 +268,7 @@ static share share_from(unsigned int req_id, const std::string &number)
 /** Has the server make a share of an upload's files, and tell their recipients. */
 static void share_upload(service &s, unsigned int req_id, unsigned int failures, httplib::Client &server)
 try {
-    s.knows_tus_only = !send(s, server, "OPTIONS", s.chosen.server, {}).has_header("Sharing-Extension");
+    s.knows_tus_only = !has_shares(s, server);
     if (!s.knows_tus_only) {
         const auto answer = send(s, server, "POST", "/shares", {{"Content-Type", "application/octet-stream"}},
                                  encode(*share_from(req_id, s.chosen.number)));

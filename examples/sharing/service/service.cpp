@@ -91,17 +91,17 @@ static GVariant *send(service &s, const zel_request &request)
 
 static GVariant *list_uploads(service &, const zel_request &)
 {
-    std::vector<upload_report> reports;
+    std::vector<GVariant *> uploads;
     for (const unsigned int req_id : all_uploads())
-        if (auto *report = read<zel_trans_upload_info *>(_common_storage_get_upload_data, req_id))
-            reports.emplace_back(report);
-    const auto shown_report = [](const upload_report &report) {
-        std::vector<quillo_msisdn_s *> recipients(report->msisdn_list, report->msisdn_list + report->msisdn_count);
-        std::erase(recipients, nullptr); // as far as there is an answer
-        return g_variant_new("(uutu@ast)", report->request_id, report->status, guint64{report->total_size},
-                             report->file_count, array_of("as", recipients, shown), guint64{report->sent_time});
-    };
-    return g_variant_new("(@a(uutuast))", array_of("a(uutuast)", reports, shown_report));
+        if (const upload_report report(read<zel_trans_upload_info *>(_common_storage_get_upload_data, req_id));
+            report) {
+            std::vector<quillo_msisdn_s *> recipients(report->msisdn_list, report->msisdn_list + report->msisdn_count);
+            std::erase(recipients, nullptr); // as far as there is an answer
+            uploads.push_back(g_variant_new("(uutu@ast)", req_id, report->status, guint64{report->total_size},
+                                            report->file_count, array_of("as", recipients, shown),
+                                            guint64{report->sent_time}));
+        }
+    return g_variant_new("(@a(uutuast))", array_of("a(uutuast)", uploads, std::identity()));
 }
 
 static GVariant *describe(service &s, const zel_request &request)
@@ -123,9 +123,9 @@ static GVariant *describe(service &s, const zel_request &request)
         for (const auto *item : elements_of<share_item>(received->content_info_list))
             total += item->size;
     }
-    const value trouble = value_of(trouble_key("request", req_id));
+    const trouble last = trouble_of("request", req_id);
     return g_variant_new("((uubtsis@a" SHARING_FILE "))", is_upload ? ZEL_UPLOAD_FILE : kind, status_of(req_id),
-                         has_ended, guint64{total}, token.c_str(), trouble.number, trouble.text.c_str(),
+                         has_ended, guint64{total}, token.c_str(), last.code, last.sentence.c_str(),
                          array_of("a" SHARING_FILE, rows, [](const transfer &row) { return file_of(*row); }));
 }
 
@@ -164,15 +164,6 @@ constexpr struct {
                {"Get", ZEL_CMD_DOWNLOAD, fetch},
                {"Recent", ZEL_CMD_GET_RECENT_RECIPIENT_MSISDN_LIST, list_recent},
                {"Forget", ZEL_CMD_DEACTIVATE, forget}};
-
-/** Queues a request. Its handle is the GDBusMethodInvocation that gets the answer. */
-static void submit(service &s, const zel_request &request, GDBusMethodInvocation *invocation)
-{
-    auto *queued = g_new0(comm_param_s, 1);
-    must(_common_copy_zel_request_members(&request, &queued->request));
-    queued->handle = invocation;
-    _common_queue_push(s.requests, queued);
-}
 
 /** Carries out one request after the other, until there is one that is none. */
 static void dispatch(service &s)
@@ -235,7 +226,9 @@ service::~service()
 
 void take_call(service &s, const std::string &method, GVariant *arguments, GDBusMethodInvocation *invocation)
 {
-    zel_request request = {};
+    auto *queued = g_new0(comm_param_s, 1);
+    queued->handle = invocation; // which gets the answer
+    zel_request &request = queued->request;
     request.cmd = std::ranges::find(methods, method, [](const auto &one) { return one.name; })->command;
     if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(u)")))
         g_variant_get(arguments, "(u)", &request.req_id);
@@ -253,8 +246,7 @@ void take_call(service &s, const std::string &method, GVariant *arguments, GDBus
         g_free(recipients);
         request.type = QUILLO_APP_TYPE;
     }
-    submit(s, request, invocation);
-    _common_free_zel_request_members(&request);
+    _common_queue_push(s.requests, queued);
 }
 
 } // namespace sharing

@@ -69,14 +69,21 @@ struct service {
     std::vector<std::future<void>> threads;
 };
 
-/* The server, as a thread of the service talks to it over HTTP. */
-
 /** Sends a request for a path, or a URL, on the server; throws a failure unless the answer is a success. */
 httplib::Response send(const service &s, httplib::Client &server, const char *method, const std::string &url,
                        httplib::Headers headers, std::string body = {});
 
 /** Scheme, host and port of a URL. */
-std::string origin_of(const std::string &url);
+inline std::string origin_of(const std::string &url)
+{
+    return url.substr(0, url.find('/', url.find("://") + 3));
+}
+
+/** Whether the server does more than tus: shares, push messages, thumbnails. */
+inline bool has_shares(const service &s, httplib::Client &server)
+{
+    return send(s, server, "OPTIONS", s.chosen.server, {}).has_header("Sharing-Extension");
+}
 
 /** A number among the headers of an answer: all of the value, or what stands behind its slash, as in bytes 0-9/1234. */
 unsigned long long number_of(const httplib::Response &answer, const char *header);
@@ -91,7 +98,10 @@ unsigned long long download(const service &s, const zel_content_sync_info &row, 
                             const chunk_observer &observe);
 
 /** What a received file is called until all of it is there. */
-std::string part_of(const std::string &local_path);
+inline std::string part_of(const std::string &local_path)
+{
+    return local_path + ".part";
+}
 
 /* The door: lets clients of the same user in over a socket, and tells all of them what happens. Any thread may tell. */
 void open_door(service &s);

@@ -140,30 +140,17 @@ inline std::vector<unsigned int> all_uploads()
     return {ids, ids + count};
 }
 
-/** What the key-value table has under a key: a text and a number, and none of both when there is nothing. */
-struct value {
-    std::string text;
-    int number = 0;
-};
-
-inline value value_of(const std::string &key)
-{
-    char *first = nullptr;
-    char *second = nullptr;
-    found(_common_storage_get_unique_data, key.c_str(), &first, &second, nullptr, nullptr);
-    return {text_of(text(first).get()),
-            static_cast<int>(std::strtol(text_of(text(second).get()).c_str(), nullptr, 10))};
-}
-
-inline void set_value(const std::string &key, const std::string &text, int number = 0)
-{
-    write(_common_storage_upsert_unique_data, key.c_str(), text.c_str(), std::to_string(number).c_str(), nullptr,
-          nullptr);
-}
-
+/** A number of the key-value table; 0 when there is none. */
 inline unsigned long long number_at(const char *key)
 {
-    return std::strtoull(value_of(key).text.c_str(), nullptr, 10);
+    char *value = nullptr;
+    found(_common_storage_get_unique_data, key, &value, nullptr, nullptr, nullptr);
+    return std::strtoull(text_of(text(value).get()).c_str(), nullptr, 10);
+}
+
+inline void set_number(const char *key, unsigned long long value)
+{
+    write(_common_storage_upsert_unique_data, key, std::to_string(value).c_str(), nullptr, nullptr, nullptr);
 }
 
 /** A request id that was never used with this store. */
@@ -172,14 +159,35 @@ inline unsigned int next_request_id()
     static std::mutex one_at_a_time;
     const std::lock_guard lock(one_at_a_time);
     const auto next = static_cast<unsigned int>(number_at("sharingd.request") + 1);
-    set_value("sharingd.request", std::to_string(next));
+    set_number("sharingd.request", next);
     return next;
 }
 
-/** Under which key it stands why a transfer or a request failed last, and the code that clients get for it. */
-inline std::string trouble_key(const char *what, unsigned int id)
+/** Why a transfer or a request failed last, and the code that clients get for it. */
+struct trouble {
+    int code = 0;
+    std::string sentence;
+};
+
+inline trouble trouble_of(const std::string &what, unsigned int id)
 {
-    return "sharingd.trouble." + std::string(what) + "." + std::to_string(id);
+    char *sentence = nullptr;
+    char *code = nullptr;
+    found(_common_storage_get_unique_data, ("sharingd.trouble." + what + "." + std::to_string(id)).c_str(), &sentence,
+          &code, nullptr, nullptr);
+    const text owned(code);
+    return {code ? static_cast<int>(std::strtol(code, nullptr, 10)) : 0, text_of(text(sentence).get())};
+}
+
+/** Stores why a transfer or a request failed last, or that it did not. */
+inline void note_trouble(const std::string &what, unsigned int id, const failure *reason)
+{
+    const std::string key = "sharingd.trouble." + what + "." + std::to_string(id);
+    if (!reason)
+        return write(_common_storage_delete_unique_data, key.c_str());
+    const int code = _common_util_convert_service_error_to_client_error(reason->code);
+    write(_common_storage_upsert_unique_data, key.c_str(), reason->what(), std::to_string(code).c_str(), nullptr,
+          nullptr);
 }
 
 } // namespace sharing

@@ -9,11 +9,6 @@
 namespace sharing
 {
 
-std::string origin_of(const std::string &url)
-{
-    return url.substr(0, url.find('/', url.find("://") + 3));
-}
-
 unsigned long long number_of(const httplib::Response &answer, const char *header)
 {
     const std::string value = answer.get_header_value(header);
@@ -151,11 +146,6 @@ unsigned long long download(const service &s, const zel_content_sync_info &row, 
     if (row.type == ZEL_DOWNLOAD_FILE)
         write(_common_storage_update_downloaded_content_info, url.c_str());
     return size;
-}
-
-std::string part_of(const std::string &local_path)
-{
-    return local_path + ".part";
 }
 
 } // namespace sharing
