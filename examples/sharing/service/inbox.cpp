@@ -95,7 +95,7 @@ static void take_in(service &s, const std::string &message)
     take_up(s, req_id);
 }
 
-void listen(service &s, httplib::Client &server)
+void listen(service &s, http &server)
 {
     bool is_ours = false;
     while (!s.is_stopping)
@@ -155,8 +155,7 @@ GVariant *fetch(service &s, const zel_request &request)
     const std::string folder = text_of(request.local_path);
     const fs::path target = folder.empty() ? fs::absolute(s.chosen.received) : fs::path(folder);
     std::error_code error;
-    require(fs::is_directory(target, error), ZEL_ERR_PERMISSION_DENIED,
-            target.string() + ": is no folder, or you may not look.");
+    require(fs::is_directory(target, error), ZEL_ERR_PERMISSION_DENIED, folder + ": is no folder.");
     const auto items = elements_of<share_item>(stored->content_info_list);
     for (const share_item *item : items) // a second request for what is on its way is the same request
         if (const transfer row = transfer_of_item(*item, ZEL_DOWNLOAD_FILE); row && !is_settled(s, row->req_id))

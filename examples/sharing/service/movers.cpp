@@ -91,8 +91,7 @@ GVariant *resume(service &s, const zel_request &request)
 {
     const unsigned int req_id = request.req_id;
     const std::lock_guard lock(s.schedule);
-    require(status_of(req_id) == QUILLO_UPLOAD_STATUS_PAUSED, ZEL_ERR_NO_RESUMABLE_REQ_ID,
-            "This request is not paused.");
+    require(status_of(req_id) == QUILLO_UPLOAD_STATUS_PAUSED, ZEL_ERR_NO_RESUMABLE_REQ_ID, "It is not paused.");
     write(_common_storage_update_upload_status, req_id, QUILLO_UPLOAD_STATUS_PROGRESSING);
     write(_common_storage_update_status_sync_content_info_by_req_id, req_id, ZEL_SYNC_TODO, ZEL_SYNC_PAUSED);
     write(_common_storage_update_status_sync_content_info_by_req_id, req_id, ZEL_SYNC_TODO, ZEL_SYNC_PAUSED_TODO);
@@ -124,8 +123,7 @@ GVariant *cancel(service &s, const zel_request &request)
 GVariant *forget(service &s, const zel_request &)
 {
     const std::lock_guard lock(s.schedule);
-    require(s.claimed.empty(), ZEL_ERR_REQUEST_FAILED,
-            "Files are on their way; wait for them, or cancel their requests.");
+    require(s.claimed.empty(), ZEL_ERR_REQUEST_FAILED, "Files are on their way; wait, or cancel their requests.");
     for (const unsigned int req_id : all_uploads()) {
         note_trouble("request", req_id, nullptr);
         for (const transfer &row : transfers_of(ZEL_UPLOAD_FILE, req_id))
@@ -203,7 +201,7 @@ static void close(service &s, const zel_content_sync_info &row, const failure *r
     s.changed.notify_all();
 }
 
-static void move_file(service &s, const zel_content_sync_info &row, httplib::Client &server)
+static void move_file(service &s, const zel_content_sync_info &row, http &server)
 {
     unsigned long long moved = row.offset;
     int chunk_no = row.chunk_no;
@@ -266,7 +264,7 @@ static share share_from(unsigned int req_id, const std::string &number)
 }
 
 /** Has the server make a share of an upload's files, and tell their recipients. */
-static void share_upload(service &s, unsigned int req_id, unsigned int failures, httplib::Client &server)
+static void share_upload(service &s, unsigned int req_id, unsigned int failures, http &server)
 try {
     s.knows_tus_only = !has_shares(s, server);
     if (!s.knows_tus_only) {
@@ -292,7 +290,7 @@ try {
 }
 
 /** Takes up the transfer or share that is next; nothing when there is none. */
-static std::function<void(httplib::Client &)> next_job(service &s)
+static std::function<void(http &)> next_job(service &s)
 {
     const auto due = std::ranges::find_if(s.shares, [](const auto &one) { return one.second.due <= clock::now(); });
     if (due != s.shares.end()) {
@@ -303,11 +301,11 @@ static std::function<void(httplib::Client &)> next_job(service &s)
     for (const zel_file_sync_type kind : all_kinds)
         for (const zel_file_sync_status status : {ZEL_SYNC_TODO, ZEL_SYNC_FAILED})
             if (std::shared_ptr<zel_content_sync_info> row = claim(s, kind, status))
-                return [&s, row](httplib::Client &server) { move_file(s, *row, server); };
+                return [&s, row](http &server) { move_file(s, *row, server); };
     return nullptr;
 }
 
-static void work(service &s, httplib::Client &server)
+static void work(service &s, http &server)
 {
     while (!s.is_stopping)
         try {
@@ -344,7 +342,7 @@ void start_movers(service &s)
         conclude(s, req_id);
 
     for (size_t i = 0; i <= thread_count; ++i) { // the last one waits for push messages
-        httplib::Client &server = s.servers.emplace_back(origin_of(s.chosen.server));
+        http &server = s.servers.emplace_back(origin_of(s.chosen.server));
         server.set_keep_alive(true);
         server.set_tcp_nodelay(true); // header and body are two writes
         server.set_connection_timeout(s.chosen.patience);
@@ -360,7 +358,7 @@ void stop_movers(service &s)
     s.is_stopping = true;
     for (const std::future<void> &thread : s.threads)
         do {
-            for (httplib::Client &server : s.servers)
+            for (http &server : s.servers)
                 server.stop(); // again and again: a connection may have been on its way
             s.changed.notify_all();
         } while (thread.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready);

@@ -110,8 +110,7 @@ static GVariant *describe(service &s, const zel_request &request)
     const zel_file_sync_type kind = kind_of(req_id);
     unsigned long long total = 0;
     const bool is_upload = found(_common_storage_get_upload_total_size, req_id, &total);
-    require(kind != ZEL_UNKNOWN || is_upload, ZEL_ERR_INVALID_REQ_ID,
-            "There is no request " + std::to_string(req_id) + ".");
+    require(kind != ZEL_UNKNOWN || is_upload, ZEL_ERR_INVALID_REQ_ID, "There is no such request.");
     const bool has_ended = is_settled(s, req_id); // asked before the transfers: then these are through too
     const auto rows = transfers_of(kind, req_id);
     std::string token;

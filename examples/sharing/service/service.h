@@ -23,6 +23,8 @@
 namespace sharing
 {
 
+using http = httplib::Client;
+
 struct settings {
     std::string server = "http://127.0.0.1:8420/files";
     std::string number = "+447700900123"; /**< the device's own */
@@ -65,12 +67,12 @@ struct service {
     std::atomic<bool> knows_tus_only = false; /**< the server, as far as is known */
 
     std::atomic<bool> is_stopping = false;
-    std::list<httplib::Client> servers; /**< the server, for each thread */
+    std::list<http> servers; /**< the server, for each thread */
     std::vector<std::future<void>> threads;
 };
 
 /** Sends a request for a path, or a URL, on the server; throws a failure unless the answer is a success. */
-httplib::Response send(const service &s, httplib::Client &server, const char *method, const std::string &url,
+httplib::Response send(const service &s, http &server, const char *method, const std::string &url,
                        httplib::Headers headers, std::string body = {});
 
 /** Scheme, host and port of a URL. */
@@ -80,7 +82,7 @@ inline std::string origin_of(const std::string &url)
 }
 
 /** Whether the server does more than tus: shares, push messages, thumbnails. */
-inline bool has_shares(const service &s, httplib::Client &server)
+inline bool has_shares(const service &s, http &server)
 {
     return send(s, server, "OPTIONS", s.chosen.server, {}).has_header("Sharing-Extension");
 }
@@ -89,13 +91,11 @@ inline bool has_shares(const service &s, httplib::Client &server)
 unsigned long long number_of(const httplib::Response &answer, const char *header);
 
 /** Is told before each chunk how much has been moved of how many bytes; throws to break the transfer off. */
-using chunk_observer = std::function<void(unsigned long long offset, unsigned long long size)>;
+using observer = std::function<void(unsigned long long offset, unsigned long long size)>;
 
 /* The roads of a file, from where the receiving end stands. They give its size. */
-unsigned long long upload(const service &s, const zel_content_sync_info &row, httplib::Client &server,
-                          const chunk_observer &observe);
-unsigned long long download(const service &s, const zel_content_sync_info &row, httplib::Client &server,
-                            const chunk_observer &observe);
+unsigned long long upload(const service &s, const zel_content_sync_info &row, http &server, const observer &tell);
+unsigned long long download(const service &s, const zel_content_sync_info &row, http &server, const observer &tell);
 
 /** What a received file is called until all of it is there. */
 inline std::string part_of(const std::string &local_path)
@@ -124,7 +124,7 @@ bool is_settled(const service &s, unsigned int req_id); // nothing is left to be
 share received_share(const std::string &token);
 
 /** Takes in the server's push messages, and has their thumbnails fetched, until the service stops. */
-void listen(service &s, httplib::Client &server);
+void listen(service &s, http &server);
 
 /* What clients ask for; each gives the answer, or throws a failure. */
 GVariant *pause(service &s, const zel_request &request);

@@ -19,7 +19,7 @@ unsigned long long number_of(const httplib::Response &answer, const char *header
     return number;
 }
 
-httplib::Response send(const service &s, httplib::Client &server, const char *method, const std::string &url,
+httplib::Response send(const service &s, http &server, const char *method, const std::string &url,
                        httplib::Headers headers, std::string body)
 {
     const std::string origin = origin_of(s.chosen.server);
@@ -69,8 +69,7 @@ static size_t next_chunk(size_t chunk_size, unsigned long long offset, unsigned 
     return static_cast<size_t>(std::min(chunk_size > 0 ? chunk_size : suitable, size - offset));
 }
 
-unsigned long long upload(const service &s, const zel_content_sync_info &row, httplib::Client &server,
-                          const chunk_observer &observe)
+unsigned long long upload(const service &s, const zel_content_sync_info &row, http &server, const observer &tell)
 {
     std::fstream file;
     const unsigned long long size = open(file, row.local_path, std::ios::in);
@@ -93,7 +92,7 @@ unsigned long long upload(const service &s, const zel_content_sync_info &row, ht
                 "The file has changed its size since its upload began.");
     }
     while (offset < size) {
-        observe(offset, size);
+        tell(offset, size);
         std::string chunk(next_chunk(s.chosen.chunk_size, offset, size), '\0');
         file.seekg(static_cast<std::streamoff>(offset));
         file.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
@@ -111,8 +110,7 @@ unsigned long long upload(const service &s, const zel_content_sync_info &row, ht
     return size;
 }
 
-unsigned long long download(const service &s, const zel_content_sync_info &row, httplib::Client &server,
-                            const chunk_observer &observe)
+unsigned long long download(const service &s, const zel_content_sync_info &row, http &server, const observer &tell)
 {
     const std::string url = text_of(row.type == ZEL_DOWNLOAD_THUMBNAIL ? row.thumbnail : row.original);
     const std::string part = part_of(row.local_path);
@@ -131,7 +129,7 @@ unsigned long long download(const service &s, const zel_content_sync_info &row, 
         unsigned long long offset = open(file, part, std::ios::app);
         require(offset <= size, ZEL_ERR_INVALID_FILE, part + " holds more than the file has.");
         while (offset < size) {
-            observe(offset, size);
+            tell(offset, size);
             const size_t count = next_chunk(s.chosen.chunk_size, offset, size);
             const std::string chunk = get(offset, count);
             require(chunk.size() == count, ZEL_ERR_TRANSPORT_FAILURE, "The server handed out less than was asked for.");
