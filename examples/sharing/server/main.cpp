@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "server.h"
+#include "shares.h"
 
 using namespace sharing;
 
