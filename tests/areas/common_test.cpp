@@ -4,6 +4,7 @@
 #include "zel_common.h"
 #include "zel_common/records.h"
 #include "zel_common_log.h"
+#include "zel_common_storage.h"
 
 #include <cerrno>
 #include <climits>
@@ -68,7 +69,7 @@ TEST(Records, releases_take_null_empty_records_and_all_that_a_record_owns)
 {
     const auto check = [](void (*release)(void *), void *record) {
         release(nullptr);
-        release(g_malloc0(sizeof(zel_trans_upload_info))); // the largest of them
+        release(g_malloc0(sizeof(zel_content_sync_info))); // the largest of them
         release(record);
     };
     using recipient = quillo_msisdn_s;
@@ -84,7 +85,10 @@ TEST(Records, releases_take_null_empty_records_and_all_that_a_record_owns)
     check(_common_free_upload_info,
           owned(zel_trans_upload_info{1, 2, 3, list_of({text(), text()}), 4, 5, text(), 3, list, {}}));
     check(__free_file_path_list, text());
-    expect_lines(0x12b5d777);
+    check(_common_storage_free_sync_content_info,
+          owned(zel_content_sync_info{
+              1, {}, {}, 2, 3, 4, 5, 6, 7, 8, 9, text(), text(), text(), text(), text(), text()}));
+    expect_lines(0x53dcfa1c);
 }
 
 TEST(Files, size_and_existence_are_those_of_the_target)
