@@ -138,11 +138,12 @@ struct io {
     }
     std::string take(zel_trans_upload_info *it)
     {
-        std::string all = shown(*it);
+        std::vector<std::string> paths, people;
         for (const GList *node = it->file_path_list; node; node = node->next)
-            all += " " + shown(static_cast<const char *>(node->data));
+            paths.push_back(shown(static_cast<const char *>(node->data)));
         for (size_t i = 0; i < it->msisdn_count; ++i)
-            all += " " + (it->msisdn_list[i] ? shown(*it->msisdn_list[i]) : "NULL");
+            people.push_back(it->msisdn_list[i] ? shown(*it->msisdn_list[i]) : "NULL");
+        const std::string all = shown(*it) + listed(paths) + listed(people);
         _common_free_upload_info(it);
         return all;
     }
@@ -416,10 +417,10 @@ bool call::has(size_t argument) const
     return first != "NULL" && first != "0";
 }
 
-call call::without(size_t argument) const
+call call::with(size_t argument, const std::string &word) const
 {
     call other = *this;
-    other.arguments[argument].clear();
+    other.arguments[argument] = {word};
     return other;
 }
 

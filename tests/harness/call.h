@@ -36,7 +36,8 @@ struct call {
     std::string function() const;
     /// Whether the n-th argument is anything but NULL or 0.
     bool has(size_t argument) const;
-    call without(size_t argument) const;
+    /// With another word for the n-th argument.
+    call with(size_t argument, const std::string &word) const;
 
     std::string text, name;
     std::vector<std::vector<std::string>> arguments; ///< in words; none for NULL; a quotation mark in front of a text

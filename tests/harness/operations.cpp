@@ -1,6 +1,7 @@
 #include "operations.h"
 
 #include <algorithm>
+#include <cctype>
 #include <functional>
 #include <optional>
 
@@ -63,7 +64,9 @@ std::vector<trouble> tell(const world &rows, const table_line &line)
     const std::string usual = all[0].met.lines.text;
     for (size_t n = 0; n < made.arguments.size(); ++n)
         if (made.has(n) && made.name != "is_recent_receiver_list_exist") // which wants them all
-            meet("null " + std::to_string(n + 1), made.without(n));
+            meet("null " + std::to_string(n + 1), made.with(n, "NULL"));
+    if (!made.arguments.empty() && std::isdigit(made.arguments[0][0][0]))
+        meet("below 1", made.with(0, "-1"));
     std::optional<raw_database> locker;
     meet(
         "busy ", made, [&] { locker.emplace().run("BEGIN EXCLUSIVE"); }, [&] { locker.reset(); });

@@ -41,19 +41,18 @@ std::string line_of(const table_line &line, const std::vector<trouble> &told, st
                                                         : met.shown() == usual.shown() ? "="
                                                                                        : "~");
     }
-    const std::string failure = usual.brief.back() == '.' ? "15." : "15";
-    std::string all = line.made.text + " -> " + usual.brief + usual.shown();
-    for (const auto &[kind, rule] : std::initializer_list<std::pair<std::string, std::string>>{{"null", "1"},
-                                                                                               {"busy", failure},
-                                                                                               {"none", "~"},
-                                                                                               {"gone", failure},
-                                                                                               {"shut", "="},
-                                                                                               {"text", failure},
-                                                                                               {"memory", "~"}}) {
+    std::string all = line.made.text + " ->", word;
+    for (std::istringstream words(" " + usual.brief + usual.shown()); words >> word;)
+        all += " " + (word.size() > 30 ? word.substr(0, 14) + "..." + word.substr(word.size() - 14) : word);
+    for (const std::string kind : {"null", "below", "none", "busy", "gone", "shut", "text", "memory"}) {
+        static const std::map<std::string, std::string> rules = {
+            {"null", "1"}, {"shut", "="}, {"busy", "15"}, {"gone", "15"}, {"text", "15"}};
         std::vector<std::string> &here = codes[kind];
         if (std::set(here.begin(), here.end()).size() == 1)
             here.resize(1);
-        if (!line.is_first || here.empty() || here == std::vector{rule})
+        const std::string rule = rules.contains(kind) ? rules.at(kind) : "~";
+        const bool is_usual = here.empty() || (here.size() == 1 && (here[0] == rule || here[0] == rule + "."));
+        if (!line.is_first || is_usual || ((kind == "busy" || kind == "below") && here == codes["none"]))
             continue;
         all += "; " + kind;
         for (const std::string &code : here)
