@@ -19,31 +19,47 @@ struct step {
     size_t changes;      ///< of the disk, up to its end, if they are noted
 };
 
-/// Every call of the table that changes something when they are made one on top of the other, behind a first one that
-/// only has the rows of before.
-std::vector<step> changing_calls()
-{
-    std::vector<step> all = {{operations().front(), false, stored_rows(), 0}};
-    for (const call &made : operations()) {
-        const trace lines = attempt(made).lines;
-        const size_t changes = noted_changes ? noted_changes->size() : 0;
-        if (const rows_of_tables after = stored_rows(); after != all.back().rows)
-            all.push_back({made, has_steps(lines), after, changes});
+struct StorageCrash : testing::TestWithParam<const char *> {
+    StorageCrash()
+    {
+        use_faulty_disk(); // a killed process loses nothing that is in the system's cache: no need to wait for syncs
+        prefix = std::string(3000, 'x'); // spills over to further pages
     }
-    EXPECT_GT(all.size(), 40u);
-    world::end();
-    return all;
-}
+    ~StorageCrash() override
+    {
+        noted_changes = nullptr;
+        prefix.clear();
+    }
 
-/// Whether these can be the rows when so many calls were acknowledged and the next is under way.
-bool explain(const std::vector<step> &steps, size_t acknowledged, const rows_of_tables &rows)
-{
-    const rows_of_tables &kept = steps[acknowledged].rows;
-    if (rows == kept || acknowledged + 1 == steps.size())
-        return rows == kept;
-    const step &next = steps[acknowledged + 1];
-    return rows == next.rows || (next.in_steps && lies_between(rows, {kept, next.rows}));
-}
+    /// Makes every call of the table, one on top of the other, and keeps those that change something behind a first one
+    /// that only has the rows of before.
+    void make_all_calls()
+    {
+        steps = {{operations().front(), false, stored_rows(), 0}};
+        for (const call &made : operations()) {
+            const trace lines = attempt(made).lines;
+            const size_t changes = noted_changes ? noted_changes->size() : 0;
+            if (const rows_of_tables after = stored_rows(); after != steps.back().rows)
+                steps.push_back({made, has_steps(lines), after, changes});
+        }
+        EXPECT_GT(steps.size(), 40u);
+        world::end();
+    }
+    /// Whether these can be the rows when so many calls were acknowledged and the next is under way.
+    bool explain(size_t acknowledged, const rows_of_tables &found) const
+    {
+        const rows_of_tables &kept = steps[acknowledged].rows;
+        if (found == kept || acknowledged + 1 == steps.size())
+            return found == kept;
+        const step &next = steps[acknowledged + 1];
+        return found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows}));
+    }
+
+    const std::string journal = std::string("PRAGMA journal_mode = ") + GetParam();
+    std::vector<step> steps;
+};
+INSTANTIATE_TEST_SUITE_P(Journal, StorageCrash, testing::Values("delete", "wal"),
+                         [](const auto &it) { return std::string(it.param); });
 
 rows_of_tables rows_of_opened_store()
 {
@@ -59,22 +75,13 @@ unsigned int setting(const char *name, unsigned int otherwise)
     return text ? static_cast<unsigned int>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
-class StorageCrash : public testing::TestWithParam<const char *>
-{
-};
-INSTANTIATE_TEST_SUITE_P(Journal, StorageCrash, testing::Values("delete", "wal"),
-                         [](const auto &it) { return std::string(it.param); });
-
 } // namespace
 
 TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
 {
-    use_faulty_disk(); // a killed process loses nothing that is only in the system's cache: no need to wait for syncs
-    prefix = std::string(3000, 'x'); // spills over to further pages
-    const std::string journal = std::string("PRAGMA journal_mode = ") + GetParam();
     const world rows(ROWS);
     rows.begin(journal);
-    const std::vector<step> steps = changing_calls();
+    make_all_calls();
 
     const unsigned int seed = setting("ZEL_SEED", std::random_device()()), kills = setting("ZEL_CRASHES", 20);
     std::mt19937 random(seed);
@@ -103,10 +110,9 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
         hot_journals += std::filesystem::exists(database_file + "-journal");
         const rows_of_tables found = rows_of_opened_store();
         in_flight += found != steps[acknowledged].rows;
-        EXPECT_TRUE(explain(steps, acknowledged, found))
+        EXPECT_TRUE(explain(acknowledged, found))
             << acknowledged << " acknowledged" << changes(steps[acknowledged].rows, found);
     }
-    prefix.clear();
     std::cout << kills << " kills, " << hot_journals << " with a journal left behind, " << in_flight
               << " behind a write that was not acknowledged any more\n";
 }
@@ -114,15 +120,13 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
 /// SQLite deletes its default journal to commit a statement and does not sync that: the last one can be undone.
 TEST_P(StorageCrash, acknowledged_writes_survive_a_power_cut)
 {
-    use_faulty_disk();
-    prefix = std::string(3000, 'x');
     std::vector<disk_change> made, recovery;
     const world rows(ROWS);
-    rows.begin(std::string("PRAGMA journal_mode = ") + GetParam());
+    rows.begin(journal);
     sqlite3_wal_autocheckpoint(_g_sqlite_handle, 8); // pages: checkpoints fall among the cuts
     const files first = {{std::filesystem::canonical(database_file), content_of(database_file)}};
     noted_changes = &made;
-    const std::vector<step> steps = changing_calls();
+    make_all_calls();
 
     const unsigned int seed = setting("ZEL_SEED", std::random_device()()), wanted = setting("ZEL_CUTS", 150);
     unsigned int cuts = 0, again = 0, undone = 0;
@@ -144,13 +148,11 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_power_cut)
         }
         const auto last = static_cast<size_t>(
             std::count_if(steps.begin() + 1, steps.end(), [&](const step &it) { return it.changes <= instant; }));
-        const bool is_undone = !explain(steps, last, found);
+        const bool is_undone = !explain(last, found);
         undone += is_undone;
-        EXPECT_TRUE(!is_undone || (GetParam() == std::string("delete") && last && explain(steps, last - 1, found)))
+        EXPECT_TRUE(!is_undone || (GetParam() == std::string("delete") && last && explain(last - 1, found)))
             << last << " acknowledged" << changes(steps[last].rows, found);
     }
-    noted_changes = nullptr;
-    prefix.clear();
     std::cout << cuts << " power cuts among " << made.size() << " changes of the disk, seed " << seed << ", and "
               << again << " during recovery; " << undone << " undid the last statement\n";
 }

@@ -61,10 +61,7 @@ std::vector<outcome> effects(const world &rows, const fault_plan &plan = {})
 }
 
 /// What is told of it without the lines.
-std::string summary(const outcome &it)
-{
-    return it.brief + it.shown();
-}
+constexpr auto summary = [](const outcome &it) { return it.brief + it.shown(); };
 
 const std::string long_text = "long" + std::string(100 * 1024, '\'');
 

@@ -6,7 +6,7 @@
 #include "zel_platform.h"
 
 #include <algorithm>
-#include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <list>
@@ -126,24 +126,25 @@ struct io {
         free(array);
         return array ? listed(all) : "NULL";
     }
-    /// A list, all of whose records are of one kind. It stays if there is no release.
-    template <record T> std::string take(GList *list, GDestroyNotify release)
+    /// A list, all of whose elements are of one kind. It stays if there is no release.
+    template <typename T> std::string take(GList *list, GDestroyNotify release)
     {
         std::vector<std::string> all;
         for (const GList *node = list; node; node = node->next)
-            all.push_back(shown(*static_cast<T *>(node->data)));
+            if constexpr (record<T>)
+                all.push_back(shown(*static_cast<T *>(node->data)));
+            else
+                all.push_back(shown(static_cast<const T *>(node->data)));
         if (release)
             g_list_free_full(list, release);
         return listed(all);
     }
     std::string take(zel_trans_upload_info *it)
     {
-        std::vector<std::string> paths, people;
-        for (const GList *node = it->file_path_list; node; node = node->next)
-            paths.push_back(shown(static_cast<const char *>(node->data)));
+        std::vector<std::string> people;
         for (size_t i = 0; i < it->msisdn_count; ++i)
             people.push_back(it->msisdn_list[i] ? shown(*it->msisdn_list[i]) : "NULL");
-        const std::string all = shown(*it) + listed(paths) + listed(people);
+        const std::string all = shown(*it) + take<char>(it->file_path_list, nullptr) + listed(people);
         _common_free_upload_info(it);
         return all;
     }
@@ -169,7 +170,7 @@ struct io {
         const std::string line = joined(all);
         out.records += line + "\n";
         const auto head = [](const std::string &it) { return it.substr(it[0] == '(', it.find(' ') - (it[0] == '(')); };
-        return line.size() < 80
+        return line.size() < 40
                    ? "[" + line + "]"
                    : "[" + std::to_string(all.size()) + ": " + head(all[0]) + " ... " + head(all.back()) + "]";
     }
@@ -203,22 +204,19 @@ struct reader {
         value = nullptr;
         if (skip_null())
             return;
-        std::string text = next();
-        text.erase(0, text[0] == '"');
-        value = with.texts.emplace_back(text.empty() ? text : prefix + text).data();
+        const std::string text = next();
+        value = with.texts.emplace_back(text == "\"" ? "" : prefix + text.substr(text[0] == '"')).data();
     }
     void read(number auto &value)
     {
-        static const std::vector<std::string> types = {"any", "upload", "thumbnail", "download"};
-        static const std::vector<std::string> states = {"todo",   "ongoing",     "failed",
-                                                        "paused", "paused_todo", "complete"};
+        static const std::vector<std::string> names[] = {
+            {"any", "upload", "thumbnail", "download"},
+            {"todo", "ongoing", "failed", "paused", "paused_todo", "complete"}};
         const std::string text = skip_null() ? "0" : next();
-        unsigned long long all = text[0] == '-' ? static_cast<unsigned long long>(std::stoll(text)) : 0;
-        if (std::isdigit(text[0]))
-            all = std::stoull(text);
-        for (const auto &names : {types, states})
-            if (const auto found = std::find(names.begin(), names.end(), text); found != names.end())
-                all = static_cast<unsigned long long>(found - names.begin());
+        unsigned long long all = strtoull(text.c_str(), nullptr, 10); // a negative one too
+        for (const auto &known : names)
+            if (const auto found = std::find(known.begin(), known.end(), text); found != known.end())
+                all = static_cast<unsigned long long>(found - known.begin());
         with.length = static_cast<size_t>(all);
         value = static_cast<std::remove_reference_t<decltype(value)>>(all);
     }
@@ -284,11 +282,8 @@ requires(!std::is_const_v<T> && !std::is_function_v<T> && !std::is_same_v<T, qui
     }
     ~argument()
     {
-        if (value)
-            tell();
-    }
-    void tell()
-    {
+        if (!value)
+            return;
         if constexpr (std::is_same_v<T, zel_trans_upload_info>) {
             with.put(it.file_path_list ? with.take(static_cast<T *>(g_memdup2(&it, sizeof it))) : "-");
         } else if constexpr (record<T>) {

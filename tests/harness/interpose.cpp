@@ -31,14 +31,6 @@ bool allocation_fails(size_t count, size_t size)
     return ++allocations.count == allocations.failing;
 }
 
-// By no function that is redirected itself: its width of time would be a guess on 32 bits.
-timespec now()
-{
-    timespec result{};
-    timespec_get(&result, TIME_UTC);
-    return clock_is_scripted ? scripted_time : result;
-}
-
 } // namespace
 
 // ld turns every reference to a redirected name into __wrap_name, and __real_name into the name itself.
@@ -94,18 +86,18 @@ STAND_IN(int, pthread_cond_timedwait, (pthread_cond_t * condition, pthread_mutex
 
 STAND_IN(int, gettimeofday, (timeval * value, void *))
 {
-    const timespec time = now();
-    value->tv_sec = time.tv_sec;
-    value->tv_usec = static_cast<suseconds_t>(time.tv_nsec / 1000);
+    timespec time = scripted_time;
+    if (!clock_is_scripted)
+        timespec_get(&time, TIME_UTC); // no function that is redirected itself: its width of time would be a guess
+    *value = {time.tv_sec, static_cast<suseconds_t>(time.tv_nsec / 1000)};
     return 0;
 }
 
 STAND_IN(time_t, time, (time_t * value))
 {
-    const time_t seconds = now().tv_sec;
-    if (value)
-        *value = seconds;
-    return seconds;
+    timeval now;
+    __wrap_gettimeofday(&now, nullptr);
+    return value ? *value = now.tv_sec : now.tv_sec;
 }
 
 STAND_IN(int, stat, (const char *path, struct stat *status))

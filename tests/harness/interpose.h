@@ -49,9 +49,7 @@ struct scripted_clock {
 };
 
 /// Counts the calls of one function and answers some of them in its place.
-class call_script
-{
-  public:
+struct call_script {
     /// After `skip` further calls, `times` calls are not carried out but give this result.
     void answer(int result, int skip = 0, int times = 1)
     {
@@ -60,11 +58,6 @@ class call_script
     int calls() const
     {
         return calls_;
-    }
-    /// Whether all planned answers were given; forgets those that were not.
-    bool answered()
-    {
-        return times_.exchange(0) == 0;
     }
     /// For the stand-in: counts a call and tells whether it is to give *result.
     bool take(int *result)
@@ -76,8 +69,6 @@ class call_script
         *result = result_;
         return true;
     }
-
-  private:
     std::atomic<int> result_ = 0, skip_ = 0, times_ = 0, calls_ = 0;
 };
 

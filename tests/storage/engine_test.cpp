@@ -91,17 +91,6 @@ TEST_F(StorageEngine, a_time_before_1970_is_stored_as_a_floating_point_number)
     EXPECT_EQ(sent, -1) << "the lowest bits of the largest integer";
 }
 
-TEST_F(StorageEngine, a_write_hands_its_callback_the_very_pointers)
-{
-    static const char key[] = "k", value[] = "v";
-    static int calls = 0;
-    const auto note = [](void *written_key, void *written_value) {
-        calls += written_key == key && written_value == value;
-    };
-    EXPECT_EQ(_common_storage_upsert_and_involk_unique_data(key, value, nullptr, nullptr, nullptr, note), ZEL_ERR_NONE);
-    EXPECT_EQ(calls, 1);
-}
-
 TEST_F(StorageEngine, the_row_callback_takes_the_row_id_column_only)
 {
     const std::string function = "__insert_callback";
