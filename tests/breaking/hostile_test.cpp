@@ -24,7 +24,7 @@ using StorageFiles = StorageHostile;
 
 /// Opens the store, if it lets itself be opened, and calls every operation: each reports one of the codes that the
 /// store's operations know. Gives the number of successes.
-long successes()
+int successes()
 {
     _common_storage_init();
     std::map<int, int> codes;

@@ -336,21 +336,20 @@ struct operation {
     std::function<int(const call &, io &)> call;
 };
 
+template <auto FUNCTION> operation bound(const char *name)
+{
+    return {name, [](const call &given, io &with) { return call_with(FUNCTION, given, with); }};
+}
+
 const std::map<std::string, operation> &operations_by_name()
 {
-#define INNER(shorter, function)                                                                                       \
-    {                                                                                                                  \
-        shorter,                                                                                                       \
-        {                                                                                                              \
-#function, [](const call &given, io &with) { return call_with(function, given, with); }                    \
-        }                                                                                                              \
-    }
-#define OP(name) INNER(#name, _common_storage_##name)
+#define OP(name) std::pair(#name, bound<_common_storage_##name>("_common_storage_" #name))
     static const std::map<std::string, operation> all = {
-        INNER("__execute_query", __execute_query),
-        INNER("__execute_insert_query", __execute_insert_query),
-        INNER("__execute_select_query", __execute_select_query),
-        INNER("__common_storage_get_db_version", __common_storage_get_db_version),
+        std::pair("__execute_query", bound<__execute_query>("__execute_query")),
+        std::pair("__execute_insert_query", bound<__execute_insert_query>("__execute_insert_query")),
+        std::pair("__execute_select_query", bound<__execute_select_query>("__execute_select_query")),
+        std::pair("__common_storage_get_db_version",
+                  bound<__common_storage_get_db_version>("__common_storage_get_db_version")),
         OP(delete_push_noti),
         OP(delete_content_info),
         OP(add_content_info),

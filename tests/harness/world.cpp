@@ -40,19 +40,6 @@ void add_decoys(raw_database &raw)
     }
 }
 
-/// Numbers that follow each other as the first and the last.
-std::string ranges(const std::vector<std::string> &ids)
-{
-    const auto follow = [&](size_t i) {
-        return i > 0 && i < ids.size() && ids[i] == std::to_string(std::atoll(ids[i - 1].c_str()) + 1);
-    };
-    std::string all;
-    for (size_t i = 0; i < ids.size(); ++i)
-        if (!follow(i) || !follow(i + 1))
-            all += (all.empty() ? "" : follow(i) ? "-" : ",") + ids[i];
-    return all;
-}
-
 /// In front of every text but those that the library knows by name.
 void add_prefix(raw_database &raw)
 {
@@ -120,7 +107,7 @@ rows_of_tables stored_rows()
 std::string changes(const rows_of_tables &before, const rows_of_tables &after)
 {
     std::string all;
-    std::map<std::pair<std::string, std::string>, std::vector<std::string>> ids; // by table and what became of them
+    std::map<std::pair<std::string, std::string>, std::string> ids; // by table and what became of them
     for (const auto &[key, row] : before) {
         const auto &[table, length, id] = key;
         std::string change;
@@ -128,8 +115,9 @@ std::string changes(const rows_of_tables &before, const rows_of_tables &after)
         for (size_t i = 0; now != after.end() && i < row.size(); ++i)
             if (row[i] != now->second[i])
                 change += " " + before.at({table, 0, ""})[i] + "=" + shown(now->second[i].c_str());
+        std::string &known = ids[{(change.empty() ? "-" : "~") + table, change}];
         if (now == after.end() || !change.empty())
-            ids[{(change.empty() ? "-" : "~") + table, change}].push_back(id);
+            known += (known.empty() ? "" : ",") + id;
     }
     for (const auto &[key, row] : after)
         if (!before.contains(key)) {
@@ -140,7 +128,8 @@ std::string changes(const rows_of_tables &before, const rows_of_tables &after)
             all.append(" +").append(table).append(" (").append(cells).append(")");
         }
     for (const auto &[what, which] : ids)
-        all.append(" ").append(what.first).append(" ").append(ranges(which)).append(what.second);
+        if (!which.empty())
+            all.append(" ").append(what.first).append(" ").append(which).append(what.second);
     return all;
 }
 
