@@ -68,7 +68,8 @@ TEST(Golden, a_store_is_read)
          "http://s/m http://s/b na\xc3\xafve's.jpg image/jpeg t1 3 0 4000000000)\n"},
         {"get_sync_content_info_by_sync_id 1 &",
          " (1 1 1 1 7 1 2 40 65536 2 1700000000 t7 http://s/7 /th one /files/one key)"},
-        {"get_upload_data 7 &", " (7 5000000000 2 1800000000003 1795599840 t7 2) /files/one /files/two (44 7703 12 0)"},
+        {"get_upload_data 7 &", " (7 5000000000 2 1800000000003 1795599840 t7 2)[/files/one /files/two][(44 7703 12 0)]"
+                                "/files/one /files/two\n(44 7703 12 0)\n"},
         {"is_recent_receiver_list_exist (44 7704 13 0) 1 & &false", " 1 1"}};
     for (const auto &[call, expected] : calls) {
         const zel_test::told told = zel_test::call(call)();

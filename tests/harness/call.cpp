@@ -144,7 +144,8 @@ struct io {
         std::vector<std::string> people;
         for (size_t i = 0; i < it->msisdn_count; ++i)
             people.push_back(it->msisdn_list[i] ? shown(*it->msisdn_list[i]) : "NULL");
-        const std::string all = shown(*it) + take<char>(it->file_path_list, nullptr) + listed(people);
+        std::string all = shown(*it) + take<char>(it->file_path_list, nullptr);
+        all += listed(people);
         _common_free_upload_info(it);
         return all;
     }
