@@ -137,8 +137,8 @@ try {
             list_uploads(*service);
         else if (lists_paths)
             print_paths(*service, id);
-        else
-            follow(*service, id, 0);
+        else if (until == 0)
+            follow(*service, id, until);
     });
     status->add_option("ID", id, "The request");
     status->add_flag("--paths0", lists_paths, "Only the local paths of its files, each with a zero byte behind it");

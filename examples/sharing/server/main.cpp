@@ -47,6 +47,10 @@ try {
     attach_shares(http, server);
     http.set_payload_max_length(static_cast<size_t>(server.largest));
     http.set_tcp_nodelay(true);
+    http.set_socket_options([](int socket) { // by itself the library would let two servers have one port
+        const int on = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    });
     http.set_keep_alive_max_count(1'000'000);
     http.set_keep_alive_timeout(1); // a stop waits for connections that are idle
     http.new_task_queue = [] { return new httplib::ThreadPool(32); };

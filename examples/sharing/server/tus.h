@@ -68,8 +68,7 @@ struct upload {
 /** None as well for what is no id, whatever path it would make. */
 inline std::optional<upload> find_upload(const state &server, const std::string &id)
 {
-    upload found;
-    found.folder = server.folder / "uploads" / id;
+    upload found = {server.folder / "uploads" / id, 0, 0, ""};
     std::ifstream info(found.folder / "info");
     std::error_code error;
     found.offset = fs::file_size(found.folder / "bytes", error);
