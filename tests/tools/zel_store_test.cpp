@@ -6,11 +6,13 @@
 #include <nlohmann/json.hpp>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <set>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,13 +25,8 @@ namespace
 
 const std::string STORE = ZEL_DATABASE;
 
-struct outcome {
-    int status;
-    std::string text;
-};
-
-/// Runs the tool; what it writes, errors included.
-outcome tool(const std::string &arguments)
+/// Runs the tool; its status, and what it writes, errors included.
+std::pair<int, std::string> tool(const std::string &arguments)
 {
     FILE *const output = popen((ZEL_TEST_TOOL " " + arguments + " 2>&1").c_str(), "r");
     std::string text;
@@ -40,33 +37,25 @@ outcome tool(const std::string &arguments)
 
 json document(const std::string &arguments)
 {
-    return json::parse(tool(arguments).text);
+    return json::parse(tool(arguments).second);
 }
 
-void expect(const std::string &arguments, int status, const std::vector<std::string> &parts)
+void expect(const std::string &arguments, int status, const std::vector<std::string> &parts = {})
 {
-    const outcome found = tool(arguments);
-    EXPECT_EQ(found.status, status) << arguments << ": " << found.text;
+    const auto [found, text] = tool(arguments);
+    EXPECT_EQ(found, status) << arguments << ": " << text;
     for (const std::string &part : parts)
-        EXPECT_NE(found.text.find(part), std::string::npos) << part << " in " << arguments << ": " << found.text;
+        EXPECT_NE(text.find(part), std::string::npos) << part << " in " << arguments << ": " << text;
 }
 
 /// A connection that does not go through the library, with what it is to do first.
-struct raw_connection {
+std::shared_ptr<sqlite3> raw(const std::string &statements)
+{
     sqlite3 *handle = nullptr;
-
-    explicit raw_connection(const std::string &statements)
-    {
-        sqlite3_open(STORE.c_str(), &handle);
-        EXPECT_EQ(sqlite3_exec(handle, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << statements;
-    }
-    ~raw_connection()
-    {
-        sqlite3_close(handle);
-    }
-    raw_connection(const raw_connection &) = delete;
-    raw_connection &operator=(const raw_connection &) = delete;
-};
+    sqlite3_open(STORE.c_str(), &handle);
+    EXPECT_EQ(sqlite3_exec(handle, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << statements;
+    return {handle, sqlite3_close};
+}
 
 /// Begins something in a process of its own, as a service would; the trace goes to a file.
 pid_t start(const std::function<void()> &work)
@@ -105,8 +94,7 @@ class ZelStore : public testing::Test
         fs::current_path(folder);
         expect("init", 0, {"mode 0700", "all 9 tables"});
         EXPECT_EQ(fs::status(fs::path(STORE).parent_path()).permissions(), fs::perms::owner_all);
-        raw_connection(
-            "INSERT INTO upload_request_data VALUES(1,3000000000,1,3,1,0,0,'',1,'',1);"
+        raw("INSERT INTO upload_request_data VALUES(1,3000000000,1,3,1,0,0,'',1,'',1);"
             "INSERT INTO contact_details VALUES(1,-1294967296,1,'7700900123','44');" // the same id, written signed
             "INSERT INTO content_info_status VALUES(1,1,5,0,3000000000,0,0,100,0,0,1,'','','','','one.bin','','');"
             "INSERT INTO push_noti_info VALUES(1,'share-token-1','event',1,0,1);"
@@ -159,12 +147,11 @@ TEST_F(ZelStore, CheckFindsEachContradiction)
     expect("check", 0, {"Sound"});
     const std::string sound = bytes_of(STORE);
     for (const auto &one : cases) {
-        raw_connection(one.statements);
+        raw(one.statements);
         const json findings = document("check --json")["findings"];
         ASSERT_EQ(findings.size(), 1U) << one.kind << findings;
         EXPECT_EQ(findings[0]["kind"], one.kind);
-        EXPECT_EQ(one.rows.empty() ? json() : findings[0]["rows"], json::parse(one.rows.empty() ? "null" : one.rows));
-        EXPECT_FALSE(findings[0]["means"].empty() || findings[0]["do"].empty());
+        EXPECT_TRUE(one.rows.empty() || findings[0]["rows"] == json::parse(one.rows)) << findings;
         expect("check", 1, {"[" + one.kind + "]"});
         std::ofstream(STORE, std::ios::binary) << sound;
     }
@@ -172,12 +159,11 @@ TEST_F(ZelStore, CheckFindsEachContradiction)
 
 TEST_F(ZelStore, ABrokenOffWriteIsUndoneInTheViewOnly)
 {
-    raw_connection("UPDATE upload_request_data SET description = 'as it was'");
+    raw("UPDATE upload_request_data SET description = 'as it was'");
     EXPECT_EQ(end_of(start([] {
                   // More than the cache takes, so that the file is written to before the commit.
-                  const raw_connection open(
-                      "PRAGMA cache_size = 1; BEGIN; UPDATE upload_request_data SET description = "
-                      "'half'; CREATE TABLE filler (x); INSERT INTO filler VALUES(zeroblob(900000))");
+                  const auto open = raw("PRAGMA cache_size = 1; BEGIN; UPDATE upload_request_data SET description = "
+                                        "'half'; CREATE TABLE filler (x); INSERT INTO filler VALUES(zeroblob(900000))");
                   raise(SIGKILL);
               })),
               SIGKILL);
@@ -194,7 +180,7 @@ TEST_F(ZelStore, ABrokenOffWriteIsUndoneInTheViewOnly)
 TEST_F(ZelStore, AWriterWithoutAPauseMeetsNobodyAndNoViewIsTorn)
 {
     for (const std::string mode : {"DELETE", "WAL"}) {
-        raw_connection("PRAGMA journal_mode = " + mode);
+        raw("PRAGMA journal_mode = " + mode);
         fs::remove("end");
         const pid_t writer = start([] {
             EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
@@ -205,7 +191,7 @@ TEST_F(ZelStore, AWriterWithoutAPauseMeetsNobodyAndNoViewIsTorn)
                           ZEL_ERR_NONE);
             }
         });
-        std::istringstream views(tool("watch --json --secrets --interval 0.02 --views 40").text);
+        std::istringstream views(tool("watch --json --secrets --interval 0.02 --views 40").second);
         std::ofstream("end") << "";
         EXPECT_EQ(end_of(writer), 0) << "a statement was refused: " << mode;
         std::set<int> chunks;
@@ -224,24 +210,22 @@ TEST_F(ZelStore, AWriterWithoutAPauseMeetsNobodyAndNoViewIsTorn)
 
 TEST_F(ZelStore, HostileTextsAreShownAndNotObeyed)
 {
-    raw_connection(
-        "UPDATE upload_request_data SET description = char(27,93,48,59,7,10,120,8238) || CAST(x'fffe' AS TEXT);"
+    raw("UPDATE upload_request_data SET description = char(27,93,48,59,7,10,120,8238) || CAST(x'fffe' AS TEXT);"
         "UPDATE content_info_status SET name = char(155) || '31m', status = 1, fail_retry_count = 2 WHERE sync_id = 1");
     setenv("LC_ALL", "C", 1);
-    const outcome shown = tool("show");
-    for (const char letter : shown.text)
-        EXPECT_TRUE(letter == '\n' || (letter >= ' ' && letter < 127)) << static_cast<int>(letter);
-    for (const char *part : {R"("\x1b]0;\x07\x0ax\u{202e}\xff\xfe")", R"(\u{9b}31m)", "Request 3000000000", "retry 2",
-                             "to +44 770~23", "\nupload file              0    10        1 "})
-        EXPECT_NE(shown.text.find(part), std::string::npos) << part << " in " << shown.text;
+    expect("show", 0,
+           {R"("\x1b]0;\x07\x0ax\u{202e}\xff\xfe")", R"(\u{9b}31m)", "Request 3000000000", "retry 2", "to +44 770~23",
+            "\nupload file              0    10        1 "});
+    const std::string shown = tool("show").second;
+    EXPECT_TRUE(std::all_of(shown.begin(), shown.end(), [](char c) { return c == '\n' || (c >= ' ' && c < 127); }));
     for (const char *secret : {"a-long-secret", "7700900123", "share-token-1"}) {
-        EXPECT_EQ((shown.text + tool("show --json").text).find(secret), std::string::npos);
+        EXPECT_EQ((shown + tool("show --json").second).find(secret), std::string::npos);
         expect("show --secrets", 0, {secret});
     }
     EXPECT_EQ(document("show --json --request 3000000000")["contact_details"].size(), 1U);
     EXPECT_EQ(document("show --json --token share-token-1")["content_info"].size(), 1U);
     EXPECT_EQ(document("show --json --token share-token-1")["upload_request_data"].size(), 0U);
-    EXPECT_EQ(tool("show --request 1").status, 1);
+    expect("show --request 1", 1);
     setenv("LC_ALL", "C.UTF-8", 1);
     expect("show", 0, {R"(\x1b]0;\x07\x0ax\u{202e}\xff\xfe")"});
 }
@@ -254,7 +238,6 @@ TEST_F(ZelStore, WhatCannotBeReadIsToldAndTheRestIsShown)
     std::ofstream("cut.db") << bytes.substr(0, bytes.size() - 5000);
     std::fill_n(bytes.begin() + 100, 8, '\xff');
     std::ofstream("damaged.db") << bytes;
-    fs::create_directory("closed");
     expect("show missing.db", 2, {"there is no store"});
     expect("show /dev/null", 2, {"no regular file"});
     expect("check text.db", 2, {"[unreadable]", "file is not a database"});
@@ -264,7 +247,7 @@ TEST_F(ZelStore, WhatCannotBeReadIsToldAndTheRestIsShown)
     expect("show cut.db", 0, {"Request 3000000000"});
     expect("show damaged.db", 2, {"cannot open the file"});
     expect("init --wal", 0, {"write-ahead log is set"});
-    const raw_connection locked("PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE");
+    const auto locked = raw("PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE");
     expect("show", 0, {"(" + std::to_string(getpid()) + ")"}); // an emulated process has another name
     fs::permissions("cut.db", fs::perms::none);
     if (geteuid() != 0)
@@ -275,7 +258,7 @@ TEST_F(ZelStore, ATraceIsReadWithAndWithoutThreadsTimesAndColours)
 {
     EXPECT_EQ(end_of(start([] {
                   EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
-                  const raw_connection locked("BEGIN EXCLUSIVE");
+                  const auto locked = raw("BEGIN EXCLUSIVE");
                   unsigned long long time = 0;
                   _common_storage_update_percentage_sync_content_info(1, 5);
                   _common_storage_get_received_time_push_noti("share-token-1", &time);
@@ -311,10 +294,10 @@ TEST_F(ZelStore, ATraceIsReadWithAndWithoutThreadsTimesAndColours)
         EXPECT_EQ(failures[1]["code"], SQLITE_BUSY);
         EXPECT_EQ(failures[2]["text"], "Invalid parameter");
         EXPECT_EQ(failures[2]["advice"].get<std::string>().find("an argument was missing"), 0U);
-        EXPECT_EQ(tool("trace --tree other.log").status, one.has_threads ? 1 : 2);
+        expect("trace --tree other.log", one.has_threads ? 1 : 2);
     }
     expect("trace trace.log", 1, {"storage_update_percentage_sync_content_info", "SQLite    5, database is locked"});
-    EXPECT_EQ(tool("trace --timeline events.json trace.log").status, 1);
+    expect("trace --timeline events.json trace.log", 1);
     const json events = json::parse(bytes_of("events.json"))["traceEvents"];
     EXPECT_EQ(std::count_if(events.begin(), events.end(),
                             [](const json &event) { return event["name"] == "_common_storage_init"; }),

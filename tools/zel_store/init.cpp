@@ -5,14 +5,13 @@
 #include "zel_platform.h"
 #include "zel_store.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <fcntl.h>
 #include <filesystem>
 #include <glib.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace zel_storage;
 
@@ -26,28 +25,16 @@ std::string failures;
 void make_folder(const std::filesystem::path &folder)
 {
     std::error_code error;
-    if (folder.has_parent_path())
-        std::filesystem::create_directories(folder.parent_path(), error);
+    std::filesystem::create_directories(folder.parent_path(), error);
     struct stat status = {};
-    if (mkdir(folder.c_str(), 0700) == 0)
-        std::puts(safe("Made the folder " + folder.string() + ", mode 0700.").c_str());
-    else if (stat(folder.c_str(), &status) != 0)
+    if (mkdir(folder.c_str(), 0700) != 0 && stat(folder.c_str(), &status) != 0)
         throw unreadable(folder.string() + ": " + g_strerror(errno) +
                          ". Run it as who may write there, then give the folder to the service's user.");
-    else if (status.st_mode & 077U)
-        std::puts(safe(format("The folder %s has mode %04o: others may look into it, and the store holds phone numbers "
-                              "and tokens. chmod 0700 closes it.",
-                              folder.c_str(), status.st_mode & 07777U))
+    if (!status.st_mode || status.st_mode & 077U)
+        std::puts(safe(folder.string() + (status.st_mode ? ": is open to others, and the store holds phone numbers and "
+                                                           "tokens. chmod 0700 closes it."
+                                                         : ": made, mode 0700."))
                       .c_str());
-}
-
-std::string missing_tables()
-{
-    std::string missing;
-    for (const table &one : TABLES)
-        if (!_common_storage_check_table_exist(one.name))
-            missing += std::string(missing.empty() ? "" : ", ") + one.name;
-    return missing;
 }
 
 void set_log()
@@ -59,13 +46,12 @@ void set_log()
     if (mode.empty() || text(mode[0], "journal_mode") != "wal")
         throw unreadable("The write-ahead log could not be set: " + complaint +
                          ". End the programs that have the store open and try again.");
-    std::puts("The write-ahead log is set, for every program and for good. From now on\n"
-              "- readers and a writer do not meet any more; two writers still do;\n"
-              "- a statement that was acknowledged is safe against a power cut;\n"
-              "- .quillo_service.db-wal and -shm lie beside the store while it is open and belong to it: copy it with\n"
-              "  zel-store copy, and keep it on a local file system;\n"
-              "- whoever reads the store must be able to write to its folder (zel-store itself need not).\n"
-              "Back again: end the programs, then PRAGMA journal_mode = DELETE in the sqlite3 shell.");
+    std::puts(
+        "The write-ahead log is set, for every program and for good. From now on readers and a writer do not meet\n"
+        "any more (two writers still do), and an acknowledged statement is safe against a power cut. Files -wal\n"
+        "and -shm beside the store belong to it: copy it with zel-store copy, keep it on a local file system, and\n"
+        "let who reads it write to its folder (zel-store itself need not).\n"
+        "Back again: end the programs, then PRAGMA journal_mode = DELETE in the sqlite3 shell.");
 }
 
 } // namespace
@@ -77,13 +63,14 @@ int init(const options &wanted)
     if (_common_storage_init() != ZEL_ERR_NONE)
         throw unreadable("The store could not be opened:" + failures +
                          " Look whether " ZEL_DATABASE " and its folder belong to you.");
-    for (int i = 0; i < ATTEMPTS && !missing_tables().empty(); ++i) {
+    _common_storage_db_upgrade();
+    const auto is_missing = [](const table &one) { return !_common_storage_check_table_exist(one.name); };
+    for (int i = 0; std::any_of(std::begin(TABLES), std::end(TABLES), is_missing); ++i) {
+        if (i == ATTEMPTS)
+            throw unreadable("Not all tables could be made; zel-store check names those that are missing." + failures);
         g_usleep(10000);
         _common_storage_db_create();
     }
-    _common_storage_db_upgrade();
-    if (const std::string missing = missing_tables(); !missing.empty())
-        throw unreadable("These tables could not be made: " + missing + "." + failures);
     std::printf("%s is ready: version %d, all %zu tables.\n", ZEL_DATABASE, SCHEMA_VERSION, std::size(TABLES));
     if (wanted.uses_log)
         set_log();
@@ -95,17 +82,14 @@ int copy(const options &wanted, const std::string &target)
     const store read(wanted.store);
     if (!read.is_readable)
         throw unreadable(wanted.store + ": " + text(read.findings[0], "title") + ". cp copies such a file as it is.");
-    // The copy holds what the store holds: nobody else may read it, and nothing is written over.
-    const int made = open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (made < 0)
-        throw unreadable(target + ": " + g_strerror(errno) + ". Name a file that is not there yet.");
-    close(made);
-    const connection copied(target);
-    sqlite3_backup *const backup = sqlite3_backup_init(copied.handle.get(), "main", read.database.handle.get(), "copy");
-    sqlite3_backup_step(backup, -1);
-    if (sqlite3_backup_finish(backup) != SQLITE_OK) {
-        unlink(target.c_str());
-        throw unreadable(target + ": " + sqlite3_errmsg(copied.handle.get()) + ". Nothing was left there.");
+    if (std::filesystem::exists(target))
+        throw unreadable(target + ": File exists. Name a file that is not there yet.");
+    umask(077); // the copy holds what the store holds: nobody else may read it
+    std::string complaint;
+    read.database.rows("VACUUM copy INTO ?", {target}, &complaint);
+    if (!complaint.empty()) {
+        std::filesystem::remove(target);
+        throw unreadable(target + ": " + complaint + ". Nothing was left there; cp copies a damaged file as it is.");
     }
     std::puts(safe(target + " is a copy of " + text(read.file, "path") + ", mode 0600.").c_str());
     return FINE;
@@ -122,20 +106,5 @@ int dlog_print(log_priority prio, const char *, const char *fmt, ...)
     if (prio >= DLOG_ERROR)
         failures += std::string(" ") + g_strchomp(line);
     g_free(line);
-    return 0;
-}
-
-int system_info_get_custom_bool(const char *, bool *)
-{
-    return SYSTEM_INFO_ERROR_INVALID_PARAMETER;
-}
-
-int app_control_clone(app_control_h *, app_control_h)
-{
-    return -ENOSYS;
-}
-
-int app_control_destroy(app_control_h)
-{
     return 0;
 }

@@ -12,8 +12,7 @@ try {
     screen.look();
     CLI::App app{"Looks into a store of the sharing library and into its trace, without disturbing who uses it."};
     app.name("zel-store");
-    app.footer("Exit status: 0 fine, 1 findings or nothing that matches, 2 cannot read.\n"
-               "The manual, zel-store(1), tells the rest.");
+    app.footer("Exit status: 0 fine, 1 findings or nothing that matches, 2 cannot read. Manual: zel-store(1).");
     app.set_version_flag("--version", ZEL_VERSION);
     app.require_subcommand(1);
 
@@ -29,8 +28,7 @@ try {
     CLI::App *const watch_it = add("watch", "The same, refreshed; q ends it", [&] { return watch(wanted); });
     CLI::App *const check_it = add("check", "Is it sound, does it contradict itself?", [&] { return check(wanted); });
     CLI::App *const trace_it = add("trace", "A trace made readable", [&] { return trace(wanted); });
-    CLI::App *const init_it =
-        add("init", "Make the store of this build ready: " ZEL_DATABASE, [&] { return init(wanted); });
+    CLI::App *const init_it = add("init", "Make this build's store ready: " ZEL_DATABASE, [&] { return init(wanted); });
     texts names;
     add("copy", "A consistent copy of a store in use",
         [&] {
@@ -49,14 +47,12 @@ try {
     }
     for (CLI::App *const one : {show_it, watch_it, check_it, trace_it})
         one->add_flag("--json", wanted.as_json, "For programs");
-    watch_it->add_option("--interval", wanted.interval, "Seconds between two views")
-        ->check(CLI::Range(0.02, 3600.0))
-        ->capture_default_str();
+    watch_it->add_option("--interval", wanted.interval, "Seconds between two views (1)")
+        ->check(CLI::Range(0.02, 3600.0));
     watch_it->add_option("--views", wanted.views, "End after so many views")->check(CLI::PositiveNumber);
     trace_it->add_option("FILE", wanted.trace, "The trace; - reads standard input")->required();
     trace_it->add_flag("--tree", wanted.shows_tree, "The calls, nested by thread");
-    trace_it->add_option("--timeline", wanted.timeline, "Write the calls to a file in the Trace Event format")
-        ->type_name("FILE.json");
+    trace_it->add_option("--timeline", wanted.timeline, "Write the calls to a file, in the Trace Event format");
     init_it->add_flag("--wal", wanted.uses_log, "Set SQLite's write-ahead log for good");
     std::signal(SIGPIPE, SIG_DFL);
     try {

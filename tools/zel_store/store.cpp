@@ -1,4 +1,4 @@
-#include "pages.h"
+#include "texts.h"
 #include "zel_common_storage.h"
 #include "zel_common_storage/schema.h"
 #include "zel_store.h"
@@ -7,12 +7,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <glib.h>
 #include <glob.h>
-#include <map>
 #include <pwd.h>
 #include <sstream>
 #include <sys/stat.h>
@@ -59,12 +57,11 @@ void add_words(const connection &database)
                          name)[2];
             cases += format(" WHEN %d THEN lower(replace('%s', '_', ' '))", *value, name.c_str());
         }
-        // Without a push status nothing was reported.
-        const std::string missing = std::string_view(column) == "push_status" ? "0" : "NULL";
+        const char *const missing = std::string_view(column) == "push_status" ? "0" : "NULL"; // nothing was reported
         database.rows(
             format("ALTER TABLE %s ADD COLUMN %s_word AS (CASE coalesce(%s, %s)%s ELSE '?' || coalesce(%s, '') "
                    "END)",
-                   table, column, column, missing.c_str(), cases.c_str(), column));
+                   table, column, column, missing, cases.c_str(), column));
     }
 }
 
@@ -115,8 +112,7 @@ struct scratch_folder {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &signals);
-        if (!mkdtemp(path.data()))
-            refuse(errno);
+        path = mkdtemp(path.data()) ? path : path + " (cannot be made)";
     }
     ~scratch_folder()
     {
@@ -124,30 +120,23 @@ struct scratch_folder {
         fs::remove_all(path, ignored);
         pthread_sigmask(SIG_SETMASK, &signals, nullptr);
     }
-    scratch_folder(const scratch_folder &) = delete;
-    scratch_folder &operator=(const scratch_folder &) = delete;
-
-    void refuse(int error) const
-    {
-        throw unreadable("No private copy can be made as " + path + ": " + g_strerror(error) +
-                         ". Name a folder with room for it in TMPDIR.");
-    }
 };
 
 /** Copies the file and what lies beside it, again and again until no writer has been at work meanwhile. */
-void copy_consistently(const std::string &path, const scratch_folder &scratch)
+void copy_consistently(const std::string &path, const std::string &target)
 {
     using namespace std::chrono;
     const auto deadline = steady_clock::now() + seconds(5);
     for (unsigned int attempt = 0; steady_clock::now() < deadline; ++attempt) {
         const std::string before = fingerprint(path);
         // The file first: what is written to it from then on is in the journal as it was before, or in the log.
-        for (const char *suffix : {"", "-journal", "-wal"}) {
+        for (const std::string suffix : {"", "-journal", "-wal"}) {
             std::error_code error;
-            fs::remove(scratch.path + "/store" + suffix, error);
-            fs::copy_file(path + suffix, scratch.path + "/store" + suffix, error);
-            if (error && error != std::errc::no_such_file_or_directory)
-                scratch.refuse(error.value());
+            fs::remove(target + suffix, error);
+            fs::copy_file(path + suffix, target + suffix, error);
+            if (error && (suffix.empty() || error != std::errc::no_such_file_or_directory))
+                throw unreadable(format("No private copy can be made as %s%s: %s. Name a folder with room in TMPDIR.",
+                                        target.c_str(), suffix.c_str(), error.message().c_str()));
         }
         if (fingerprint(path) == before)
             return;
@@ -166,17 +155,18 @@ void find_openers(json &file, const std::string &path)
         return 0;
     };
     glob("/proc/[0-9]*/fd/*", GLOB_NOSORT, complain, &found);
-    std::map<int, std::string> names;
-    for (size_t i = 0; i < found.gl_pathc; ++i) {
-        const auto id = static_cast<int>(std::strtol(found.gl_pathv[i] + strlen("/proc/"), nullptr, 10));
+    json openers = json::array();
+    for (size_t i = 0; i < found.gl_pathc; ++i) { // those of a process stand together
+        const auto id = static_cast<int>(std::strtol(found.gl_pathv[i] + sizeof "/proc/" - 1, nullptr, 10));
         std::error_code ignored;
-        if (id != getpid() && fs::equivalent(found.gl_pathv[i], path, ignored))
-            std::getline(std::ifstream(format("/proc/%d/comm", id)), names[id]);
+        std::string name;
+        if (id != getpid() && (openers.empty() || openers.back()["pid"] != id) &&
+            fs::equivalent(found.gl_pathv[i], path, ignored) &&
+            std::getline(std::ifstream(format("/proc/%d/comm", id)), name))
+            openers.push_back({{"pid", id}, {"name", name}});
     }
     globfree(&found);
-    file["open_in"] = json::array();
-    for (const auto &[id, name] : names)
-        file["open_in"].push_back({{"pid", id}, {"name", name}});
+    file["open_in"] = openers;
     file["sees_all_processes"] = sees_all;
 }
 
@@ -206,28 +196,17 @@ void load_tables(store &read)
 {
     json missing = json::array();
     for (const table &one : TABLES) {
-        const json found = read.database.rows(
-            R"(SELECT count(found.cid) AS columns, group_concat(coalesce(format('"%w"', found.name),
-                          iif(laid."notnull", '''''', 'NULL')) || ' AS c' || cid) AS list,
-                      group_concat(iif(laid.name IS found.name AND laid.type IS found.type, NULL,
-                          format('%s %s for %s %s', found.name, found.type, laid.name, laid.type)), ', ') AS differences
-               FROM pragma_table_info(?1, 'main') AS laid LEFT JOIN pragma_table_info(?1, 'copy') AS found USING (cid))",
-            {one.name})[0];
+        const json found = read.database.rows(LOAD_SQL, {one.name})[0];
         if (found["columns"] == 0) {
             missing.push_back({{"name", one.name}});
             continue;
         }
         if (!found["differences"].is_null())
-            read.find("columns", one.name, {{{"columns", found["differences"]}}});
+            read.find("columns", {{{one.name, found["differences"]}}});
         if (const std::string complaint = load(read.database, one.name, found["list"]); !complaint.empty())
-            read.find("damaged-table", one.name, {{{"SQLite says:", complaint}}});
+            read.find("damaged-table", {{{one.name, complaint}}});
     }
-    read.find("missing-table", "", missing);
-    // Some ids are written as the negative number of the same 32 bits.
-    read.database.rows("UPDATE content_info_status SET req_id = req_id & 4294967295,"
-                       " content_id = content_id & 4294967295, offset = offset & 4294967295;"
-                       "UPDATE upload_request_data SET req_id = req_id & 4294967295;"
-                       "UPDATE contact_details SET req_id = req_id & 4294967295");
+    read.find("missing-table", missing);
 }
 
 } // namespace
@@ -272,17 +251,17 @@ json connection::rows(const std::string &statements, const std::vector<json> &ar
         }
         sqlite3_finalize(prepared);
     }
-    if (code == SQLITE_DONE || code == SQLITE_OK)
-        return rows;
-    if (!complaint)
+    const bool is_failed = code != SQLITE_DONE && code != SQLITE_OK;
+    if (is_failed && !complaint)
         throw unreadable(std::string("SQLite: ") + sqlite3_errmsg(handle.get()) + " in " + statements);
-    *complaint = sqlite3_errmsg(handle.get());
+    if (is_failed)
+        *complaint = sqlite3_errmsg(handle.get());
     return rows;
 }
 
-void store::find(const std::string &kind, const std::string &table, const json &rows)
+void store::find(const std::string &kind, const json &rows)
 {
-    static const std::vector<texts> TEXTS = advice(DATABASE_PAGE, "## What zel-store check finds");
+    static const std::vector<texts> TEXTS = advice(DATABASE_MD, "## What zel-store check finds");
     if (rows.empty())
         return;
     const std::string key = rows[0].items().begin().key();
@@ -291,13 +270,8 @@ void store::find(const std::string &kind, const std::string &table, const json &
         names.push_back(text(row, key.c_str()));
     for (const texts &row : TEXTS)
         if (row.size() == 4 && row[0] == "`" + kind + "`")
-            findings.push_back({{"kind", kind},
-                                {"title", row[1]},
-                                {"means", row[2]},
-                                {"do", row[3]},
-                                {"table", table},
-                                {"key", key},
-                                {"rows", names}});
+            findings.push_back(
+                {{"kind", kind}, {"title", row[1]}, {"means", row[2]}, {"do", row[3]}, {"key", key}, {"rows", names}});
 }
 
 store::store(const std::string &named)
@@ -316,9 +290,10 @@ store::store(const std::string &named)
     database.rows(format("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups", BATCH_LIMIT,
                          RETRY_CAP, GROUP_LIMIT));
     const scratch_folder scratch;
-    copy_consistently(path, scratch);
+    const std::string copied = scratch.path + "/store";
+    copy_consistently(path, copied);
     for (const auto &[name, suffix] : {std::pair("size", ""), {"journal_size", "-journal"}, {"log_size", "-wal"}}) {
-        const auto size = fs::file_size(scratch.path + "/store" + suffix, error);
+        const auto size = fs::file_size(copied + suffix, error);
         file[name] = error ? json() : json(size);
     }
     // The first look undoes what was broken off. Exclusive: a log needs no shared memory then. A file that is cut can
@@ -326,21 +301,20 @@ store::store(const std::string &named)
     const std::string look = "ATTACH ? AS copy; SELECT count(*) FROM copy.sqlite_master";
     std::string complaint;
     std::string cut;
-    database.rows("PRAGMA locking_mode = EXCLUSIVE; " + look, {scratch.path + "/store"}, &complaint);
+    database.rows("PRAGMA locking_mode = EXCLUSIVE; " + look, {copied}, &complaint);
     if (!complaint.empty()) {
         database.rows("DETACH copy", {}, &cut);
         cut.clear();
-        database.rows("PRAGMA writable_schema = ON; " + look, {scratch.path + "/store"}, &cut);
+        database.rows("PRAGMA writable_schema = ON; " + look, {copied}, &cut);
     }
     is_readable = cut.empty();
     if (!complaint.empty())
-        find(is_readable ? "cut" : "unreadable", "", {{{"SQLite says:", complaint}}});
+        find(is_readable ? "cut" : "unreadable", {{{"SQLite says:", complaint}}});
     if (is_readable) {
         file["version"] = database.rows("PRAGMA copy.user_version")[0]["user_version"];
         file["journal_mode"] = database.rows("PRAGMA copy.journal_mode")[0]["journal_mode"];
         if (file["version"] != SCHEMA_VERSION)
-            find("version", "",
-                 {{{"user_version", format("%s, not %d", text(file, "version").c_str(), SCHEMA_VERSION)}}});
+            find("version", {{{"user_version", format("%s, not %d", text(file, "version").c_str(), SCHEMA_VERSION)}}});
         load_tables(*this);
     }
     add_words(database);

@@ -20,9 +20,9 @@ void terminal::look()
     const char *const no_colour = std::getenv("NO_COLOR");
     has_colours = is_terminal && !(no_colour && *no_colour) && g_strcmp0(std::getenv("TERM"), "dumb") != 0;
     winsize size = {};
-    const bool is_known = is_terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    width = is_known ? size.ws_col : is_terminal ? 80 : 0;
-    height = is_known ? size.ws_row : 24;
+    ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
+    width = !is_terminal ? 0 : size.ws_col ? size.ws_col : 80;
+    height = size.ws_row ? size.ws_row : 24;
 }
 
 std::string format(const char *fmt, ...)

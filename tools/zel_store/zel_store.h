@@ -46,7 +46,7 @@ struct store {
     explicit store(const std::string &named);
 
     /** Adds what is wrong with some rows, if there are any; docs/database.md says what it means and what to do. */
-    void find(const std::string &kind, const std::string &table, const json &rows);
+    void find(const std::string &kind, const json &rows);
 
     json file;                     /**< path, owner, mode, size, what lies beside it, who has it open */
     json findings = json::array(); /**< what is wrong with the file as such: it cannot be read as it was meant */
@@ -54,6 +54,7 @@ struct store {
     connection database;
 };
 
+/** Of the commands below, each of which returns the exit status. */
 struct options {
     std::string store, request, token, trace, timeline;
     bool shows_secrets = false, as_json = false, shows_tree = false, uses_log = false;
@@ -61,7 +62,6 @@ struct options {
     int views = 0;       /**< of a watcher; 0: until it is ended */
 };
 
-/* The commands. Each returns the exit status. */
 int show(const options &wanted);
 int watch(const options &wanted);
 int check(const options &wanted);
@@ -69,18 +69,16 @@ int trace(const options &wanted);
 int init(const options &wanted);
 int copy(const options &wanted, const std::string &target);
 
-/* What the views share: a store narrowed to what is to be seen of it, its secrets shortened; a view of it. */
+/** A store narrowed to what is to be seen of it, its secrets shortened; and views of it. */
 store opened_for_view(const options &wanted);
 json document_of(const store &read);
 texts lines_of(const store &read, const options &wanted);
 texts lines_of_file(const json &file);
 
-/** Where the output goes. */
+/** Where the output goes: its columns (0: as many as it takes) and lines; look() finds out. */
 struct terminal {
-    int width = 0, height = 0; /**< 0: as wide as it takes */
+    int width = 0, height = 0;
     bool is_terminal = false, has_colours = false, knows_utf8 = false;
-
-    /** Looks at standard output, the locale and the environment. */
     void look();
 };
 extern terminal screen;
