@@ -133,5 +133,5 @@ TEST_F(StorageEngine, nothing_is_read_without_a_row_or_a_record)
     EXPECT_TRACE();
     EXPECT_EQ(sqlite3_finalize(row), SQLITE_OK);
     _common_storage_free_sync_content_info(nullptr);
-    EXPECT_EQ(zel_storage::resize_with_realloc(nullptr, SIZE_MAX, 2), nullptr) << "a size that overflows";
+    EXPECT_EQ(zel_storage::resize_with_realloc(nullptr, SIZE_MAX / 2 + 2, 2), nullptr) << "a size that overflows";
 }
