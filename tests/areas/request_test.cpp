@@ -297,7 +297,7 @@ TEST_F(Wire, short_buffers_a_lying_count_and_failed_allocations_are_refused)
 {
     for (size_t length = 0; length < bytes.size(); ++length)
         EXPECT_EQ(decode(bytes.substr(0, length)), "") << length;
-    for (const size_t length : {31, 23})
+    for (const size_t length : {31U, 23U})
         EXPECT_EQ(decode(std::string(length, '\0')), "") << "refused in the share's name";
     {
         const allocation_failure watch(0);
