@@ -128,6 +128,10 @@ TEST_F(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
         now.changed = " in " + made.text;
         EXPECT_EQ(summary(now), summary(failed[i++]));
         EXPECT_EQ(count_lines(now.lines, "PLAIN", "query"), 0) << "nothing is asked of no database";
+        EXPECT_GT(count_lines(now.lines, "CRITICAL", "sqlite3_open error(14)") + // an insert opens nothing
+                      count_lines(now.lines, "CRITICAL", "Invalid Param or sqlite handle is NULL"),
+                  0)
+            << now.lines.text;
     }
     EXPECT_FALSE(_g_sqlite_handle || std::filesystem::exists(ZEL_APPS_ROOT));
     std::filesystem::create_directories(database_folder);
