@@ -77,7 +77,7 @@ TEST_F(Thread, record_holds_its_states_and_null_is_rejected)
                          _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop,
                          _common_thread_get_wait_status);
     expect_nulls_refused(1, EINVAL, _common_thread_waitCallback);
-    expect_lines(0x4eae1a03);
+    expect_lines(0xfb00c6f2);
 }
 
 TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
@@ -98,7 +98,7 @@ TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
     EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     EXPECT_EQ(record, nullptr);
     EXPECT_EQ(std::pair(calls::mutex_destroy.calls(), calls::cond_destroy.calls()), std::pair(2, 2));
-    expect_lines(0xfb0feee7);
+    expect_lines(0x44e36682);
 }
 
 TEST_F(Thread, waits_end_at_their_deadlines)
@@ -117,7 +117,7 @@ TEST_F(Thread, waits_end_at_their_deadlines)
     EXPECT_EQ(std::pair(last_deadline.tv_sec, last_deadline.tv_nsec), std::pair(time_t(1010), 999999000L));
     calls::cond_timedwait.answer(EINVAL);
     EXPECT_EQ(_common_thread_waitCallback(thread.record), EINVAL);
-    expect_lines(0xc34418ef);
+    expect_lines(0x32adcc3c);
 }
 
 TEST_F(Thread, signal_ends_both_waits)

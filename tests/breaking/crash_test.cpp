@@ -43,7 +43,7 @@ struct StorageCrash : testing::TestWithParam<const char *> {
         calls.insert(calls.begin(), call("init")); // opens it as a service does
         steps = {{calls[0], false, stored_rows(), 0}};
         for (const call &made : calls) {
-            const trace lines = attempt(made).lines;
+            const std::string lines = attempt(made).lines;
             sqlite3_wal_autocheckpoint(_g_sqlite_handle, 8); // pages: checkpoints fall among the cuts
             const size_t changes = noted_changes ? noted_changes->size() : 0;
             if (const rows_of_tables after = stored_rows(); after != steps.back().rows)

@@ -91,7 +91,7 @@ TEST_P(StorageFaults, meet)
                 EXPECT_TRUE(std::any_of(known.begin(), known.end(), explains) ||
                             (absence != answers_of_absence.end() && absence->second.contains(now.shown())))
                     << now.brief << now.shown() << "\n"
-                    << now.answer.records << now.lines.text;
+                    << now.answer.records << now.lines;
             }
         }
     }

@@ -122,16 +122,16 @@ TEST_F(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
     const auto failed = effects(rows, {STATEMENT_TEXT, true});
     std::filesystem::remove_all(ZEL_APPS_ROOT);
     EXPECT_EQ(_common_storage_init(), ZEL_ERR_STORAGE_INIT_FAILURE);
-    EXPECT_EQ(count_lines(take_trace(), "CRITICAL", "sqlite3_open error - 14"), 1);
+    EXPECT_EQ(count(take_trace(), "sqlite3_open error - 14"), 1);
     for (size_t i = 0; const call &made : operations()) {
         outcome now = attempt(made);
         now.changed = " in " + made.text;
         EXPECT_EQ(summary(now), summary(failed[i++]));
-        EXPECT_EQ(count_lines(now.lines, "PLAIN", "query"), 0) << "nothing is asked of no database";
-        EXPECT_GT(count_lines(now.lines, "CRITICAL", "sqlite3_open error(14)") + // an insert opens nothing
-                      count_lines(now.lines, "CRITICAL", "Invalid Param or sqlite handle is NULL"),
+        EXPECT_EQ(count(now.lines, ":  query"), 0) << "nothing is asked of no database";
+        EXPECT_GT(count(now.lines, "sqlite3_open error(14)") + // an insert opens nothing
+                      count(now.lines, "Invalid Param or sqlite handle is NULL"),
                   0)
-            << now.lines.text;
+            << now.lines;
     }
     EXPECT_FALSE(_g_sqlite_handle || std::filesystem::exists(ZEL_APPS_ROOT));
     std::filesystem::create_directories(database_folder);
@@ -147,7 +147,7 @@ TEST_F(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
     disk_is_read_only = true;
     const auto now = effects(rows);
     for (size_t i = 0; i < now.size(); ++i) {
-        const bool writes = count_lines(usual[i].lines, "PLAIN", "query [") > 0;
+        const bool writes = count(usual[i].lines, ":  query [") > 0;
         EXPECT_EQ(summary(now[i]) == summary(usual[i]), !writes) << summary(now[i]);
         EXPECT_TRUE(now[i].rows->empty());
     }

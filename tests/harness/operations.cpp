@@ -13,24 +13,21 @@ outcome attempt(const call &made)
     take_trace();
     const int slept = calls::sleep.calls();
     outcome now{made(), take_trace(), ""};
-    std::string &lines = now.lines.text;
-    for (size_t at = 0; (at = lines.find("[0x", at)) != std::string::npos; ++at)
-        lines.replace(at + 1, lines.find(']', at) - at - 1, "address");
-    const bool has_ended = lines.find("END " + made.function() + ": \n") != std::string::npos;
+    const std::string &lines = now.lines = without_addresses(now.lines);
+    const bool has_ended = count(lines, made.function() + ":  \033[0;36mEND <<<<") > 0;
     now.brief = std::to_string(now.answer.code) + (has_ended ? "." : "");
     EXPECT_TRUE(now.answer.code == ZEL_ERR_NONE || now.answer.code == ZEL_ERR_STORAGE_NO_RECORDS ||
-                made.name == "get_batch_count" || lines.find("CRITICAL") != std::string::npos ||
-                lines.find("group count is 0") != std::string::npos)
+                made.name == "get_batch_count" || count(lines, "* Critical *") > 0 ||
+                count(lines, "group count is 0") > 0)
         << lines;
-    EXPECT_EQ(calls::sleep.calls() - slept,
-              10 * count_lines(now.lines, "CRITICAL", "Retried for 10 times - returning"));
+    EXPECT_EQ(calls::sleep.calls() - slept, 10 * count(lines, "Retried for 10 times - returning"));
     EXPECT_EQ(disk_sleeps, 0) << "besides, somebody waited for a lock";
     return now;
 }
 
-bool has_steps(const trace &lines)
+bool has_steps(const std::string &lines)
 {
-    return count_lines(lines, "PLAIN", "query [") > 1;
+    return count(lines, ":  query [") > 1;
 }
 
 std::vector<trouble> tell(const world &rows, const table_line &line)
@@ -61,7 +58,7 @@ std::vector<trouble> tell(const world &rows, const table_line &line)
         world::end();
     };
     meet("", made);
-    const std::string usual = all[0].met.lines.text;
+    const std::string usual = all[0].met.lines;
     for (size_t n = 0; n < made.arguments.size(); ++n)
         if (made.has(n) && made.name != "is_recent_receiver_list_exist") // which wants them all
             meet("null " + std::to_string(n + 1), made.with(n, "NULL"));
@@ -93,7 +90,7 @@ std::vector<trouble> tell(const world &rows, const table_line &line)
             all.pop_back();
         // In an order that does not depend on which argument a compiler looks at first.
         std::sort(all.begin() + first, all.end(),
-                  [](const auto &one, const auto &other) { return one.met.lines.text < other.met.lines.text; });
+                  [](const auto &one, const auto &other) { return one.met.lines < other.met.lines; });
     }
     return all;
 }

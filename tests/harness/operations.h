@@ -15,7 +15,7 @@ namespace zel_test
 
 struct outcome {
     told answer;
-    trace lines;
+    std::string lines;
     std::string brief;        ///< the code, with a dot behind it when the operation wrote its End line
     std::string changed = {}; ///< rows, if that was looked at
     std::shared_ptr<const rows_of_tables> rows = {}; ///< behind it, likewise
@@ -29,7 +29,7 @@ struct outcome {
 /// given up was tried ten times.
 outcome attempt(const call &made);
 /// Whether it ran several statements, of which some may have been carried out on a failure.
-bool has_steps(const trace &lines);
+bool has_steps(const std::string &lines);
 
 struct trouble {
     std::string name; ///< a kind, a blank, which one

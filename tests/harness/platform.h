@@ -7,10 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <initializer_list>
 #include <iterator>
 #include <set>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -18,47 +16,15 @@
 namespace zel_test
 {
 
-/// Log lines as text, one a row: kind, function, body. A line that breaks the layout reads MALFORMED.
-struct trace {
-    std::string text;
-};
-
-inline trace join(std::initializer_list<trace> parts)
-{
-    trace all;
-    for (const trace &part : parts)
-        all.text += part.text;
-    return all;
-}
-
-/// A line of one kind.
-struct kind {
-    const char *name;
-    trace operator()(const std::string &function, const std::string &body = "") const
-    {
-        return {std::string(name) + " " + function + ": " + body + "\n"};
-    }
-};
-inline constexpr kind begin{"BEGIN"}, end{"END"}, critical{"CRITICAL"}, warning{"WARNING"}, info{"INFO"},
-    plain{"PLAIN"}, debug{"DEBUG"};
-
-/// The lines of an operation between its Begin and its End line.
-inline trace whole(const std::string &function, std::initializer_list<trace> inside = {})
-{
-    return join({begin(function), join(inside), end(function)});
-}
-
+/// Takes out the lines that the calling thread has written since the last take, each as the platform was given it: the
+/// letter of its priority, the tag and the text, without the number of the source line.
+std::string take_trace();
 /// Writes a line of the test's own: what a callback sees, in its place among the library's lines.
 void note(const std::string &text);
-inline constexpr auto noted = [](const std::string &text) { return kind{"NOTE"}("", text); };
-
-/// Takes out what the calling thread has written since the last take.
-trace take_trace();
-/// How many of the lines of a trace are of this kind and begin with this body, whatever the function.
-int count_lines(const trace &lines, const std::string &kind, const std::string &body);
-
-/// The calling thread has written exactly these lines, in this order, since the last take.
-#define EXPECT_TRACE(...) EXPECT_EQ(zel_test::join({__VA_ARGS__}).text, zel_test::take_trace().text)
+/// How often a part stands in a text.
+int count(const std::string &text, const std::string &part);
+/// With nothing but "0x" of each address.
+std::string without_addresses(std::string text);
 
 /// What the calling thread has written since the last take has this checksum, addresses aside. Where it has not, the
 /// lines are printed; each run leaves them in a file named for the case below ZEL_TEST_TOLD.

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -17,17 +16,6 @@ using namespace zel_test;
 namespace
 {
 
-/// FNV-1a, folded to 24 bits.
-std::string checksum(const std::string &text)
-{
-    uint32_t sum = 2166136261;
-    for (const char byte : text)
-        sum = (sum ^ static_cast<unsigned char>(byte)) * 16777619;
-    char digits[9];
-    std::snprintf(digits, sizeof digits, "%06x", (sum ^ (sum >> 24)) & 0xffffff);
-    return digits;
-}
-
 /// The call's line; for an operation's first call with the codes in trouble: "=" where that makes no difference and "~"
 /// where it is a success with another outcome, one for all that are alike, and none where all are as usual.
 std::string line_of(const table_line &line, const std::vector<trouble> &told, std::string &full)
@@ -36,7 +24,7 @@ std::string line_of(const table_line &line, const std::vector<trouble> &told, st
     std::map<std::string, std::vector<std::string>> codes; // by kind
     full = line.given + "\n" + line.made.text + "\n";
     for (const auto &[name, met] : told) {
-        full += name + ": " + met.brief + met.shown() + "\n" + met.answer.records + met.lines.text;
+        full += name + ": " + met.brief + met.shown() + "\n" + met.answer.records + met.lines;
         codes[name.substr(0, name.find(' '))].push_back(met.brief != usual.brief       ? met.brief
                                                         : met.shown() == usual.shown() ? "="
                                                                                        : "~");
@@ -58,7 +46,9 @@ std::string line_of(const table_line &line, const std::vector<trouble> &told, st
         for (const std::string &code : here)
             all += " " + code;
     }
-    return all + " #" + checksum(full);
+    char checksum[16];
+    std::snprintf(checksum, sizeof checksum, " #%08x", g_str_hash(full.c_str()));
+    return all + checksum;
 }
 
 /// Broken into lines that can be read.
