@@ -8,11 +8,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <list>
-#include <memory>
-#include <set>
-#include <span>
+#include <iomanip>
+#include <sstream>
 #include <tuple>
 #include <type_traits>
 
@@ -27,16 +24,25 @@ using zel_test::shown;
 template <typename T>
 concept number = std::is_arithmetic_v<T> || std::is_enum_v<T>;
 
-std::string shown(number auto value)
-{
-    return std::to_string(+value); // an enumeration counts as its number
-}
+/// A list, all of whose elements are of one kind.
+template <typename T> struct list_of {
+    GList *&first;
+};
 
-// The members of records, in their order, but for lists.
+template <typename T> struct array_of {
+    T *all;
+    size_t length;
+};
+
+// The members of records, in their order.
+template <typename... Members> std::tuple<Members...> tied(Members &&...all)
+{
+    return {std::forward<Members>(all)...};
+}
 #define MEMBERS(record, ...)                                                                                           \
     auto members(record &it)                                                                                           \
     {                                                                                                                  \
-        return std::tie(__VA_ARGS__);                                                                                  \
+        return tied(__VA_ARGS__);                                                                                      \
     }
 MEMBERS(zel_content_sync_info, it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only,
         it.fail_retry_count, it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original,
@@ -46,9 +52,11 @@ MEMBERS(zel_upload_request_info, it.unique_id, it.req_id, it.file_count, it.stat
 MEMBERS(zel_trans_content_info, it.content_id, it.original, it.thumbnail, it.mid_thumbnail, it.big_thumbnail, it.name,
         it.content_type, it.contents_token, it.download_count, it.max_download_count, it.size)
 MEMBERS(zel_trans_share_content_info, it.contents_token, it.description, it.type, it.from_msisdn, it.to_list,
-        it.expired_time, it.push_status)
+        it.expired_time, it.push_status, list_of<zel_trans_content_info>{it.content_info_list},
+        it.content_info_list_length)
 MEMBERS(zel_trans_upload_info, it.request_id, it.total_size, it.file_count, it.expired_time, it.sent_time,
-        it.contents_token, it.status)
+        it.contents_token, it.status, list_of<char>{it.file_path_list},
+        array_of<quillo_msisdn_s *>{it.msisdn_list, it.msisdn_count})
 MEMBERS(quillo_msisdn_s, it.ccc, it.phone_number, it.number_id, it.group_id)
 MEMBERS(zel_trans_url_info, it.url, it.content_type)
 
@@ -58,299 +66,284 @@ concept record = requires(T it)
     members(it);
 };
 
-std::vector<std::string> cells(record auto &it)
+/* How values are shown. */
+
+std::string shown(number auto value)
 {
-    return std::apply([](auto &...each) { return std::vector{shown(each)...}; }, members(it));
+    return std::to_string(+value); // an enumeration counts as its number
 }
 
 std::string joined(const std::vector<std::string> &all)
 {
     std::string line;
     for (const std::string &each : all)
-        line += (line.empty() ? "" : " ") + each;
+        line += (line.empty() ? "" : ",") + each;
     return line;
 }
 
-std::string shown(record auto &it)
+template <record T> std::string shown(T *it);
+template <typename T> std::string shown(array_of<T> it)
 {
-    return "(" + joined(cells(it)) + ")";
+    std::vector<std::string> all;
+    for (size_t i = 0; it.all && i < it.length; ++i)
+        all.push_back(shown(it.all[i]));
+    return it.all ? "[" + joined(all) + "]" : "NULL";
 }
 
-/// The outputs of one call, which are told and released, and what it was given, which lives as long.
-struct io {
-    told &out;
-    size_t length = 0;       ///< of a list: the last number that was passed
-    std::string result = {}; ///< if that is no code
+template <typename T> std::string shown(list_of<T> it)
+{
+    std::vector<std::string> all;
+    for (const GList *node = it.first; node; node = node->next)
+        all.push_back(shown(static_cast<T *>(node->data)));
+    return "[" + joined(all) + "]";
+}
 
-    std::list<std::string> texts = {};
-    std::list<zel_trans_content_info> items = {};
-    std::unique_ptr<GList, decltype(&g_list_free)> item_list = {nullptr, g_list_free};
-    std::list<quillo_msisdn_s> people = {};
-    std::vector<quillo_msisdn_s *> addresses = {};
+std::vector<std::string> cells(record auto &it)
+{
+    return std::apply([](auto &&...each) { return std::vector{shown(each)...}; }, members(it));
+}
 
-    void put(const std::string &text)
+template <record T> std::string shown(T *it)
+{
+    return it ? "(" + joined(cells(*it)) + ")" : "NULL";
+}
+
+/* How they are released. */
+
+void release(number auto) {}
+
+void release(const char *text)
+{
+    g_free(const_cast<char *>(text));
+}
+
+template <record T> void release(T *it);
+template <typename T> void release(array_of<T> it)
+{
+    for (size_t i = 0; it.all && i < it.length; ++i)
+        release(it.all[i]);
+    g_free(it.all);
+}
+
+template <typename T> void release(list_of<T> it)
+{
+    for (const GList *node = it.first; node; node = node->next)
+        release(static_cast<T *>(node->data));
+    g_list_free(it.first);
+}
+
+template <record T> void release(T *it)
+{
+    if (it)
+        std::apply([](auto &&...each) { (release(each), ...); }, members(*it));
+    g_free(it);
+}
+
+/* How they are read: each from a word, those of records one behind the other. */
+
+std::string text_of(const std::string &word)
+{
+    return word.empty() ? word : prefix + word;
+}
+
+void read(number auto &value, const std::string &word)
+{
+    static const std::vector<std::string> names[] = {
+        {"any", "upload", "thumbnail", "download"}, {"todo", "ongoing", "failed", "paused", "paused_todo", "complete"}};
+    unsigned long long all = strtoull(word.c_str(), nullptr, 10); // a negative one too
+    for (const auto &known : names)
+        if (const auto found = std::find(known.begin(), known.end(), word); found != known.end())
+            all = static_cast<unsigned long long>(found - known.begin());
+    value = static_cast<std::remove_reference_t<decltype(value)>>(all);
+}
+
+void read(auto *&text, const std::string &word)
+{
+    text = word == "NULL" ? nullptr : g_strdup(text_of(word).c_str());
+}
+
+template <typename T>
+requires(number<T> || std::is_pointer_v<T>) void read_next(T &value, std::istream &words)
+{
+    std::string word;
+    std::getline(words, word, ',');
+    read(value, word);
+}
+
+template <record T> T *read_record(std::istream &words)
+{
+    T *const it = g_new0(T, 1);
+    std::apply([&](auto &&...each) { (read_next(each, words), ...); }, members(*it));
+    return it;
+}
+
+/// As many as there are; "*" for an element without a record. Of others nobody is given any.
+template <typename List> void read_next(List &&it, std::istream &words)
+{
+    if constexpr (std::is_same_v<List, list_of<zel_trans_content_info> &>)
+        while (words.peek() != EOF) {
+            const bool is_empty = words.peek() == '*';
+            it.first = g_list_append(it.first, is_empty ? nullptr : read_record<zel_trans_content_info>(words));
+            words.ignore(is_empty ? 2 : 0);
+        }
+}
+
+std::istringstream words_of(std::string text)
+{
+    std::erase_if(text, [](char letter) { return letter == '(' || letter == ')'; });
+    return std::istringstream(text);
+}
+
+/* How an argument is kept for the time of the call. */
+
+/// What has been told of a call.
+struct telling {
+    std::string outputs;
+    size_t length = 0; ///< of an array: the last number that was passed
+    void put(const std::string &output)
     {
-        out.outputs = " " + text + out.outputs; // the last one comes first
-    }
-    std::string take(number auto value)
-    {
-        length = static_cast<size_t>(value);
-        return shown(value);
-    }
-    std::string take(char *text)
-    {
-        const std::string all = shown(const_cast<const char *>(text));
-        g_free(text);
-        return all;
-    }
-    std::string take(quillo_msisdn_s *it)
-    {
-        const std::string all = it ? shown(*it) : "NULL";
-        for (void *each : {it ? it->ccc : nullptr, it ? it->phone_number : nullptr, reinterpret_cast<char *>(it)})
-            g_free(each);
-        return all;
-    }
-    std::string take(zel_content_sync_info *it)
-    {
-        const std::string all = shown(*it);
-        _common_storage_free_sync_content_info(it);
-        return all;
-    }
-    /// An array whose length is known.
-    template <typename T> std::string take(T *array)
-    {
-        std::vector<std::string> all;
-        const size_t before = length;
-        for (size_t i = 0; array && i < before; ++i)
-            all.push_back(take(array[i]));
-        free(array);
-        return array ? listed(all) : "NULL";
-    }
-    /// A list, all of whose elements are of one kind. It stays if there is no release.
-    template <typename T> std::string take(GList *list, GDestroyNotify release)
-    {
-        std::vector<std::string> all;
-        for (const GList *node = list; node; node = node->next)
-            if constexpr (record<T>)
-                all.push_back(shown(*static_cast<T *>(node->data)));
-            else
-                all.push_back(shown(static_cast<const T *>(node->data)));
-        if (release)
-            g_list_free_full(list, release);
-        return listed(all);
-    }
-    std::string take(zel_trans_upload_info *it)
-    {
-        std::vector<std::string> people;
-        for (size_t i = 0; i < it->msisdn_count; ++i)
-            people.push_back(it->msisdn_list[i] ? shown(*it->msisdn_list[i]) : "NULL");
-        std::string all = shown(*it) + take<char>(it->file_path_list, nullptr);
-        all += listed(people);
-        _common_free_upload_info(it);
-        return all;
-    }
-    std::string take(zel_trans_share_content_info *it)
-    {
-        EXPECT_EQ(g_list_length(it->content_info_list), it->content_info_list_length);
-        const std::string all = shown(*it) + take<zel_trans_content_info>(it->content_info_list, nullptr);
-        _common_free_share_content_info(it);
-        return all;
-    }
-    /// With those of the items that were given.
-    std::vector<std::string> all_cells(record auto &it)
-    {
-        std::vector<std::string> all = cells(it);
-        for (zel_trans_content_info &item : items)
-            for (const std::string &cell : cells(item))
-                all.push_back(cell);
-        return all;
-    }
-    /// In full, or if that is long, the first words of the first and the last.
-    std::string listed(const std::vector<std::string> &all) const
-    {
-        const std::string line = joined(all);
-        out.records += line + "\n";
-        const auto head = [](const std::string &it) { return it.substr(it[0] == '(', it.find(' ') - (it[0] == '(')); };
-        return line.size() < 40
-                   ? "[" + line + "]"
-                   : "[" + std::to_string(all.size()) + ": " + head(all[0]) + " ... " + head(all.back()) + "]";
+        outputs = " " + output + outputs; // the last one comes first
     }
 };
-
-/// The words of one argument, read one after the other.
-struct reader {
-    io &with;
-    std::span<const std::string> words;
-
-    bool skip(const char *word)
-    {
-        const bool found = !words.empty() && words[0] == word;
-        words = words.subspan(found);
-        return found;
-    }
-    bool skip_null()
-    {
-        return words.empty() || skip("NULL");
-    }
-    std::string next()
-    {
-        EXPECT_FALSE(words.empty());
-        words = words.subspan(1);
-        return *(words.data() - 1);
-    }
-    template <typename C>
-    requires std::is_same_v<const C, const char>
-    void read(C *&value)
-    {
-        value = nullptr;
-        if (skip_null())
-            return;
-        const std::string text = next();
-        value = with.texts.emplace_back(text == "\"" ? "" : prefix + text.substr(text[0] == '"')).data();
-    }
-    void read(number auto &value)
-    {
-        static const std::vector<std::string> names[] = {
-            {"any", "upload", "thumbnail", "download"},
-            {"todo", "ongoing", "failed", "paused", "paused_todo", "complete"}};
-        const std::string text = skip_null() ? "0" : next();
-        unsigned long long all = strtoull(text.c_str(), nullptr, 10); // a negative one too
-        for (const auto &known : names)
-            if (const auto found = std::find(known.begin(), known.end(), text); found != known.end())
-                all = static_cast<unsigned long long>(found - known.begin());
-        with.length = static_cast<size_t>(all);
-        value = static_cast<std::remove_reference_t<decltype(value)>>(all);
-    }
-    void read(record auto &it)
-    {
-        EXPECT_TRUE(skip("("));
-        std::apply([this](auto &...all) { (this->read(all), ...); }, members(it));
-        if constexpr (std::is_same_v<decltype(it), zel_trans_share_content_info &>)
-            for (; words.size() > 1; skip(")")) {
-                void *const item = skip_null() ? nullptr : &with.items.emplace_back();
-                if (item)
-                    read(with.items.back());
-                with.item_list.reset(it.content_info_list = g_list_append(with.item_list.release(), item));
-            }
-    }
-    void read(quillo_msisdn_s **&value)
-    {
-        value = nullptr;
-        if (skip_null())
-            return;
-        with.addresses.reserve(1); // nobody is no null pointer
-        for (skip("nobody"); !words.empty(); skip(")"))
-            read(*with.addresses.emplace_back(&with.people.emplace_back()));
-        value = with.addresses.data();
-    }
-    void read(quillo_storage_unique_data_involk_cb &value)
-    {
-        const auto log = [](void *key, void *text) {
-            dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "callback(1): called with %s, %s\n", static_cast<char *>(key),
-                       static_cast<char *>(text));
-        };
-        value = skip_null() ? nullptr : +log;
-    }
-};
-
-/* How an argument is read, kept for the time of the call, and shown afterwards. */
 
 template <typename T> struct argument {
-    explicit argument(reader &in)
+    argument(telling &told, const std::string &word)
     {
-        in.read(value);
+        read(value, word);
+        told.length = static_cast<size_t>(value);
     }
     T value;
 };
 
-/// A record, of which the members that the call has changed are shown; or an output, which holds before the call what
-/// no operation would put there.
-template <typename T>
-requires(!std::is_const_v<T> && !std::is_function_v<T> && !std::is_same_v<T, quillo_msisdn_s *>) struct argument<T *> {
-    explicit argument(reader &in) : with(in.with), value(in.skip_null() ? nullptr : &it)
+template <typename C>
+requires std::is_same_v<const C, const char>
+struct argument<C *> {
+    argument(telling &, const std::string &word) : text(text_of(word)), value(word == "NULL" ? nullptr : text.data()) {}
+    std::string text;
+    C *value;
+};
+
+/// A record, of which the members that the call has changed are shown.
+template <record T> struct argument<T *> {
+    argument(telling &told, const std::string &word) : told(told)
     {
-        lists_urls = in.skip("&urls");
-        if constexpr (std::is_same_v<T, bool>)
-            it = !in.skip("&false");
-        else if constexpr (!record<T>)
-            std::memset(&it, 77, sizeof it);
-        else if (value && !in.skip("&"))
-            in.read(it);
-        if constexpr (record<T>)
-            before = with.all_cells(it);
-        else
-            before = it;
+        std::istringstream words = words_of(word);
+        value = word == "NULL" ? nullptr : word == "&" ? g_new0(T, 1) : read_record<T>(words);
+        if (value)
+            before = cells(*value);
     }
     ~argument()
     {
-        if (!value)
-            return;
-        if constexpr (std::is_same_v<T, zel_trans_upload_info>) {
-            with.put(it.file_path_list ? with.take(static_cast<T *>(g_memdup2(&it, sizeof it))) : "-");
-        } else if constexpr (record<T>) {
-            std::vector<std::string> changed;
-            for (size_t i = 0; const std::string &cell : with.all_cells(it))
-                if (cell != before[i++])
-                    changed.push_back(cell);
-            if (!changed.empty())
-                with.put(joined(changed));
-        } else if (it == before && !std::is_same_v<T, bool>) {
-            with.put("-");
-        } else if constexpr (!std::is_same_v<T, GList *>) {
-            with.put(with.take(it));
-        } else if (lists_urls) {
-            with.put(with.template take<zel_trans_url_info>(it, _common_free_url_info));
-        } else {
-            with.put(with.template take<zel_content_sync_info>(it, _common_storage_free_sync_content_info));
-        }
+        for (size_t i = before.size(); i-- > 0;)
+            if (const std::string now = cells(*value)[i]; now != before[i])
+                told.put(now);
+        release(value);
     }
-    io &with;
-    T it = {}, *value;
-    std::conditional_t<record<T>, std::vector<std::string>, T> before = {};
-    bool lists_urls;
+    telling &told;
+    T *value;
+    std::vector<std::string> before;
 };
 
-/// Reads the arguments, each from its words, and calls with all of them.
+template <> struct argument<quillo_msisdn_s **> {
+    argument(telling &, const std::string &word)
+    {
+        std::istringstream words = words_of(word == "nobody" ? "" : word);
+        while (words.peek() != EOF)
+            people.push_back(read_record<quillo_msisdn_s>(words));
+        people.reserve(1); // nobody is no null pointer
+        value = word == "NULL" ? nullptr : people.data();
+    }
+    ~argument()
+    {
+        for (quillo_msisdn_s *each : people)
+            release(each);
+    }
+    std::vector<quillo_msisdn_s *> people;
+    quillo_msisdn_s **value;
+};
+
+/// An output, which holds before the call what no operation would put there.
+template <typename T>
+requires(!record<T> && !std::is_const_v<T>) struct argument<T *> {
+    argument(telling &told, const std::string &word) : told(told), word(word), value(word == "NULL" ? nullptr : &it)
+    {
+        std::memset(&it, 77, sizeof it);
+        if constexpr (std::is_same_v<T, bool>)
+            it = word != "&false";
+        before = it;
+    }
+    ~argument()
+    {
+        const auto take = [this](auto it) {
+            told.put(shown(it));
+            release(it);
+        };
+        if (!value)
+            return;
+        if (it == before && !std::is_same_v<T, bool>)
+            told.put("-");
+        else if constexpr (number<T> || std::is_same_v<T, char *> || record<std::remove_pointer_t<T>>)
+            take(it);
+        else if constexpr (!std::is_same_v<T, GList *>)
+            take(array_of<std::remove_pointer_t<T>>{it, told.length});
+        else if (word == "&urls")
+            take(list_of<zel_trans_url_info>{it});
+        else
+            take(list_of<zel_content_sync_info>{it});
+        if constexpr (number<T>)
+            told.length = static_cast<size_t>(it);
+    }
+    telling &told;
+    std::string word;
+    T it, before, *value;
+};
+
+template <> struct argument<quillo_storage_unique_data_involk_cb> {
+    argument(telling &, const std::string &word) : value(word == "NULL" ? nullptr : log) {}
+    static void log(void *key, void *text)
+    {
+        dlog_print(DLOG_DEBUG, "QUILLO_COMMON", "callback(1): called with %s, %s\n", static_cast<char *>(key),
+                   static_cast<char *>(text));
+    }
+    quillo_storage_unique_data_involk_cb value;
+};
+
+/// Reads the arguments, each from its word, and calls with all of them.
 template <typename Result, typename... Parameters, typename... Held>
-int call_with(Result (*function)(Parameters...), const call &given, io &with, Held &...held)
+told call_with(Result (*function)(Parameters...), const call &given, telling &with, Held &...held)
 {
     if constexpr (sizeof...(Held) < sizeof...(Parameters)) {
-        reader in{with, given.arguments.at(sizeof...(Held))};
-        argument<std::tuple_element_t<sizeof...(Held), std::tuple<Parameters...>>> next(in);
-        return call_with(function, given, with, held..., next);
+        using next = argument<std::tuple_element_t<sizeof...(Held), std::tuple<Parameters...>>>;
+        next one(with, given.arguments.at(sizeof...(Held)));
+        return call_with(function, given, with, held..., one);
     } else {
         EXPECT_EQ(given.arguments.size(), sizeof...(Parameters)) << given.text;
         at_call(true);
         const Result result = function(held.value...);
         at_call(false);
         if constexpr (std::is_same_v<Result, zel_err_e>)
-            return result;
-        with.result = " " + shown(result != Result());
+            return {result, ""};
         if constexpr (std::is_pointer_v<Result>)
             sqlite3_finalize(result);
-        return 0;
+        return {0, " " + shown(result != Result())};
     }
 }
 
-struct operation {
-    const char *function;
-    std::function<int(const call &, io &)> call;
-};
-
-template <auto FUNCTION> operation bound(const char *name)
+using binding = told (*)(const call &, telling &);
+template <auto FUNCTION> told bound(const call &given, telling &with)
 {
-    return {name, [](const call &given, io &with) { return call_with(FUNCTION, given, with); }};
+    return call_with(FUNCTION, given, with);
 }
 
-const std::map<std::string, operation> &operations_by_name()
+const std::map<std::string, binding> &operations_by_name()
 {
-#define OP(name) std::pair(#name, bound<_common_storage_##name>("_common_storage_" #name))
-    static const std::map<std::string, operation> all = {
-        std::pair("__execute_query", bound<__execute_query>("__execute_query")),
-        std::pair("__execute_insert_query", bound<__execute_insert_query>("__execute_insert_query")),
-        std::pair("__execute_select_query", bound<__execute_select_query>("__execute_select_query")),
-        std::pair("__common_storage_get_db_version",
-                  bound<__common_storage_get_db_version>("__common_storage_get_db_version")),
+#define OP(name) std::pair<std::string, binding>(#name, bound<_common_storage_##name>)
+#define INTERNAL(name) std::pair<std::string, binding>(#name, bound<name>)
+    static const std::map<std::string, binding> all = {
+        INTERNAL(__execute_query),
+        INTERNAL(__execute_insert_query),
+        INTERNAL(__execute_select_query),
+        INTERNAL(__common_storage_get_db_version),
         OP(delete_push_noti),
         OP(delete_content_info),
         OP(add_content_info),
@@ -376,88 +369,57 @@ std::string shown(const char *text)
     return all.empty() || all.find(' ') != std::string::npos ? "\"" + all + "\"" : all;
 }
 
-call::call(const std::string &given) : text(given), name(given.substr(0, given.find(' ')))
+call::call(const std::string &given) : text(given)
 {
-    int depth = 0; // of parentheses
-    bool after_record = false;
-    for (size_t at = name.size(), end; (at = text.find_first_not_of(' ', at)) != std::string::npos; at = end) {
-        const bool opens = text[at] == '(', closes = text[at] == ')', quoted = text[at] == '"';
-        end = std::min(opens || closes ? at + 1 : text.find_first_of(quoted ? "\"" : " ()", at + quoted), text.size());
-        if (depth == 0 && !(opens && after_record))
-            arguments.emplace_back();
-        arguments.back().push_back(text.substr(at, end - at));
-        depth += opens - closes;
-        after_record = closes;
-        end += quoted;
-    }
+    std::istringstream words(given);
+    words >> name;
+    for (std::string word; words >> std::quoted(word);)
+        arguments.push_back(word);
 }
 
 told call::operator()() const
 {
-    told out;
-    io with{out};
-    out.code = operations_by_name().at(name).call(*this, with);
-    out.outputs = with.result + out.outputs;
+    telling with;
+    told out = operations_by_name().at(name)(*this, with);
+    out.outputs += with.outputs;
     return out;
 }
 
 std::string call::function() const
 {
-    return operations_by_name().at(name).function;
+    return (name.starts_with("__") ? "" : "_common_storage_") + name;
 }
 
-bool call::has(size_t argument) const
-{
-    const std::string &first = arguments[argument].at(0);
-    return first != "NULL" && first != "0";
-}
-
-call call::with(size_t argument, const std::string &word) const
-{
-    call other = *this;
-    other.arguments[argument] = {word};
-    return other;
-}
-
-std::vector<table_line> table_of_calls()
+std::vector<table_line> table_of(const std::string &section)
 {
     std::vector<table_line> all;
     std::set<std::string> known;
-    std::string section, given;
-    const std::vector<std::string> lines = lines_of(content_of(ZEL_TEST_OPERATIONS));
-    for (size_t i = 0, next; i < lines.size(); i = next) {
-        std::string text = lines[i];
-        for (next = i + 1; next < lines.size() && lines[next].starts_with("    "); ++next)
-            text += lines[next].substr(3);
-        if (text.starts_with("== ")) {
-            section = text.substr(3);
-        } else if (text.starts_with("given ")) {
-            given = text.substr(6);
-        } else if (text.empty()) {
-            given.clear();
-        } else if (text[0] != '#') {
-            const call made(text.substr(0, text.find(" -> ")));
-            all.push_back({section, given, made, given.empty() && known.insert(made.name).second, text, i, next});
-        }
+    std::string given;
+    for (const std::string &line : lines_of(content_of(ZEL_TEST_OPERATIONS "/" + section + ".txt"))) {
+        if (line.starts_with("    "))
+            all.back().text += line.substr(3);
+        else
+            all.push_back({line, call(""), "", false});
     }
-    return all;
-}
-
-std::vector<std::string> sections()
-{
-    std::vector<std::string> all;
-    for (const table_line &line : table_of_calls())
-        if (all.empty() || all.back() != line.section)
-            all.push_back(line.section);
+    for (table_line &line : all) {
+        if (line.text.starts_with("given "))
+            given = line.text.substr(6);
+        else if (line.text.empty())
+            given.clear();
+        else if (line.text[0] != '#')
+            line = {line.text, call(line.text.substr(0, line.text.find(" -> "))), given, false};
+        line.is_first = given.empty() && known.insert(line.made.name).second && !line.made.name.empty();
+    }
     return all;
 }
 
 std::vector<call> operations()
 {
     std::vector<call> all;
-    for (const table_line &line : table_of_calls())
-        if (line.is_first && !line.made.name.starts_with("__execute") && line.made.name != "init")
-            all.push_back(line.made);
+    for (const std::string &section : sections)
+        for (const table_line &line : table_of(section))
+            if (line.is_first && !line.made.name.starts_with("__execute") && line.made.name != "init")
+                all.push_back(line.made);
     return all;
 }
 

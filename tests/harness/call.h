@@ -1,4 +1,4 @@
-// Calls of the store's operations, written as text, and the table of them, storage/operations.txt.
+// Calls of the store's operations, written as text, and the table of them, storage/operations/.
 #ifndef ZEL_TESTS_CALL_H
 #define ZEL_TESTS_CALL_H
 
@@ -22,36 +22,34 @@ inline void (*at_call)(bool begins) = [](bool) {};
 struct told {
     int code = 0;
     std::string outputs; ///< a word for each, in their order; "-" for one that was left alone
-    std::string records; ///< those of a list, of which the outputs tell the first number only; a line each
 };
 
-/// An operation's name without its common head, then the arguments: numbers, texts, NULL, "&" for an output ("&false"
-/// for one that holds false, "&urls" for a list of URLs); a record stands in parentheses, its members in their order,
-/// and a list of records as one behind the other.
+/// An operation's name without its common head, then a word for each argument: a number, a text, NULL, "&" for an
+/// output
+/// ("&false" for one that holds false, "&urls" for a list of URLs); the members of a record, in their order, have
+/// commas between them, and those of further records follow ("*" for none); parentheses are for the reader.
 struct call {
     explicit call(const std::string &given);
     /// Reads the arguments, calls, and releases what is handed out.
     told operator()() const;
     /// The operation's name in full.
     std::string function() const;
-    /// Whether the n-th argument is anything but NULL or 0.
-    bool has(size_t argument) const;
-    /// With another word for the n-th argument.
-    call with(size_t argument, const std::string &word) const;
 
     std::string text, name;
-    std::vector<std::vector<std::string>> arguments; ///< in words; none for NULL; a quotation mark in front of a text
+    std::vector<std::string> arguments;
 };
 
+/// The parts of the table, a file each.
+inline const std::string sections[] = {"database",  "key_value",       "received_shares",
+                                       "transfers", "transfer_counts", "transfer_lists",
+                                       "uploads",   "upload_reports",  "recent_receivers"};
 struct table_line {
-    std::string section, given; ///< given: statements that are run before it; "shut;" in front: the store is closed
+    std::string text; ///< in one line; of a line that is no call there is nothing more
     call made;
-    bool is_first; ///< of its operation in the world as it is
-    std::string recorded;
-    size_t begin, end; ///< where it stands in the file, in lines
+    std::string given; ///< statements that are run before it; "shut;" in front: the store is closed
+    bool is_first;     ///< of its operation in the world as it is
 };
-std::vector<table_line> table_of_calls();
-std::vector<std::string> sections();
+std::vector<table_line> table_of(const std::string &section);
 /// The first call of each operation but the executors, and the one that asks nothing of an open store.
 std::vector<call> operations();
 /// The names of all there are.

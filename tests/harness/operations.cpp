@@ -32,60 +32,71 @@ bool has_steps(const std::string &lines)
 
 std::vector<trouble> tell(const world &rows, const table_line &line)
 {
-    const call &made = line.made;
+    using guard = std::shared_ptr<void>;
     const bool is_shut = line.given.starts_with("shut;");
     const auto read_rows = [] { return std::make_shared<const rows_of_tables>(stored_rows()); };
     std::shared_ptr<const rows_of_tables> before, usual_rows;
     std::vector<trouble> all;
-    /// What it tells once this is done. The store knows its tables if it is to meet a lock: else that meets the reading
-    /// of the schema.
+    /// What it tells while what was prepared for it lasts. The store knows its tables if it is to meet a lock: else
+    /// that meets the reading of the schema.
     const auto meet = [&](
-                          const std::string &name, const call &asked, const std::function<void()> &prepare = [] {},
-                          const std::function<void()> &undo = [] {}) {
-        rows.begin(line.given.substr(is_shut ? 5 : 0), name == "busy ");
+                          const std::string &kind, const std::string &which, const call &asked,
+                          const std::function<guard()> &prepare = [] { return guard(); }) {
+        rows.begin(line.given.substr(is_shut ? 5 : 0), kind == "busy");
         if (is_shut)
             world::end();
-        prepare();
-        const bool is_prepared = name.starts_with("none ") || name.starts_with("gone ");
-        before = is_prepared || all.empty() ? read_rows() : usual_rows;
+        guard prepared = prepare();
+        before = kind == "none" || kind == "gone" || all.empty() ? read_rows() : usual_rows;
         usual_rows = all.empty() ? before : usual_rows;
         const std::string file = content_of(database_file);
         outcome met = attempt(asked);
-        undo();
+        prepared.reset();
         met.rows = content_of(database_file) == file ? before : read_rows();
         met.changed = met.rows == before ? "" : changes(*before, *met.rows);
-        all.push_back({name, met});
+        all.push_back({kind, which, met});
         world::end();
     };
-    meet("", made);
+    meet("", "", line.made);
     const std::string usual = all[0].met.lines;
-    for (size_t n = 0; n < made.arguments.size(); ++n)
-        if (made.has(n) && made.name != "is_recent_receiver_list_exist") // which wants them all
-            meet("null " + std::to_string(n + 1), made.with(n, "NULL"));
-    if (!made.arguments.empty() && std::isdigit(made.arguments[0][0][0]))
-        meet("below 1", made.with(0, "-1"));
-    std::optional<raw_database> locker;
-    meet(
-        "busy ", made, [&] { locker.emplace().run("BEGIN EXCLUSIVE"); }, [&] { locker.reset(); });
-    for (const auto &[trouble, statement] : {std::pair("none ", "DELETE FROM "), std::pair("gone ", "DROP TABLE ")})
+    call other = line.made;
+    for (std::string &word : other.arguments) {
+        const std::string given = std::exchange(word, "NULL");
+        if (given != "NULL" && given != "0" && other.name != "is_recent_receiver_list_exist") // which wants them all
+            meet("null", given, other);
+        word = given;
+    }
+    if (!other.arguments.empty() && std::isdigit(other.arguments[0][0])) {
+        other.arguments[0] = "-1";
+        meet("below", "", other);
+    }
+    meet("busy", "", line.made, [] {
+        const auto locker = std::make_shared<raw_database>();
+        locker->run("BEGIN EXCLUSIVE");
+        return locker;
+    });
+    for (const auto &[kind, statement] : {std::pair("none", "DELETE FROM "), std::pair("gone", "DROP TABLE ")})
         for (const auto &[key, columns] : *usual_rows)
             if (const std::string &table = std::get<0>(key);
                 std::get<1>(key) == 0 && usual.find("'" + table + "'") != std::string::npos)
-                meet(trouble + table, made, [&, text = statement + table] { raw_database().run(text); });
+                meet(kind, table, line.made, [&, text = statement + table] {
+                    raw_database().run(text);
+                    return guard();
+                });
     if (!is_shut)
-        meet("shut ", made, world::end);
-    for (const auto &[trouble, planned] : {std::pair("text ", STATEMENT_TEXT), std::pair("memory ", LIBRARY_MEMORY)}) {
+        meet("shut", "", line.made, [] {
+            world::end();
+            return guard();
+        });
+    for (const auto &[kind, planned] : {std::pair("text", STATEMENT_TEXT), std::pair("memory", LIBRARY_MEMORY)}) {
         const auto first = static_cast<std::ptrdiff_t>(all.size());
         bool happened = true;
-        for (int nth = 1; happened && nth <= 10; ++nth) {
-            std::optional<fault> failing;
-            meet(
-                trouble + std::to_string(nth), made, [&, it = planned] { failing.emplace(fault_plan{it}, nth); },
-                [&] {
-                    happened = failing->happened();
-                    failing.reset();
+        for (int nth = 1; happened && nth <= 10; ++nth)
+            meet(kind, std::to_string(nth), line.made, [&, it = planned] {
+                return std::shared_ptr<fault>(new fault({it}, nth), [&](fault *failed) {
+                    happened = fault::happened();
+                    delete failed;
                 });
-        }
+            });
         if (!happened)
             all.pop_back();
         // In an order that does not depend on which argument a compiler looks at first.

@@ -32,10 +32,10 @@ outcome attempt(const call &made);
 bool has_steps(const std::string &lines);
 
 struct trouble {
-    std::string name; ///< a kind, a blank, which one
+    std::string kind, which;
     outcome met;
 };
-/// The call as it is usually (without a name), and under each trouble that it can meet.
+/// The call as it is usually, and under each trouble that it can meet.
 std::vector<trouble> tell(const world &rows, const table_line &line);
 
 } // namespace zel_test

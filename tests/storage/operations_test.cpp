@@ -1,12 +1,11 @@
-// Each call of operations.txt on the small world: what it told is what stands there. With ZEL_RECORD set, what it tells
-// now is written there instead, to be read against the headers before it is committed.
+// Each call of operations/ on the small world: what it told is what stands there. What it tells now lies in the same
+// form in build/*/tests/told, to be read against the headers and copied here.
 #include "disk.h"
 #include "operations.h"
 
-#include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <fstream>
+#include <glib.h>
 #include <map>
 #include <set>
 #include <sstream>
@@ -16,35 +15,41 @@ using namespace zel_test;
 namespace
 {
 
-/// The call's line; for an operation's first call with the codes in trouble: "=" where that makes no difference and "~"
-/// where it is a success with another outcome, one for all that are alike, and none where all are as usual.
+/// The words, the long ones shortened.
+std::string brief(const std::string &words)
+{
+    constexpr size_t LONGEST = 40;
+    std::istringstream in(words);
+    std::string all;
+    for (std::string word; in >> word;)
+        all += " " + (word.size() > LONGEST ? word.replace(LONGEST / 2, word.size() - LONGEST + 3, "...") : word);
+    return all;
+}
+
+/// The call's line; README.md says how it reads.
 std::string line_of(const table_line &line, const std::vector<trouble> &told, std::string &full)
 {
+    static const std::pair<std::string, std::string> usual_codes[] = {{"null", "1"},  {"below", "~"}, {"none", "~"},
+                                                                      {"busy", "15"}, {"gone", "15"}, {"shut", "="},
+                                                                      {"text", "15"}, {"memory", "~"}};
     const outcome &usual = told[0].met;
     std::map<std::string, std::vector<std::string>> codes; // by kind
     full = line.given + "\n" + line.made.text + "\n";
-    for (const auto &[name, met] : told) {
-        full += name + ": " + met.brief + met.shown() + "\n" + met.answer.records + met.lines;
-        codes[name.substr(0, name.find(' '))].push_back(met.brief != usual.brief       ? met.brief
-                                                        : met.shown() == usual.shown() ? "="
-                                                                                       : "~");
+    for (const auto &[kind, which, met] : told) {
+        full += kind + " " + which + ": " + met.brief + met.shown() + "\n" + met.lines;
+        codes[kind].push_back(met.brief != usual.brief ? met.brief : met.shown() == usual.shown() ? "=" : "~");
     }
-    std::string all = line.made.text + " ->", word;
-    for (std::istringstream words(" " + usual.brief + usual.shown()); words >> word;)
-        all += " " + (word.size() > 30 ? word.substr(0, 14) + "..." + word.substr(word.size() - 14) : word);
-    for (const std::string kind : {"null", "below", "none", "busy", "gone", "shut", "text", "memory"}) {
-        static const std::map<std::string, std::string> rules = {
-            {"null", "1"}, {"shut", "="}, {"busy", "15"}, {"gone", "15"}, {"text", "15"}};
+    std::string all = line.made.text + " ->" + brief(usual.brief + usual.shown());
+    for (const auto &[kind, code] : usual_codes) {
         std::vector<std::string> &here = codes[kind];
         if (std::set(here.begin(), here.end()).size() == 1)
             here.resize(1);
-        const std::string rule = rules.contains(kind) ? rules.at(kind) : "~";
-        const bool is_usual = here.empty() || (here.size() == 1 && (here[0] == rule || here[0] == rule + "."));
+        const bool is_usual = here.empty() || (here.size() == 1 && (here[0] == code || here[0] == code + "."));
         if (!line.is_first || is_usual || ((kind == "busy" || kind == "below") && here == codes["none"]))
             continue;
         all += "; " + kind;
-        for (const std::string &code : here)
-            all += " " + code;
+        for (const std::string &each : here)
+            all += " " + each;
     }
     char checksum[16];
     std::snprintf(checksum, sizeof checksum, " #%08x", g_str_hash(full.c_str()));
@@ -63,7 +68,7 @@ std::string wrapped(const std::string &line)
         }
         all += (length ? " " : "") + word;
     }
-    return all;
+    return all + "\n";
 }
 
 class StoreOperations : public testing::TestWithParam<std::string>
@@ -77,38 +82,27 @@ TEST_P(StoreOperations, tell)
     use_faulty_disk(); // for its clock, and for speed
     calls::sleep.answer(0, 0, INT_MAX);
     const world rows(DECOYS);
-    std::filesystem::create_directories(ZEL_TEST_TOLD);
-    std::ofstream told(std::filesystem::path(ZEL_TEST_TOLD) / (GetParam() + ".txt"));
-    std::vector<std::string> file = lines_of(content_of(ZEL_TEST_OPERATIONS));
-    std::vector<table_line> table = table_of_calls();
-    for (auto line = table.rbegin(); line != table.rend(); ++line) {
-        if (line->section != GetParam())
-            continue;
-        SCOPED_TRACE(line->made.text);
-        std::string full;
-        const std::string now = line_of(*line, tell(rows, *line), full);
-        told << full << "\n";
-        EXPECT_TRUE(now == line->recorded || std::getenv("ZEL_RECORD"))
-            << "then " << line->recorded << "\nnow " << now << "\n"
-            << full;
-        file.erase(file.begin() + static_cast<std::ptrdiff_t>(line->begin),
-                   file.begin() + static_cast<std::ptrdiff_t>(line->end));
-        file.insert(file.begin() + static_cast<std::ptrdiff_t>(line->begin), wrapped(now));
+    const std::filesystem::path told = ZEL_TEST_TOLD;
+    std::filesystem::create_directories(told);
+    std::ofstream in_full(told / (GetParam() + ".full.txt")), table(told / (GetParam() + ".txt"));
+    for (const table_line &line : table_of(GetParam())) {
+        SCOPED_TRACE(line.made.text);
+        std::string full, now = line.text;
+        if (!line.made.name.empty())
+            now = line_of(line, tell(rows, line), full);
+        EXPECT_EQ(now, line.text) << full;
+        in_full << full << "\n";
+        table << wrapped(now);
     }
-    if (!std::getenv("ZEL_RECORD"))
-        return;
-    std::ofstream out(ZEL_TEST_OPERATIONS);
-    for (const std::string &line : file)
-        out << line << "\n";
 }
-INSTANTIATE_TEST_SUITE_P(All, StoreOperations, testing::ValuesIn(sections()),
+INSTANTIATE_TEST_SUITE_P(All, StoreOperations, testing::ValuesIn(sections),
                          [](const auto &info) { return info.param; });
 
 TEST(StoreOperationsTogether, name_every_operation)
 {
     std::set<std::string> called;
-    for (const table_line &line : table_of_calls())
-        if (line.is_first)
-            called.insert(line.made.name);
+    for (const std::string &section : sections)
+        for (const table_line &line : table_of(section))
+            EXPECT_TRUE(!line.is_first || called.insert(line.made.name).second) << line.text;
     EXPECT_EQ(called, operation_names());
 }

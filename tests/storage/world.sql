@@ -1,4 +1,4 @@
--- The small world in which each call of operations.txt begins; harness/world.cpp adds what differs in one column.
+-- The small world in which each call of operations/ begins; harness/world.cpp adds what differs in one column.
 
 INSERT INTO unique_data VALUES ('k', 'v', 'r0', 'r1', 'r2'), ('half', 'it''s', '', NULL, '1');
 INSERT INTO unique_data(key) VALUES ('evt_refresh_token'), ('evt_access_token'), ('evt_push_token');
