@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <tuple>
@@ -395,9 +396,10 @@ std::vector<table_line> table_of(const std::string &section)
     std::vector<table_line> all;
     std::set<std::string> known;
     std::string given;
-    for (const std::string &line : lines_of(content_of(ZEL_TEST_OPERATIONS "/" + section + ".txt"))) {
+    std::ifstream file(ZEL_TEST_OPERATIONS "/" + section + ".txt");
+    for (std::string line; std::getline(file, line);) {
         if (line.starts_with("    "))
-            all.back().text += line.substr(3);
+            all.back().text += "\n" + line;
         else
             all.push_back({line, call(""), "", false});
     }
@@ -407,7 +409,7 @@ std::vector<table_line> table_of(const std::string &section)
         else if (line.text.empty())
             given.clear();
         else if (line.text[0] != '#')
-            line = {line.text, call(line.text.substr(0, line.text.find(" -> "))), given, false};
+            line = {line.text, call(line.text.substr(0, line.text.find("->"))), given, false};
         line.is_first = given.empty() && known.insert(line.made.name).second && !line.made.name.empty();
     }
     return all;

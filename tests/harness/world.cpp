@@ -124,7 +124,7 @@ std::string changes(const rows_of_tables &before, const rows_of_tables &after)
             const auto &[table, length, id] = key;
             std::string cells;
             for (size_t i = 0; length && i < row.size(); ++i)
-                cells += (cells.empty() ? "" : " ") + shown(row[i].c_str());
+                cells += (cells.empty() ? "" : ",") + shown(row[i].c_str());
             all.append(" +").append(table).append(" (").append(cells).append(")");
         }
     for (const auto &[what, which] : ids)
@@ -202,15 +202,6 @@ void put_file(const std::string &content)
     std::filesystem::remove_all(database_folder);
     std::filesystem::create_directories(database_folder);
     std::ofstream(database_file, std::ios::binary) << content;
-}
-
-std::vector<std::string> lines_of(const std::string &text)
-{
-    std::istringstream in(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
 }
 
 } // namespace zel_test

@@ -82,8 +82,6 @@ std::string content_of(const std::string &file);
 /// An empty database folder, or one with this file in it.
 void put_file(const std::string &content);
 
-std::vector<std::string> lines_of(const std::string &text);
-
 } // namespace zel_test
 
 #endif
