@@ -67,11 +67,18 @@ concept record = requires(T it)
     members(it);
 };
 
-/* How values are shown. */
+/* How values are shown; what is taken is released besides, with all that it refers to. */
 
-std::string shown(number auto value)
+std::string shown(number auto value, bool = false)
 {
     return std::to_string(+value); // an enumeration counts as its number
+}
+
+std::string shown(const char *text, bool is_taken)
+{
+    const std::string all = shown(text);
+    g_free(is_taken ? const_cast<char *>(text) : nullptr);
+    return all;
 }
 
 std::string joined(const std::vector<std::string> &all)
@@ -82,62 +89,35 @@ std::string joined(const std::vector<std::string> &all)
     return line;
 }
 
-template <record T> std::string shown(T *it);
-template <typename T> std::string shown(array_of<T> it)
+template <record T> std::string shown(T *it, bool is_taken);
+template <typename T> std::string shown(array_of<T> it, bool is_taken)
 {
     std::vector<std::string> all;
     for (size_t i = 0; it.all && i < it.length; ++i)
-        all.push_back(shown(it.all[i]));
+        all.push_back(shown(it.all[i], is_taken));
+    g_free(is_taken ? it.all : nullptr);
     return it.all ? "[" + joined(all) + "]" : "NULL";
 }
 
-template <typename T> std::string shown(list_of<T> it)
+template <typename T> std::string shown(list_of<T> it, bool is_taken)
 {
     std::vector<std::string> all;
     for (const GList *node = it.first; node; node = node->next)
-        all.push_back(shown(static_cast<T *>(node->data)));
+        all.push_back(shown(static_cast<T *>(node->data), is_taken));
+    g_list_free(is_taken ? it.first : nullptr);
     return "[" + joined(all) + "]";
 }
 
-std::vector<std::string> cells(record auto &it)
+std::vector<std::string> cells(record auto &it, bool is_taken = false)
 {
-    return std::apply([](auto &&...each) { return std::vector{shown(each)...}; }, members(it));
+    return std::apply([=](auto &&...each) { return std::vector{shown(each, is_taken)...}; }, members(it));
 }
 
-template <record T> std::string shown(T *it)
+template <record T> std::string shown(T *it, bool is_taken)
 {
-    return it ? "(" + joined(cells(*it)) + ")" : "NULL";
-}
-
-/* How they are released. */
-
-void release(number auto) {}
-
-void release(const char *text)
-{
-    g_free(const_cast<char *>(text));
-}
-
-template <record T> void release(T *it);
-template <typename T> void release(array_of<T> it)
-{
-    for (size_t i = 0; it.all && i < it.length; ++i)
-        release(it.all[i]);
-    g_free(it.all);
-}
-
-template <typename T> void release(list_of<T> it)
-{
-    for (const GList *node = it.first; node; node = node->next)
-        release(static_cast<T *>(node->data));
-    g_list_free(it.first);
-}
-
-template <record T> void release(T *it)
-{
-    if (it)
-        std::apply([](auto &&...each) { (release(each), ...); }, members(*it));
-    g_free(it);
+    const std::string all = it ? "(" + joined(cells(*it, is_taken)) + ")" : "NULL";
+    g_free(is_taken ? it : nullptr);
+    return all;
 }
 
 /* How they are read: each from a word, those of records one behind the other. */
@@ -238,7 +218,7 @@ template <record T> struct argument<T *> {
         for (size_t i = before.size(); i-- > 0;)
             if (const std::string now = cells(*value)[i]; now != before[i])
                 told.put(now);
-        release(value);
+        shown(value, true);
     }
     telling &told;
     T *value;
@@ -257,7 +237,7 @@ template <> struct argument<quillo_msisdn_s **> {
     ~argument()
     {
         for (quillo_msisdn_s *each : people)
-            release(each);
+            shown(each, true);
     }
     std::vector<quillo_msisdn_s *> people;
     quillo_msisdn_s **value;
@@ -275,22 +255,18 @@ requires(!record<T> && !std::is_const_v<T>) struct argument<T *> {
     }
     ~argument()
     {
-        const auto take = [this](auto it) {
-            told.put(shown(it));
-            release(it);
-        };
         if (!value)
             return;
         if (it == before && !std::is_same_v<T, bool>)
             told.put("-");
         else if constexpr (number<T> || std::is_same_v<T, char *> || record<std::remove_pointer_t<T>>)
-            take(it);
+            told.put(shown(it, true));
         else if constexpr (!std::is_same_v<T, GList *>)
-            take(array_of<std::remove_pointer_t<T>>{it, told.length});
+            told.put(shown(array_of<std::remove_pointer_t<T>>{it, told.length}, true));
         else if (word == "&urls")
-            take(list_of<zel_trans_url_info>{it});
+            told.put(shown(list_of<zel_trans_url_info>{it}, true));
         else
-            take(list_of<zel_content_sync_info>{it});
+            told.put(shown(list_of<zel_content_sync_info>{it}, true));
         if constexpr (number<T>)
             told.length = static_cast<size_t>(it);
     }
