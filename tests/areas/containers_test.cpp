@@ -159,7 +159,7 @@ TEST_F(Queue, items_leave_in_the_order_they_came)
     expect_pops({1, 2, 0});
     expect_items({});
     push({4, 5, 6});
-    EXPECT_EQ(calls::cond_signal.calls(), 2) << "for the first item only";
+    EXPECT_EQ(calls::cond_signal.calls, 2) << "for the first item only";
     expect_pops({4});
     push({7}); // where a popped item lay
     expect_items({7, 6, 5});
@@ -214,10 +214,10 @@ TEST_F(Queue, null_arguments_are_rejected_as_by_the_hash_table)
     _common_write_to_hash_table(other, other, nullptr);
 
     zel_queue_s *unmade = queue;
-    const allocation_failure failure(1);
+    const fault failure({LIBRARY_MEMORY}, 1);
     EXPECT_EQ(_common_queue_init(&unmade), ZEL_ERR_MEMORY);
     EXPECT_EQ(unmade, queue);
-    const allocation_failure another(1);
+    const fault another({LIBRARY_MEMORY}, 1);
     _common_init_hash_table(&other, nullptr, nullptr);
     EXPECT_EQ(other, nullptr);
     expect_lines(0xcb81cf4b);

@@ -243,7 +243,7 @@ TEST(Fields, strings_are_read_within_their_bounds)
         char untouched[] = "untouched";
         char *got = untouched;
         int offset = before;
-        const allocation_failure failing(after == 0);
+        const fault failing({LIBRARY_MEMORY}, after == 0);
         EXPECT_EQ(read(__get_string, content, &offset, &got), after != before);
         EXPECT_EQ(offset, after);
         EXPECT_EQ(got, kept < 0 ? untouched : rest.substr(0, static_cast<size_t>(kept)));
@@ -300,14 +300,14 @@ TEST_F(Wire, short_buffers_a_lying_count_and_failed_allocations_are_refused)
     for (const size_t length : {31U, 23U})
         EXPECT_EQ(decode(std::string(length, '\0')), "") << "refused in the share's name";
     {
-        const allocation_failure watch(0);
+        const fault watch({LIBRARY_MEMORY}, 0);
         EXPECT_EQ(decode(std::string(28, '\0') + number(~0U) + std::string(440, '\0')), "");
-        EXPECT_LE(allocations.count, 1 + 10 + 1) << "the items end with the buffer";
-        EXPECT_LE(allocations.largest, sizeof(share));
+        EXPECT_LE(fault::now.met, 1 + 10 + 1) << "the items end with the buffer";
+        EXPECT_LE(fault::now.largest, sizeof(share));
     }
     const int allocated = 1 + 5 + (1 + 7) + 1; // records and present strings, one each
     for (int nth = 1; nth <= allocated + 1; ++nth) {
-        const allocation_failure failure(nth);
+        const fault failure({LIBRARY_MEMORY}, nth);
         EXPECT_EQ(decode(bytes).empty(), nth <= allocated) << nth;
     }
     expect_lines(0x52447a63);

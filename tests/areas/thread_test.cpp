@@ -68,7 +68,7 @@ TEST_F(Thread, record_holds_its_states_and_null_is_rejected)
     const auto lowered = std::async(std::launch::async, [&] { flag = false; });
     while (_common_thread_get_wait_status(thread.record))
         std::this_thread::yield();
-    EXPECT_EQ(calls::cond_signal.calls(), 0) << "none of them wakes anybody";
+    EXPECT_EQ(calls::cond_signal.calls, 0) << "none of them wakes anybody";
     pthread_mutex_lock(&thread.record->available_lock);
     EXPECT_FALSE(is_locked(thread.record->available_lock)) << "the lock is recursive";
     pthread_mutex_unlock(&thread.record->available_lock);
@@ -91,13 +91,14 @@ TEST_F(Thread, failed_steps_of_start_and_stop_are_told)
     _common_thread_stop(other.record);
 
     zel_thread_s *record = thread.record;
-    const allocation_failure failure(1);
+    const fault failure({LIBRARY_MEMORY}, 1);
     EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     EXPECT_EQ(record, thread.record) << "untouched";
     calls::thread_create.answer(EAGAIN);
     EXPECT_FALSE(_common_thread_start(&record, work, nullptr));
     EXPECT_EQ(record, nullptr);
-    EXPECT_EQ(std::pair(calls::mutex_destroy.calls(), calls::cond_destroy.calls()), std::pair(2, 2));
+    EXPECT_EQ(calls::mutex_destroy.calls, 2);
+    EXPECT_EQ(calls::cond_destroy.calls, 2);
     expect_lines(0x44e36682);
 }
 
@@ -110,7 +111,7 @@ TEST_F(Thread, waits_end_at_their_deadlines)
     EXPECT_EQ(std::pair(last_deadline.tv_sec, last_deadline.tv_nsec), std::pair(time_t(1005), 0L));
     thread.record->is_running = true;
     EXPECT_TRUE(_common_thread_wait_till_start(thread.record));
-    EXPECT_EQ(calls::cond_timedwait.calls(), 2);
+    EXPECT_EQ(calls::cond_timedwait.calls, 2);
 
     _common_thread_sendSignal(thread.record); // lost: nobody waits yet
     EXPECT_EQ(_common_thread_waitCallback(thread.record), -110);

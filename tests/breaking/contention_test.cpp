@@ -111,7 +111,7 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
             for (std::thread &thread : threads)
                 thread.join();
             // At most ten attempts for each statement, of which a round has a dozen at most.
-            EXPECT_LE(calls::sleep.calls(), static_cast<int>(10 * 12 * ROUNDS * THREADS));
+            EXPECT_LE(calls::sleep.calls, static_cast<int>(10 * 12 * ROUNDS * THREADS));
         }));
     std::map<unsigned int, row> rows; // by id
     int refusals = 0, stored = 0;

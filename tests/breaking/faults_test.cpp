@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](co
 TEST_P(StorageFaults, meet)
 {
     use_faulty_disk();
-    calls::sleep.answer(0, 0, INT_MAX);
+    calls::sleep.answer(0, INT_MAX);
     const world rows(ROWS);
     rows.begin();
     const rows_of_tables before = stored_rows();
@@ -71,7 +71,7 @@ TEST_P(StorageFaults, meet)
             for (int nth = 1 + injected[it.name] % stride; happened && !HasFailure(); nth += stride) {
                 SCOPED_TRACE(it.name + (" " + std::to_string(nth)));
                 rows.begin("", it.warm);
-                const int slept = calls::sleep.calls();
+                const int slept = calls::sleep.calls;
                 outcome now;
                 {
                     const fault planned(it.plan, nth);
@@ -79,7 +79,7 @@ TEST_P(StorageFaults, meet)
                     happened = fault::happened();
                 }
                 injected[it.name] += happened;
-                EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls() == slept);
+                EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls == slept);
                 const rows_of_tables found = rows.is_untouched() ? before : stored_rows();
                 now.changed = changes(before, found);
                 world::end();

@@ -17,53 +17,6 @@
 namespace zel_test
 {
 
-/// Calls that can fail; together they make a bit set.
-enum fallible : unsigned {
-    DISK_WRITE = 1,
-    DISK_LOCK = 2,  ///< take a lock, look for one
-    DISK_OTHER = 4, ///< read, sync, truncate, open, delete, look for a file, ask for the size
-    DISK = DISK_WRITE | DISK_LOCK | DISK_OTHER,
-    SQLITE_MEMORY = 8,
-    STATEMENT_TEXT = 16, ///< sqlite3_mprintf and sqlite3_vmprintf, as the library calls them
-    LIBRARY_MEMORY = 32, ///< what interpose.h can make fail, one at a time
-};
-
-struct fault_plan {
-    unsigned calls = 0;
-    bool lasting = false; ///< once a call has failed all further ones do
-    int code = 0;         ///< what SQLite is told; 0 for the code that is usual for the call
-};
-
-/// While it lives, the n-th of the planned calls fails.
-struct fault {
-    fault(const fault_plan &plan, int nth)
-    {
-        now = {plan, nth, 0};
-        allocations = {0, plan.calls & LIBRARY_MEMORY ? nth : 0, 0};
-    }
-    ~fault()
-    {
-        now.plan = {};
-        allocations.failing = 0;
-    }
-    static bool happened()
-    {
-        return (now.plan.calls & LIBRARY_MEMORY ? allocations.count : now.met) >= now.nth;
-    }
-    /// What a call is to report instead of being carried out; SQLITE_OK to go on.
-    static int meet(unsigned call, int usual_code)
-    {
-        // Nothing is written while nothing is planned: threads may come here.
-        if ((now.plan.calls & call) == 0 || ++now.met < now.nth || (now.met > now.nth && !now.plan.lasting))
-            return SQLITE_OK;
-        return now.plan.code ? now.plan.code : usual_code;
-    }
-    inline static struct {
-        fault_plan plan;
-        int nth, met;
-    } now;
-};
-
 inline sqlite3_vfs *disk = nullptr; ///< the real one
 /// While it is set, files can be opened for reading only.
 inline bool disk_is_read_only = false;

@@ -1,7 +1,5 @@
 #include "interpose.h"
 
-#include "disk.h"
-
 #include <glib.h>
 
 #include <algorithm>
@@ -27,8 +25,8 @@ bool allocation_fails(size_t count, size_t size)
     size_t bytes = 0;
     if (__builtin_mul_overflow(count, size, &bytes))
         bytes = SIZE_MAX;
-    allocations.largest = std::max(allocations.largest, bytes);
-    return ++allocations.count == allocations.failing;
+    fault::now.largest = std::max(fault::now.largest, bytes);
+    return fault::meet(LIBRARY_MEMORY, 1);
 }
 
 } // namespace

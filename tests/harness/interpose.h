@@ -13,23 +13,50 @@
 namespace zel_test
 {
 
-inline thread_local struct allocation_counts {
-    int count; ///< since the last allocation_failure began
-    int failing;
-    size_t largest; ///< bytes of the largest single request
-} allocations;
+/// Calls that can fail; together they make a bit set.
+enum fallible : unsigned {
+    DISK_WRITE = 1,
+    DISK_LOCK = 2,  ///< take a lock, look for one
+    DISK_OTHER = 4, ///< read, sync, truncate, open, delete, look for a file, ask for the size
+    DISK = DISK_WRITE | DISK_LOCK | DISK_OTHER,
+    SQLITE_MEMORY = 8,
+    STATEMENT_TEXT = 16, ///< sqlite3_mprintf and sqlite3_vmprintf, as the library calls them
+    LIBRARY_MEMORY = 32, ///< g_try_*, malloc, calloc, realloc in static code
+};
 
-/// While it lives, the n-th allocation of the calling thread fails (g_try_*, malloc, calloc, realloc in static code).
-struct allocation_failure {
-    /// @param nth 1 for the next; 0 to fail none and only watch
-    explicit allocation_failure(int nth)
+struct fault_plan {
+    unsigned calls = 0;
+    bool lasting = false; ///< once a call has failed all further ones do
+    int code = 0;         ///< what is reported; 0 for the code that is usual for the call
+};
+
+/// While it lives, the n-th of the planned calls fails; they are only counted if that is 0.
+struct fault {
+    fault(const fault_plan &plan, int nth)
     {
-        allocations = {0, nth, 0};
+        now = {plan, nth, 0, 0};
     }
-    ~allocation_failure()
+    ~fault()
     {
-        allocations.failing = 0;
+        now.plan = {};
     }
+    static bool happened()
+    {
+        return now.met >= now.nth;
+    }
+    /// What a call is to report instead of being carried out; 0 to go on.
+    static int meet(unsigned call, int usual_code)
+    {
+        // Nothing is written while nothing is planned: threads may come here.
+        if ((now.plan.calls & call) == 0 || ++now.met < now.nth || (now.met > now.nth && !now.plan.lasting))
+            return 0;
+        return now.plan.code ? now.plan.code : usual_code;
+    }
+    inline static struct {
+        fault_plan plan;
+        int nth, met;
+        size_t largest; ///< bytes of the largest single allocation of the library
+    } now;
 };
 
 inline std::atomic<bool> clock_is_scripted = false;
@@ -50,26 +77,23 @@ struct scripted_clock {
 
 /// Counts the calls of one function and answers some of them in its place.
 struct call_script {
-    /// After `skip` further calls, `times` calls are not carried out but give this result.
-    void answer(int result, int skip = 0, int times = 1)
+    std::atomic<int> calls = 0, result = 0, left = 0;
+    /// So many calls are not carried out but give this result.
+    void answer(int with, int times = 1)
     {
-        result_ = result, skip_ = skip, times_ = times;
+        result = with;
+        left = times;
     }
-    int calls() const
+    /// For the stand-in: counts a call and tells whether it is to give *answer.
+    bool take(int *answer)
     {
-        return calls_;
-    }
-    /// For the stand-in: counts a call and tells whether it is to give *result.
-    bool take(int *result)
-    {
-        ++calls_;
-        if (times_ == 0 || (skip_ > 0 && skip_--))
+        ++calls;
+        if (left == 0)
             return false;
-        --times_;
-        *result = result_;
+        --left;
+        *answer = result;
         return true;
     }
-    std::atomic<int> result_ = 0, skip_ = 0, times_ = 0, calls_ = 0;
 };
 
 namespace calls

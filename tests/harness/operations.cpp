@@ -11,7 +11,7 @@ namespace zel_test
 outcome attempt(const call &made)
 {
     take_trace();
-    const int slept = calls::sleep.calls();
+    const int slept = calls::sleep.calls;
     outcome now{made(), take_trace(), ""};
     const std::string &lines = now.lines = without_addresses(now.lines);
     const bool has_ended = count(lines, made.function() + ":  \033[0;36mEND <<<<") > 0;
@@ -20,7 +20,7 @@ outcome attempt(const call &made)
                 made.name == "get_batch_count" || count(lines, "* Critical *") > 0 ||
                 count(lines, "group count is 0") > 0)
         << lines;
-    EXPECT_EQ(calls::sleep.calls() - slept, 10 * count(lines, "Retried for 10 times - returning"));
+    EXPECT_EQ(calls::sleep.calls - slept, 10 * count(lines, "Retried for 10 times - returning"));
     EXPECT_EQ(disk_sleeps, 0) << "besides, somebody waited for a lock";
     return now;
 }

@@ -29,13 +29,13 @@ TEST_F(StorageEngine, a_database_given_up_during_the_third_attempt_lets_the_four
 {
     database.run("BEGIN EXCLUSIVE");
     const auto give_up = [](void *locker, int) {
-        if (calls::sleep.calls() == 2)
+        if (calls::sleep.calls == 2)
             static_cast<raw_database *>(locker)->run("ROLLBACK");
         return 0;
     };
     sqlite3_busy_handler(_g_sqlite_handle, give_up, &database);
     EXPECT_EQ(__execute_insert_query(insert.c_str(), &row_id), 1);
-    EXPECT_EQ(calls::sleep.calls(), 3);
+    EXPECT_EQ(calls::sleep.calls, 3);
     EXPECT_EQ(last_sleep, 100u);
     EXPECT_EQ(row_id, 1u);
 }

@@ -80,7 +80,7 @@ class StoreOperations : public testing::TestWithParam<std::string>
 TEST_P(StoreOperations, tell)
 {
     use_faulty_disk(); // for its clock, and for speed
-    calls::sleep.answer(0, 0, INT_MAX);
+    calls::sleep.answer(0, INT_MAX);
     const world rows(DECOYS);
     const std::filesystem::path told = ZEL_TEST_TOLD;
     std::filesystem::create_directories(told);
