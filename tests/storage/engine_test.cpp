@@ -56,26 +56,6 @@ TEST_F(StorageEngine, inserts_of_any_length_give_the_new_id)
     EXPECT_EQ(__execute_insert_query(("INSERT" + std::string(9000, ' ')).c_str(), &row_id), 0) << "no memory";
 }
 
-TEST_F(StorageEngine, an_insert_that_fails_behind_a_row_of_its_own_is_a_failure)
-{
-    database.run("CREATE TRIGGER refuse AFTER INSERT ON folder_info BEGIN SELECT RAISE(FAIL, 'no'); END");
-    for (const char *statement :
-         {"INSERT OR FAIL INTO unique_data(key) VALUES ('a'), ('a')", "INSERT INTO folder_info(group_id) VALUES ('a')"})
-        EXPECT_TRUE(__execute_insert_query(statement, &row_id) == 0 && row_id == 77) << statement;
-    EXPECT_EQ(database.value("SELECT key || group_id FROM unique_data, folder_info"), "aa") << "the rows stay";
-}
-
-TEST_F(StorageEngine, a_large_row_id_wraps_to_32_bits)
-{
-    for (const long long id : {0x7fffffffLL, 0xffffffffLL, 0x100000000LL, 0x7ffffffffffffffeLL}) {
-        database.run("DELETE FROM contact_details; DELETE FROM sqlite_sequence; INSERT INTO sqlite_sequence VALUES "
-                     "('contact_details', " +
-                     std::to_string(id - 1) + ")");
-        EXPECT_EQ(__execute_insert_query(insert.c_str(), &row_id), 1);
-        EXPECT_EQ(row_id, static_cast<unsigned int>(id));
-    }
-}
-
 TEST_F(StorageEngine, a_time_before_1970_is_stored_as_a_floating_point_number)
 {
     const scripted_clock clock(-5, 0);
