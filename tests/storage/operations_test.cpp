@@ -6,7 +6,6 @@
 #include <climits>
 #include <fstream>
 #include <glib.h>
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -26,34 +25,15 @@ std::string brief(const std::string &words)
     return all;
 }
 
-/// The call's line; README.md says how it reads.
+/// The call's line; README.md says how it reads. The checksum is of all that was told, in full.
 std::string line_of(const table_line &line, const std::vector<trouble> &told, std::string &full)
 {
-    static const std::pair<std::string, std::string> usual_codes[] = {{"null", "1"},  {"below", "~"}, {"none", "~"},
-                                                                      {"busy", "15"}, {"gone", "15"}, {"shut", "="},
-                                                                      {"text", "15"}, {"memory", "~"}};
-    const outcome &usual = told[0].met;
-    std::map<std::string, std::vector<std::string>> codes; // by kind
     full = line.given + "\n" + line.made.text + "\n";
-    for (const auto &[kind, which, met] : told) {
+    for (const auto &[kind, which, met] : told)
         full += kind + " " + which + ": " + met.brief + met.shown() + "\n" + met.lines;
-        codes[kind].push_back(met.brief != usual.brief ? met.brief : met.shown() == usual.shown() ? "=" : "~");
-    }
-    std::string all = line.made.text + " ->" + brief(usual.brief + usual.shown());
-    for (const auto &[kind, code] : usual_codes) {
-        std::vector<std::string> &here = codes[kind];
-        if (std::set(here.begin(), here.end()).size() == 1)
-            here.resize(1);
-        const bool is_usual = here.empty() || (here.size() == 1 && (here[0] == code || here[0] == code + "."));
-        if (!line.is_first || is_usual || ((kind == "busy" || kind == "below") && here == codes["none"]))
-            continue;
-        all += "; " + kind;
-        for (const std::string &each : here)
-            all += " " + each;
-    }
     char checksum[16];
     std::snprintf(checksum, sizeof checksum, " #%06x", g_str_hash(full.c_str()) & 0xffffff);
-    return all + checksum;
+    return line.made.text + " ->" + brief(told[0].met.brief + told[0].met.shown()) + checksum;
 }
 
 /// Broken into lines that can be read.
