@@ -4,6 +4,7 @@
 #include "breaking.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <iostream>
@@ -155,7 +156,7 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
         std::filesystem::remove(ACKNOWLEDGED);
         const size_t last = 1 + random() % (steps.size() - 1);
         const auto delay = static_cast<useconds_t>(random() % 1000); // to somewhere within the next write or two
-        EXPECT_TRUE(WIFSIGNALED(wait_for(start([&] {
+        const pid_t writer = start([&] {
             for (size_t i = 1; i < steps.size(); ++i) { // the first of them has to open the store
                 if (i == last)
                     std::thread([delay] { usleep(delay), kill(getpid(), SIGKILL); }).detach();
@@ -163,8 +164,8 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
                 acknowledge("");
             }
             pause();
-        }))))
-            << "the writer ended by itself";
+        });
+        EXPECT_EQ(WTERMSIG(wait_for(writer)), SIGKILL) << "the writer ended by itself";
         return content_of(ACKNOWLEDGED).size();
     });
 }
