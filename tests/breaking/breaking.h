@@ -1,44 +1,81 @@
-// What the tests that break the store share beside the harness: another process.
+// What the tests that break the store share beside the harness.
 #ifndef ZEL_TESTS_BREAKING_H
 #define ZEL_TESTS_BREAKING_H
 
-#include "disk.h"
 #include "operations.h"
 
+#include <climits>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace zel_test
 {
 
-struct child {
-    pid_t id;
-    int reports; ///< where what it reports is read
-};
-
-/// Works in a process of its own, which is passed where to write its reports.
-template <typename Work> child start(const Work &work)
+/// Where processes put down what the store has acknowledged, a line each: what is written stays, whoever is killed.
+constexpr char ACKNOWLEDGED[] = "acknowledged";
+inline void acknowledge(const std::string &what)
 {
-    int ends[2];
-    if (pipe(ends) != 0)
-        std::abort();
-    const pid_t id = fork();
-    if (id == 0) {
-        work(ends[1]);
-        _exit(testing::Test::HasFailure());
-    }
-    if (id < 0)
-        std::abort();
-    close(ends[1]);
-    return {id, ends[0]};
+    std::ofstream(ACKNOWLEDGED, std::ios::app) << what + "\n";
 }
 
-/// Waits for the end. Gives the status that waitpid tells.
-inline int wait_for(const child &process)
+/// On the disk of the tests, with this in front of every text.
+struct breaking_test : testing::Test {
+    explicit breaking_test(const std::string &front = "")
+    {
+        use_faulty_disk();
+        disk_is_read_only = false;
+        prefix = front;
+        std::filesystem::remove(ACKNOWLEDGED);
+    }
+};
+
+/// A world in which calls meet faults.
+struct breaking_world : world {
+    explicit breaking_world(world_size size) : world(size)
+    {
+        begin();
+        before = stored_rows();
+        end();
+    }
+    /// How the call goes while the n-th of the planned calls fails, with the rows behind it, and whether one has
+    /// failed.
+    std::pair<outcome, bool> meet(const call &made, const fault_plan &plan, int nth = 1, bool warm = false) const
+    {
+        begin("", warm);
+        std::pair<outcome, bool> met;
+        {
+            const fault planned(plan, nth);
+            met.first = attempt(made);
+            met.second = fault::happened();
+        }
+        met.first.rows = std::make_shared<rows_of_tables>(is_untouched() ? before : stored_rows());
+        met.first.changed = changes(before, *met.first.rows);
+        end();
+        return met;
+    }
+    rows_of_tables before;
+};
+
+/// Works in a process of its own.
+template <typename Work> pid_t start(const Work &work)
+{
+    const pid_t id = fork();
+    if (id == 0) {
+        work();
+        _exit(testing::Test::HasFailure());
+    }
+    EXPECT_GT(id, 0);
+    return id;
+}
+
+/// Waits for its end. Gives the status that waitpid tells.
+inline int wait_for(pid_t id)
 {
     int status = 0;
-    EXPECT_EQ(waitpid(process.id, &status, 0), process.id);
+    EXPECT_EQ(waitpid(id, &status, 0), id);
     return status;
 }
 

@@ -4,71 +4,27 @@
 #include "breaking.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
-#include <fstream>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <span>
+#include <thread>
 
 using namespace zel_test;
 
 namespace
 {
 
-struct step {
-    call made;
-    bool in_steps;
-    rows_of_tables rows; ///< behind it
-    size_t changes;      ///< of the disk, up to its end, if they are noted
-};
-
-struct StorageCrash : testing::TestWithParam<const char *> {
-    StorageCrash()
-    {
-        use_faulty_disk(); // a killed process loses nothing that is in the system's cache: no need to wait for syncs
-        prefix = std::string(3000, 'x'); // spills over to further pages
-    }
-    ~StorageCrash() override
-    {
-        noted_changes = nullptr;
-        prefix.clear();
-    }
-
-    /// Makes every call of the table, one on top of the other, and keeps those that change something behind a first one
-    /// that only has the rows of before.
-    void make_all_calls()
-    {
-        world::end();
-        std::vector<call> calls = operations();
-        calls.insert(calls.begin(), call("init")); // opens it as a service does
-        steps = {{calls[0], false, stored_rows(), 0}};
-        for (const call &made : calls) {
-            const std::string lines = attempt(made).lines;
-            sqlite3_wal_autocheckpoint(_g_sqlite_handle, 8); // pages: checkpoints fall among the cuts
-            const size_t changes = noted_changes ? noted_changes->size() : 0;
-            if (const rows_of_tables after = stored_rows(); after != steps.back().rows)
-                steps.push_back({made, has_steps(lines), after, changes});
-        }
-        EXPECT_GT(steps.size(), 40u);
-        world::end();
-    }
-    /// Whether these can be the rows when so many calls were acknowledged and the next is under way.
-    bool explain(size_t acknowledged, const rows_of_tables &found) const
-    {
-        const rows_of_tables &kept = steps[acknowledged].rows;
-        if (found == kept || acknowledged + 1 == steps.size())
-            return found == kept;
-        const step &next = steps[acknowledged + 1];
-        return found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows}));
-    }
-
-    const std::string journal = std::string("PRAGMA journal_mode = ") + GetParam();
-    std::vector<step> steps;
-};
-INSTANTIATE_TEST_SUITE_P(Journal, StorageCrash, testing::Values("delete", "wal"),
-                         [](const auto &it) { return std::string(it.param); });
-
 using files = std::map<std::string, std::string>; ///< contents by name
+
+void put_files(const files &all)
+{
+    put_file("");
+    for (const auto &[name, bytes] : all)
+        std::ofstream(name, std::ios::binary) << bytes;
+}
 
 /// What is left of these files after these changes and a cut behind the last. What was synced is, and with a journal or
 /// log its folder, as SQLite has it. Of the rest each write is kept, dropped or torn by sectors of 512 bytes, and each
@@ -122,83 +78,116 @@ unsigned int setting(const char *name, unsigned int otherwise)
     return text ? static_cast<unsigned int>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
+struct step {
+    call made;
+    bool in_steps;
+    rows_of_tables rows; ///< behind it
+    size_t changes;      ///< of the disk, up to its end
+};
+
+struct StorageCrash : breaking_test, testing::WithParamInterface<const char *> {
+    /// Makes every call of the table, one on top of the other, and keeps those that change something behind a first one
+    /// that only has the rows of before. The disk never waits for a sync: a killed process loses nothing that is in the
+    /// system's cache. The texts spill over to further pages.
+    StorageCrash() : breaking_test(std::string(3000, 'x')), rows(ROWS)
+    {
+        rows.begin(std::string("PRAGMA journal_mode = ") + GetParam());
+        steps = {{call("init"), false, stored_rows(), 0}};
+        world::end();
+        first = {{std::filesystem::canonical(database_file), content_of(database_file)}};
+        noted_changes = &made;
+        std::vector<call> calls = operations();
+        calls.insert(calls.begin(), steps[0].made); // opens it as a service does
+        for (const call &made_now : calls) {
+            const std::string lines = attempt(made_now).lines;
+            sqlite3_wal_autocheckpoint(_g_sqlite_handle, 8); // pages: checkpoints fall among the cuts
+            const size_t changes = made.size();
+            if (const rows_of_tables after = stored_rows(); after != steps.back().rows)
+                steps.push_back({made_now, has_steps(lines), after, changes});
+        }
+        EXPECT_GT(steps.size(), 40u);
+        world::end();
+        noted_changes = nullptr;
+    }
+    /// Whether these can be the rows when so many calls were acknowledged and the next is under way.
+    bool explain(size_t acknowledged, const rows_of_tables &found) const
+    {
+        const rows_of_tables &kept = steps[acknowledged].rows;
+        if (found == kept || acknowledged + 1 == steps.size())
+            return found == kept;
+        const step &next = steps[acknowledged + 1];
+        return found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows}));
+    }
+    /// Interrupts the calls so many times, each time giving how many were acknowledged, and opens what is left.
+    void survive(unsigned int wanted, bool may_undo, const std::function<size_t(std::mt19937 &)> &interrupt) const
+    {
+        const unsigned int seed = setting("ZEL_SEED", std::random_device()());
+        unsigned int done = 0, journals = 0, in_flight = 0, undone = 0;
+        for (; done < wanted && !HasFailure(); ++done) {
+            SCOPED_TRACE("ZEL_CRASHES=1 ZEL_CUTS=1 ZEL_SEED=" + std::to_string(seed + done));
+            std::mt19937 random(seed + done);
+            const size_t acknowledged = interrupt(random);
+            journals += std::filesystem::exists(database_file + "-journal");
+            const rows_of_tables found = rows_of_opened_store();
+            const bool is_undone = !explain(acknowledged, found);
+            EXPECT_TRUE(!is_undone || (may_undo && acknowledged && explain(acknowledged - 1, found)))
+                << acknowledged << " acknowledged" << changes(steps[acknowledged].rows, found);
+            in_flight += !is_undone && found != steps[acknowledged].rows;
+            undone += is_undone;
+        }
+        std::cout << done << " times, " << journals << " with a journal left behind, " << in_flight
+                  << " behind a write that was not acknowledged any more, " << undone << " undid the last statement\n";
+    }
+
+    const world rows;
+    files first;
+    std::vector<disk_change> made;
+    std::vector<step> steps;
+};
+INSTANTIATE_TEST_SUITE_P(Journal, StorageCrash, testing::Values("delete", "wal"),
+                         [](const auto &it) { return std::string(it.param); });
+
 } // namespace
 
 TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
 {
-    const world rows(ROWS);
-    rows.begin(journal);
-    make_all_calls();
-
-    const unsigned int seed = setting("ZEL_SEED", std::random_device()()), kills = setting("ZEL_CRASHES", 20);
-    std::mt19937 random(seed);
-    int in_flight = 0, hot_journals = 0;
-    for (unsigned int done = 0; done < kills && !HasFailure(); ++done) {
-        SCOPED_TRACE("ZEL_SEED=" + std::to_string(seed) + ", kill " + std::to_string(done + 1));
-        rows.begin(journal);
-        world::end();
-        const child writer = start([&](int reports) {
-            for (const step &it : std::span(steps).subspan(1)) // the first of them has to open the store
-                EXPECT_TRUE(it.made().code == ZEL_ERR_NONE && write(reports, "", 1) == 1);
+    survive(setting("ZEL_CRASHES", 20), false, [this](std::mt19937 &random) {
+        put_files(first);
+        std::filesystem::remove(ACKNOWLEDGED);
+        const size_t last = 1 + random() % (steps.size() - 1);
+        const auto delay = static_cast<useconds_t>(random() % 1000); // to somewhere within the next write or two
+        const pid_t writer = start([&] {
+            for (size_t i = 1; i < steps.size(); ++i) { // the first of them has to open the store
+                if (i == last)
+                    std::thread([delay] { usleep(delay), kill(getpid(), SIGKILL); }).detach();
+                EXPECT_EQ(steps[i].made().code, ZEL_ERR_NONE);
+                acknowledge("");
+            }
             pause();
         });
-        size_t acknowledged = 0;
-        const size_t wanted = random() % steps.size();
-        char byte = 0;
-        while (acknowledged < wanted && read(writer.reports, &byte, 1) == 1)
-            ++acknowledged;
-        usleep(static_cast<useconds_t>(random() % 1000)); // to somewhere within the next write or two
-        kill(writer.id, SIGKILL);
-        EXPECT_TRUE(WIFSIGNALED(wait_for(writer))) << "the writer ended by itself";
-        while (read(writer.reports, &byte, 1) == 1)
-            ++acknowledged;
-        close(writer.reports);
-
-        hot_journals += std::filesystem::exists(database_file + "-journal");
-        const rows_of_tables found = rows_of_opened_store();
-        in_flight += found != steps[acknowledged].rows;
-        EXPECT_TRUE(explain(acknowledged, found))
-            << acknowledged << " acknowledged" << changes(steps[acknowledged].rows, found);
-    }
-    std::cout << kills << " kills, " << hot_journals << " with a journal left behind, " << in_flight
-              << " behind a write that was not acknowledged any more\n";
+        EXPECT_EQ(WTERMSIG(wait_for(writer)), SIGKILL) << "the writer ended by itself";
+        return content_of(ACKNOWLEDGED).size();
+    });
 }
 
 /// SQLite deletes its default journal to commit a statement and does not sync that: the last one can be undone.
 TEST_P(StorageCrash, acknowledged_writes_survive_a_power_cut)
 {
-    std::vector<disk_change> made, recovery;
-    const world rows(ROWS);
-    rows.begin(journal);
-    const files first = {{std::filesystem::canonical(database_file), content_of(database_file)}};
-    noted_changes = &made;
-    make_all_calls();
-
-    const unsigned int seed = setting("ZEL_SEED", std::random_device()()), wanted = setting("ZEL_CUTS", 150);
-    unsigned int cuts = 0, again = 0, undone = 0;
-    for (; cuts < wanted && !HasFailure(); ++cuts) {
-        SCOPED_TRACE("ZEL_CUTS=1 ZEL_SEED=" + std::to_string(seed + cuts));
-        std::mt19937 random(seed + cuts);
+    unsigned int again = 0;
+    survive(setting("ZEL_CUTS", 150), GetParam() == std::string("delete"), [&](std::mt19937 &random) {
         const size_t instant = random() % (made.size() + 1);
         files left = after_power_cut(first, std::span(made).first(instant), random);
-        rows_of_tables found;
-        for (bool is_cut = true; is_cut; again += is_cut) {
-            put_file("");
-            for (const auto &[name, bytes] : left)
-                std::ofstream(name, std::ios::binary) << bytes;
-            recovery.clear();
+        put_files(left);
+        for (; random() % 2; ++again) { // the recovery is cut too
+            std::vector<disk_change> recovery;
             noted_changes = &recovery;
-            found = rows_of_opened_store();
-            is_cut = !recovery.empty() && random() % 2;
+            rows_of_opened_store();
+            noted_changes = nullptr;
             left = after_power_cut(left, std::span(recovery).first(random() % (recovery.size() + 1)), random);
+            put_files(left);
         }
-        const auto last = static_cast<size_t>(
-            std::count_if(steps.begin() + 1, steps.end(), [&](const step &it) { return it.changes <= instant; }));
-        const bool is_undone = !explain(last, found);
-        undone += is_undone;
-        EXPECT_TRUE(!is_undone || (GetParam() == std::string("delete") && last && explain(last - 1, found)))
-            << last << " acknowledged" << changes(steps[last].rows, found);
-    }
-    std::cout << cuts << " power cuts among " << made.size() << " changes of the disk, seed " << seed << ", and "
-              << again << " during recovery; " << undone << " undid the last statement\n";
+        const auto is_before = [&](const step &it) { return it.changes <= instant; };
+        return static_cast<size_t>(std::count_if(steps.begin() + 1, steps.end(), is_before));
+    });
+    std::cout << again << " of the recoveries were cut again, among " << made.size() << " changes of the disk\n";
 }

@@ -1,11 +1,8 @@
 // Each call of the disk and each allocation made to fail, one after the other, under every operation of the store.
 // The short form takes every few allocations; with ZEL_ALL_FAULTS set, all of them.
-#include "operations.h"
+#include "breaking.h"
 
 #include <algorithm>
-#include <climits>
-#include <cstdlib>
-#include <iostream>
 
 using namespace zel_test;
 
@@ -37,10 +34,10 @@ const std::map<std::string, std::set<std::string>> answers_of_absence = {
       " [(44,Ez,5,4),(NULL,NULL,6,4),(1,NULL,3,2),(44,7,0,3),(44,7,1,1)] 5"}},
 };
 
-class StorageFaults : public testing::TestWithParam<std::string>
-{
+struct StorageFaults : breaking_test, testing::WithParamInterface<std::string> {
 };
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](const auto &it) { return it.param; });
+using StorageCreation = breaking_test;
 
 } // namespace
 
@@ -48,18 +45,12 @@ INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](co
 /// one: what comes of it has come of some trouble in the table. A full disk is no reason to try again.
 TEST_P(StorageFaults, meet)
 {
-    use_faulty_disk();
     calls::sleep.answer(0, INT_MAX);
-    const world rows(ROWS);
-    rows.begin();
-    const rows_of_tables before = stored_rows();
-    world::end();
+    const breaking_world rows(ROWS);
     std::map<std::string, int> injected;
     for (const table_line &line : table_of(GetParam())) {
-        const std::string &operation = line.made.name;
-        if (!line.is_first || operation.starts_with("__execute"))
+        if (!line.is_first || line.made.name.starts_with("__execute"))
             continue;
-        SCOPED_TRACE(line.made.text);
         const std::vector<trouble> known = tell(rows, line);
         std::vector<rows_of_tables> states;
         for (const trouble &each : known)
@@ -69,25 +60,17 @@ TEST_P(StorageFaults, meet)
             const int stride = std::getenv("ZEL_ALL_FAULTS") ? 1 : it.stride;
             bool happened = true;
             for (int nth = 1 + injected[it.name] % stride; happened && !HasFailure(); nth += stride) {
-                SCOPED_TRACE(it.name + (" " + std::to_string(nth)));
-                rows.begin("", it.warm);
+                SCOPED_TRACE(line.made.text + ": " + it.name + " " + std::to_string(nth));
                 const int slept = calls::sleep.calls;
                 outcome now;
-                {
-                    const fault planned(it.plan, nth);
-                    now = attempt(line.made);
-                    happened = fault::happened();
-                }
+                std::tie(now, happened) = rows.meet(line.made, it.plan, nth, it.warm);
                 injected[it.name] += happened;
                 EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls == slept);
-                const rows_of_tables found = rows.is_untouched() ? before : stored_rows();
-                now.changed = changes(before, found);
-                world::end();
                 const auto explains = [&](const trouble &each) {
                     return each.met.brief == now.brief && each.met.answer.outputs == now.answer.outputs &&
-                           (in_steps ? lies_between(found, states) : each.met.changed == now.changed);
+                           (in_steps ? lies_between(*now.rows, states) : each.met.changed == now.changed);
                 };
-                const auto absence = answers_of_absence.find(operation);
+                const auto absence = answers_of_absence.find(line.made.name);
                 EXPECT_TRUE(std::any_of(known.begin(), known.end(), explains) ||
                             (absence != answers_of_absence.end() && absence->second.contains(now.shown())))
                     << now.brief << now.shown() << "\n"
@@ -99,9 +82,8 @@ TEST_P(StorageFaults, meet)
         std::cout << name << ": " << times << "\n";
 }
 
-TEST(StorageCreation, what_was_not_created_is_created_next_time)
+TEST_F(StorageCreation, what_was_not_created_is_created_next_time)
 {
-    use_faulty_disk();
     rows_of_tables whole;
     bool happened = true;
     for (int nth = 0; happened; ++nth) {
