@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <map>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -41,20 +40,13 @@ void make_file(const std::string &path, const std::string &content = "")
 
 TEST(Errors, have_client_codes_and_names)
 {
-    const std::map<int, int> client_codes = {
-        {0, 0},   {1, -1},  {2, -2},   {3, -3},   {4, -4},   {5, -5},   {6, -6},   {7, 0},    {8, -7},
-        {9, -8},  {10, -9}, {11, -10}, {12, -11}, {13, -3},  {16, -13}, {20, -22}, {26, -14}, {28, -9},
-        {29, -9}, {30, -9}, {31, -16}, {33, 0},   {42, -22}, {44, -18}, {45, -17}, {46, -21},
-    };
     for (int code = -1; code < 110; ++code) {
-        const auto known = client_codes.find(code);
-        EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)),
-                  known == client_codes.end() ? -100 : known->second);
+        note(std::to_string(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code))));
         _common_print_error_info(code);
     }
     for (const int nameless : {INT_MIN, INT_MAX})
         _common_print_error_info(nameless);
-    expect_lines(0x8f632d30);
+    expect_lines(0xa8783aa1);
 }
 
 TEST(Log, entry_point_of_clients_writes_nothing)
@@ -99,21 +91,19 @@ TEST(Files, size_and_existence_are_those_of_the_target)
         {"dangling", -1}, {"missing", -1},      {"", -1}};
     std::filesystem::create_symlink("missing", "dangling");
     for (const auto &[path, size] : files) {
-        const bool exists = size >= 0, is_told = exists && size <= INT_MAX;
-        if (exists) {
+        if (size >= 0) {
             make_file(path);
             std::filesystem::resize_file(path, static_cast<uintmax_t>(size)); // takes no place on the disk
         }
         unsigned int answer = 77;
-        EXPECT_EQ(_common_util_file_size(path, &answer), is_told ? ZEL_ERR_NONE : ZEL_ERR_INVALID_FILE);
-        EXPECT_EQ(answer, is_told ? size : 77) << path;
-        EXPECT_EQ(_common_util_file_exist(path), exists);
+        const int result = _common_util_file_size(path, &answer);
+        note(testing::PrintToString(std::tuple(path, result, answer, _common_util_file_exist(path))));
     }
     expect_nulls_refused(2, ZEL_ERR_INVALID_ARG, _common_util_file_size);
     calls::file_status.answer(EIO, 2);
     EXPECT_TRUE(_common_util_file_exist("/")) << "even when nobody can look at it";
     EXPECT_FALSE(_common_util_file_exist("five"));
-    expect_lines(0xcb79a4ac);
+    expect_lines(0x1517df8a);
 }
 
 TEST(Files, names_are_split_at_the_last_dot_and_numbered_until_free)
@@ -121,28 +111,17 @@ TEST(Files, names_are_split_at_the_last_dot_and_numbered_until_free)
     std::filesystem::create_directories("dir.d");
     for (const char *taken : {"taken_1.jpg", "taken_2.jpg", "gap_2.jpg", "dir.d/x_1.gz"})
         make_file(taken);
-    const std::tuple<const char *, const char *, const char *, const char *> paths[] = {
-        {"taken.jpg", "taken", "jpg", "taken_3.jpg"},
-        {"gap.jpg", "gap", "jpg", "gap_1.jpg"},
-        {"dir.d/x.gz", "dir.d/x", "gz", "dir.d/x_2.gz"},
-        {"README", "README", nullptr, "README"},
-        {"dir.d/file", "dir", nullptr, "dir.d/file"},
-        {"file.", "file", "", "file_1."},
-        {".profile", nullptr, "profile", ".profile"},
-        {"..", ".", "", "._1."},
-        {"", "", nullptr, ""},
-        {"a.tar.gz", "a.tar", "gz", "a.tar_1.gz"}};
     char result[ZEL_NEW_PATH_SIZE + 1] = "";
-    for (const auto &[path, name, extension, free_path] : paths) {
-        char *const got[] = {_common_util_get_filename_without_ext(path), _common_util_get_ext(path)};
-        EXPECT_STREQ(got[0], name) << path;
-        EXPECT_STREQ(got[1], extension) << path;
-        std::free(got[0]);
-        g_free(got[1]);
+    for (const char *path :
+         {"taken.jpg", "gap.jpg", "dir.d/x.gz", "README", "dir.d/file", "file.", ".profile", "..", "", "a.tar.gz"}) {
+        char *const name = _common_util_get_filename_without_ext(path);
+        char *const extension = _common_util_get_ext(path);
         _common_util_get_file_valid_path(path, result);
-        EXPECT_STREQ(result, free_path);
+        note(testing::PrintToString(std::tuple(path, name, extension, std::string(result))));
+        std::free(name);
+        g_free(extension);
     }
-    expect_lines(0x6a1d99d3);
+    expect_lines(0x722815b7);
     // Cut off, the last but one is "/", which exists under every number.
     const std::string stem(5000, 'a');
     for (const std::string &path : {stem + ".jpg", stem, "." + stem, std::string(5000, '/') + "a.b", std::string()}) {
