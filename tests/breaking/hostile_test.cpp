@@ -38,10 +38,10 @@ std::vector<outcome> effects(const breaking_world &rows, const fault_plan &plan 
     return all;
 }
 
-/// What is told of it without the lines.
+/// What is told of it without the lines; the rows are looked at on their own.
 std::string summary(const outcome &it)
 {
-    return it.brief + it.shown();
+    return it.brief + it.answer.outputs;
 }
 
 const std::string long_text = "long" + std::string(100 * 1024, '\'');
