@@ -72,12 +72,11 @@ TEST_F(Thread, record_holds_its_states_and_null_is_rejected)
     pthread_mutex_lock(&thread.record->available_lock);
     EXPECT_FALSE(is_locked(thread.record->available_lock)) << "the lock is recursive";
     pthread_mutex_unlock(&thread.record->available_lock);
-    expect_nulls_refused(2, false, _common_thread_start);
-    expect_nulls_refused(1, 0, _common_thread_wait_till_start, _common_thread_notify_started,
-                         _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop,
-                         _common_thread_get_wait_status);
-    expect_nulls_refused(1, EINVAL, _common_thread_waitCallback);
-    expect_lines(0xfb00c6f2);
+    leave_out_each(2, _common_thread_start);
+    leave_out_each(1, _common_thread_wait_till_start, _common_thread_notify_started, _common_thread_set_is_running,
+                   _common_thread_sendSignal, _common_thread_stop, _common_thread_get_wait_status,
+                   _common_thread_waitCallback);
+    expect_lines(0x540d7ec8);
 }
 
 TEST_F(Thread, failed_steps_of_start_and_stop_are_told)

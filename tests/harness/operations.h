@@ -32,7 +32,7 @@ outcome attempt(const call &made);
 bool has_steps(const std::string &lines);
 
 struct trouble {
-    std::string kind, which;
+    std::string name; ///< a kind, and which one
     outcome met;
 };
 /// The call as it is usually, and under each trouble that it can meet.

@@ -29,8 +29,8 @@ std::string brief(const std::string &words)
 std::string line_of(const table_line &line, const std::vector<trouble> &told, std::string &full)
 {
     full = line.given + "\n" + line.made.text + "\n";
-    for (const auto &[kind, which, met] : told)
-        full += kind + " " + which + ": " + met.brief + met.shown() + "\n" + met.lines;
+    for (const auto &[name, met] : told)
+        full += name + ": " + met.brief + met.shown() + "\n" + met.lines;
     char checksum[16];
     std::snprintf(checksum, sizeof checksum, " #%06x", g_str_hash(full.c_str()) & 0xffffff);
     return line.made.text + " ->" + brief(told[0].met.brief + told[0].met.shown()) + checksum;
