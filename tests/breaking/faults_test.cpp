@@ -47,7 +47,7 @@ TEST_P(StorageFaults, meet)
 {
     calls::sleep.answer(0, INT_MAX);
     const breaking_world rows(ROWS);
-    std::map<std::string, int> injected;
+    std::map<std::string, int> injected, failures;
     for (const table_line &line : table_of(GetParam())) {
         if (!line.is_first || line.made.name.starts_with("__execute"))
             continue;
@@ -65,6 +65,7 @@ TEST_P(StorageFaults, meet)
                 outcome now;
                 std::tie(now, happened) = rows.meet(line.made, it.plan, nth, it.warm);
                 injected[it.name] += happened;
+                failures[it.name] += now.brief != known[0].met.brief;
                 EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls == slept);
                 const auto explains = [&](const trouble &each) {
                     return each.met.brief == now.brief && each.met.answer.outputs == now.answer.outputs &&
@@ -78,8 +79,10 @@ TEST_P(StorageFaults, meet)
             }
         }
     }
-    for (const auto &[name, times] : injected)
+    for (const auto &[name, times] : injected) {
         std::cout << name << ": " << times << "\n";
+        EXPECT_TRUE(times == 0 || failures[name] > 0) << "no " << name << " was felt";
+    }
 }
 
 TEST_F(StorageCreation, what_was_not_created_is_created_next_time)
