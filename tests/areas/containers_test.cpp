@@ -59,6 +59,7 @@ class Containers : public testing::Test
         _common_queue_deinit(queue, nullptr);
         table = nullptr; // the leak check follows what it names
         queue = nullptr;
+        platform.on_debug_line = nullptr;
     }
 
     void push(std::initializer_list<intptr_t> numbers)
