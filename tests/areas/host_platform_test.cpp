@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,14 +19,16 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
     const int saved = dup(STDERR_FILENO);
     dup2(ends[0], STDERR_FILENO);
-    const auto written = [&] {
-        std::string text(100000, '\0');
-        const ssize_t length = recv(ends[1], text.data(), text.size(), MSG_DONTWAIT);
-        return text.substr(0, length > 0 ? static_cast<size_t>(length) : 0);
-    };
-    // The line without its time and thread, which are looked at here.
-    const auto message = [&] {
-        const std::string line = written();
+    // What is written, without its time and thread, which are looked at here.
+    const auto print = [&](int priority, const std::string &text) {
+        errno = EDOM;
+        const int length = dlog_print(static_cast<log_priority>(priority), "TAG", "%s", text.c_str());
+        EXPECT_EQ(errno, EDOM);
+        std::string line(100000, '\0');
+        line.resize(static_cast<size_t>(std::max<ssize_t>(0, recv(ends[1], line.data(), line.size(), MSG_DONTWAIT))));
+        EXPECT_EQ(static_cast<size_t>(length), line.size());
+        if (line.empty())
+            return line;
         int thread = 0;
         int behind = 0;
         std::tm at = {};
@@ -33,32 +36,21 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
         EXPECT_NEAR(difftime(timegm(&at), time(nullptr)), 0, 2);
         EXPECT_EQ(sscanf(line.c_str(), "%*19c.%*6d %d %n", &thread, &behind), 1) << line;
         EXPECT_EQ(thread, getpid());
+        const size_t in_front = sizeof "2026-11-25 06:34:30.123456 " + std::to_string(thread).size();
+        EXPECT_EQ(static_cast<size_t>(behind), in_front) << line;
         return line.substr(static_cast<size_t>(behind));
     };
-    const std::pair<log_priority, char> letters[] = {{DLOG_VERBOSE, 'V'}, {DLOG_DEBUG, 'D'},   {DLOG_INFO, 'I'},
-                                                     {DLOG_WARN, 'W'},    {DLOG_ERROR, 'E'},   {DLOG_FATAL, 'F'},
-                                                     {DLOG_UNKNOWN, '?'}, {DLOG_PRIO_MAX, '?'}};
-    for (const auto &[priority, letter] : letters) {
-        errno = EDOM;
-        const int length = dlog_print(priority, "TAG", "%s %d\n", "text", 7);
-        EXPECT_EQ(errno, EDOM);
-        const std::string line = std::string(1, letter) + "/TAG: text 7\n";
-        EXPECT_EQ(message(), line);
-        const size_t whole = sizeof "2026-11-25 06:34:30.123456 " + std::to_string(getpid()).size() + line.size();
-        EXPECT_EQ(length, static_cast<int>(whole));
-    }
-    EXPECT_EQ(dlog_print(DLOG_SILENT, "TAG", "silent\n"), 0);
-    EXPECT_EQ(written(), "");
-    for (const std::string &text : {std::string(20000, 'x'), std::string(8145, 'y'), std::string("no newline")}) {
-        dlog_print(DLOG_INFO, "TAG", "%s", text.c_str());
-        EXPECT_EQ(message(), "I/TAG: " + text + "\n");
-    }
+    std::string written;
+    for (int priority = DLOG_UNKNOWN; priority <= DLOG_PRIO_MAX; ++priority)
+        written += print(priority, std::to_string(priority) + "\n");
+    EXPECT_EQ(written, "?/TAG: 0\n?/TAG: 1\nV/TAG: 2\nD/TAG: 3\nI/TAG: 4\nW/TAG: 5\nE/TAG: 6\nF/TAG: 7\n?/TAG: 9\n");
+    for (const std::string &text : {std::string(20000, 'x'), std::string(8145, 'y'), std::string("no newline")})
+        EXPECT_EQ(print(DLOG_INFO, text), "I/TAG: " + text + "\n");
     // No terminal: no colours, and nothing but colours is taken out.
-    dlog_print(DLOG_INFO, "TAG", "\033[0;31mred\033[0;m \033]0;title\007 \033[2J \033[1\033[0m\033");
-    EXPECT_EQ(message(), "I/TAG: red \033]0;title\007 \033[2J \033[1\033\n");
+    EXPECT_EQ(print(DLOG_INFO, "\033[0;31mred\033[0;m \033]0;title\007 \033[2J \033[1\033[0m\033"),
+              "I/TAG: red \033]0;title\007 \033[2J \033[1\033\n");
     if (fork() == 0) {
-        dlog_print(DLOG_INFO, "TAG", "a child's line");
-        EXPECT_EQ(message(), "I/TAG: a child's line\n");
+        EXPECT_EQ(print(DLOG_INFO, "a child's line"), "I/TAG: a child's line\n");
         _exit(HasFailure());
     }
     int status = -1;
