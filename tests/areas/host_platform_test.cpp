@@ -47,8 +47,8 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
     for (const std::string &text : {std::string(20000, 'x'), std::string(8145, 'y'), std::string("no newline")})
         EXPECT_EQ(print(DLOG_INFO, text), "I/TAG: " + text + "\n");
     // No terminal: no colours, and nothing but colours is taken out.
-    EXPECT_EQ(print(DLOG_INFO, "\033[0;31mred\033[0;m \033]0;title\007 \033[2J \033[1\033[0m\033"),
-              "I/TAG: red \033]0;title\007 \033[2J \033[1\033\n");
+    EXPECT_EQ(print(DLOG_INFO, "\033[0;31mred\033[0;m \033]0;message\007 \033[2J \033[1\033[0m\033"),
+              "I/TAG: red \033]0;message\007 \033[2J \033[1\033\n");
     if (fork() == 0) {
         EXPECT_EQ(print(DLOG_INFO, "a child's line"), "I/TAG: a child's line\n");
         _exit(HasFailure());
