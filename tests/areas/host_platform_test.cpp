@@ -19,6 +19,7 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
     const int saved = dup(STDERR_FILENO);
     dup2(ends[0], STDERR_FILENO);
+    const auto time_and_thread = [] { return sizeof "2026-11-25 06:34:30.123456 " + std::to_string(getpid()).size(); };
     // What is written, without its time and thread, which are looked at here.
     const auto print = [&](int priority, const std::string &text) {
         errno = EDOM;
@@ -36,15 +37,16 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
         EXPECT_NEAR(difftime(timegm(&at), time(nullptr)), 0, 2);
         EXPECT_EQ(sscanf(line.c_str(), "%*19c.%*6d %d %n", &thread, &behind), 1) << line;
         EXPECT_EQ(thread, getpid());
-        const size_t in_front = sizeof "2026-11-25 06:34:30.123456 " + std::to_string(thread).size();
-        EXPECT_EQ(static_cast<size_t>(behind), in_front) << line;
+        EXPECT_EQ(static_cast<size_t>(behind), time_and_thread()) << line;
         return line.substr(static_cast<size_t>(behind));
     };
     std::string written;
     for (int priority = DLOG_UNKNOWN; priority <= DLOG_PRIO_MAX; ++priority)
         written += print(priority, std::to_string(priority) + "\n");
     EXPECT_EQ(written, "?/TAG: 0\n?/TAG: 1\nV/TAG: 2\nD/TAG: 3\nI/TAG: 4\nW/TAG: 5\nE/TAG: 6\nF/TAG: 7\n?/TAG: 9\n");
-    for (const std::string &text : {std::string(20000, 'x'), std::string(8145, 'y'), std::string("no newline")})
+    const size_t in_front = time_and_thread() + sizeof "I/TAG:";
+    // The second one is the first that the usual buffer has no room for.
+    for (const std::string &text : {std::string(20000, 'x'), std::string(8192 - in_front, 'y'), std::string("z")})
         EXPECT_EQ(print(DLOG_INFO, text), "I/TAG: " + text + "\n");
     // No terminal: no colours, and nothing but colours is taken out.
     EXPECT_EQ(print(DLOG_INFO, "\033[0;31mred\033[0;m \033]0;message\007 \033[2J \033[1\033[0m\033"),
