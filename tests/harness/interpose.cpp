@@ -52,8 +52,6 @@ bool allocation_fails(size_t count, size_t size)
 
 extern "C" {
 
-ALLOCATION(malloc, 1, size, (size_t size), (size))
-ALLOCATION(calloc, n, size, (size_t n, size_t size), (n, size))
 ALLOCATION(realloc, 1, size, (void *old, size_t size), (old, size))
 ALLOCATION(g_try_malloc0, 1, size, (gsize size), (size))
 ALLOCATION(g_try_malloc0_n, n, size, (gsize n, gsize size), (n, size))

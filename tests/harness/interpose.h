@@ -21,7 +21,7 @@ enum fallible : unsigned {
     DISK = DISK_WRITE | DISK_LOCK | DISK_OTHER,
     SQLITE_MEMORY = 8,
     STATEMENT_TEXT = 16, ///< sqlite3_mprintf and sqlite3_vmprintf, as the library calls them
-    LIBRARY_MEMORY = 32, ///< g_try_*, malloc, calloc, realloc in static code
+    LIBRARY_MEMORY = 32, ///< g_try_* and realloc in static code
 };
 
 struct fault_plan {
