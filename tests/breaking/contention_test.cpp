@@ -79,13 +79,12 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
     put_file("");
     if (set.has_log)
         raw_database().run("PRAGMA journal_mode = WAL");
-    ASSERT_EQ(_common_storage_init(), ZEL_ERR_NONE);
-    write_shared(0, set);
-    world::end();
-
+    const std::string signal = database_folder + "/begin";
     std::vector<pid_t> workers;
     for (unsigned int process = 0; process < PROCESSES; ++process)
-        workers.push_back(start([process, &set] {
+        workers.push_back(start([&signal, process, &set] {
+            while (!std::filesystem::exists(signal))
+                usleep(1000);
             EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
             std::vector<std::thread> threads;
             for (unsigned int i = 1; i <= THREADS; ++i)
@@ -100,8 +99,13 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
             // At most ten attempts for each statement, of which a round has a dozen at most.
             EXPECT_LE(calls::sleep.calls, static_cast<int>(10 * 12 * ROUNDS * THREADS));
         }));
+    // Open all the time: whoever is the first at a log locks it while making its index.
+    EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
+    write_shared(0, set);
+    std::ofstream(signal).close();
     for (const pid_t worker : workers)
         EXPECT_EQ(wait_for(worker), 0);
+    world::end();
 
     std::multiset<std::string> stored, acknowledged;
     raw_database raw;
