@@ -1,12 +1,9 @@
 #include "zel_store.h"
 
 #include <clocale>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <glib.h>
 #include <map>
-#include <sstream>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -21,71 +18,62 @@ void terminal::look()
     has_colours = is_terminal && !(no_colour && *no_colour) && g_strcmp0(std::getenv("TERM"), "dumb") != 0;
     winsize size = {};
     ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
-    width = !is_terminal ? 0 : size.ws_col ? size.ws_col : 80;
+    width = !is_terminal ? 0 : size.ws_col >= 20 ? size.ws_col : 80; // narrower no text can be broken
     height = size.ws_row ? size.ws_row : 24;
 }
 
-std::string format(const char *fmt, ...)
+std::string taken(char *made)
 {
-    va_list args;
-    va_start(args, fmt);
-    const std::unique_ptr<char, void (*)(void *)> made(g_strdup_vprintf(fmt, args), g_free);
-    va_end(args);
-    return made.get();
+    std::string text = made ? made : "";
+    g_free(made);
+    return text;
 }
 
-std::string safe(std::string_view text)
+std::string safe(const std::string &text)
 {
-    static const std::map<gunichar, char> PLAINER = {{0x2026, '~'}, {0x2588, '#'}, {0x00B7, '-'}}; // of the tool's own
+    // What the tool itself writes and, between a number and its unit, GLib: a blank that nobody would find.
+    static const std::map<gunichar, char> PLAINER = {{0x2026, '~'}, {0x2588, '#'}, {0x00B7, '-'}, {0x00A0, ' '}};
     std::string result;
-    for (size_t length = 0; !text.empty(); text.remove_prefix(length)) {
-        const gunichar letter = g_utf8_get_char_validated(text.data(), static_cast<gssize>(text.size()));
-        const bool is_letter = letter < 0x110000;
-        length = is_letter ? static_cast<size_t>(g_unichar_to_utf8(letter, nullptr)) : 1;
-        // No letter but an order to the terminal, or what turns the text around it.
-        const bool is_dangerous = !is_letter || !g_unichar_isprint(letter) || letter == 0x061C || letter == 0xFEFF ||
-                                  (letter >= 0x200B && letter <= 0x200F) || (letter >= 0x2028 && letter <= 0x202E) ||
-                                  (letter >= 0x2060 && letter <= 0x206F);
-        if (!is_dangerous && (length == 1 || screen.knows_utf8))
-            result += text.substr(0, length);
+    for (size_t at = 0, length = 0; at < text.size(); at += length) {
+        const gunichar letter = g_utf8_get_char_validated(&text[at], static_cast<gssize>(text.size() - at));
+        // Else it is an order to the terminal, turns the text around it, or ends a line.
+        const bool is_harmless = letter < 0x110000 && g_unichar_isprint(letter) && letter != 0x2028 && letter != 0x2029;
+        length = letter < 0x110000 ? static_cast<size_t>(g_unichar_to_utf8(letter, nullptr)) : 1;
+        if (is_harmless && (length == 1 || (screen.knows_utf8 && letter != 0x00A0)))
+            result += text.substr(at, length);
         else if (length == 1)
-            result += format("\\x%02x", static_cast<unsigned int>(static_cast<unsigned char>(text[0])));
+            result += FORMAT("\\x%02x", static_cast<unsigned int>(static_cast<unsigned char>(text[at])));
         else
-            result += PLAINER.contains(letter) ? std::string(1, PLAINER.at(letter)) : format("\\u{%x}", letter);
+            result += PLAINER.contains(letter) ? std::string(1, PLAINER.at(letter)) : FORMAT("\\u{%x}", letter);
     }
     return result;
 }
 
-std::string shown(std::string_view text, int colour)
+std::string shown(const std::string &text, int colour, int indentation)
 {
-    std::string line = safe(text);
-    int used = 0;
-    size_t fitting = 0; // bytes that leave a column for the mark of what is missing
-    for (const char *at = line.c_str(); *at; at = g_utf8_next_char(at)) {
-        fitting = used < screen.width ? static_cast<size_t>(at - line.c_str()) : fitting;
-        const gunichar letter = g_utf8_get_char(at);
-        used += g_unichar_iszerowidth(letter) ? 0 : g_unichar_iswide(letter) ? 2 : 1;
-    }
-    if (screen.width > 0 && used > screen.width)
-        line = line.substr(0, fitting) + safe("…");
-    return screen.has_colours && colour != PLAIN ? format("\033[%dm%s\033[0m", colour, line.c_str()) : line;
+    std::string lines = safe(text);
+    const int rest = screen.width - indentation; // broken between words, or within one that is too long
+    const std::string fitting =
+        FORMAT("(*UTF)(?|^(.{0,%d})(?: |$)|(.{1,%d})(?: |$)|(.{%d}))", screen.width, rest, rest);
+    const std::vector<texts> parts = screen.width > 0 ? matches(fitting, lines) : std::vector<texts>{};
+    for (size_t i = 0; i < parts.size(); ++i)
+        lines = i == 0 ? parts[i][1] : lines + "\n" + std::string(static_cast<size_t>(indentation), ' ') + parts[i][1];
+    if (screen.has_colours && colour != PLAIN)
+        lines = FORMAT("\033[%dm%s\033[0m", colour, lines.c_str());
+    return lines + "\n";
 }
 
-void print(std::string_view text, int colour)
+std::string labelled(const char *label, const std::string &text)
 {
-    std::puts(shown(text, colour).c_str());
+    return shown(FORMAT("  %-9s %s", label, text.c_str()), PLAIN, 12);
 }
 
-void print_labelled(const char *label, std::string_view text)
+std::string lines_of(const json &rows)
 {
-    std::string line = format("  %-9s", label);
-    std::istringstream words(safe(text));
-    for (std::string word; words >> word; line += " " + word)
-        if (line.size() > 11 && line.size() + word.size() >= static_cast<size_t>(screen.width ? screen.width : 100)) {
-            std::puts(line.c_str());
-            line.assign(11, ' ');
-        }
-    std::puts(line.c_str());
+    std::string lines;
+    for (const json &row : rows)
+        lines += shown(text(row, "line"), row["style"]) + (row["detail"].is_null() ? "" : shown(text(row, "detail")));
+    return lines;
 }
 
 std::string written(const json &document, int indentation)
@@ -101,42 +89,23 @@ std::string text(const json &row, const char *name)
 
 std::string amount(long long bytes)
 {
-    static constexpr const char *UNITS[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-    auto number = static_cast<double>(bytes);
-    size_t unit = 0;
-    for (; number >= 1024 && unit < 4; ++unit)
-        number /= 1024;
-    return format("%.*f %s", unit == 0 ? 0 : 1, number, UNITS[unit]);
+    return taken(g_format_size_full(static_cast<guint64>(bytes), G_FORMAT_SIZE_IEC_UNITS));
 }
 
-texts match(const char *pattern, std::string_view text)
+std::vector<texts> matches(const std::string &pattern, const std::string &text)
 {
-    static auto &compiled = *new std::map<const char *, GRegex *>;
+    static auto &compiled = *new std::map<std::string, GRegex *>;
     GRegex *&regex = compiled[pattern];
     if (!regex)
-        regex = g_regex_new(pattern, static_cast<GRegexCompileFlags>(G_REGEX_OPTIMIZE | G_REGEX_RAW), {}, nullptr);
+        regex =
+            g_regex_new(pattern.c_str(), static_cast<GRegexCompileFlags>(G_REGEX_OPTIMIZE | G_REGEX_RAW), {}, nullptr);
+    std::vector<texts> found;
     GMatchInfo *info = nullptr;
-    texts groups;
-    if (g_regex_match_full(regex, text.data(), static_cast<gssize>(text.size()), 0, {}, &info, nullptr))
-        for (int i = 0, from = 0, to = 0; i <= g_regex_get_capture_count(regex); ++i) {
-            const bool is_there = g_match_info_fetch_pos(info, i, &from, &to) && from >= 0;
-            groups.emplace_back(is_there ? text.substr(static_cast<size_t>(from), static_cast<size_t>(to - from)) : "");
-        }
-    g_match_info_free(info);
-    return groups;
-}
-
-std::vector<texts> advice(std::string_view page, std::string_view heading)
-{
-    page.remove_prefix(page.find(heading) + heading.size());
-    std::istringstream section(std::string(page.substr(0, page.find("\n## "))));
-    std::vector<texts> rows;
-    for (std::string line; std::getline(section, line);) {
-        for (size_t at = 0; (at = line.find("](")) != std::string::npos; line.erase(line.rfind('[', at), 1))
-            line.erase(at, line.find(')', at) + 1 - at); // of a link its text stays
-        texts &row = rows.emplace_back();
-        for (size_t at = 2, end = 0; (end = line.find(" |", at)) != std::string::npos; at = end + 3)
-            row.push_back(line.substr(at, end - at));
+    for (g_regex_match(regex, text.c_str(), {}, &info); g_match_info_matches(info); g_match_info_next(info, nullptr)) {
+        texts &groups = found.emplace_back();
+        for (int i = 0; i <= g_regex_get_capture_count(regex); ++i)
+            groups.push_back(taken(g_match_info_fetch(info, i)));
     }
-    return rows;
+    g_match_info_free(info);
+    return found;
 }
