@@ -7,7 +7,7 @@
 #include <cstdio>
 
 int main(int argc, char **argv)
-{
+try {
     screen.look();
     CLI::App app{"Looks into a store of the sharing library and into its trace, without disturbing who uses it.",
                  "zel-store"};
@@ -16,7 +16,7 @@ int main(int argc, char **argv)
     app.require_subcommand(1);
 
     options wanted;
-    outcome result;
+    outcome result = {};
     const auto add = [&](const char *name, const char *does, outcome (*run)(const options &)) {
         CLI::App *const command = app.add_subcommand(name, does);
         command->callback([&, run] { result = run(wanted); });
@@ -46,13 +46,13 @@ int main(int argc, char **argv)
     copy_it->add_option("[STORE] TO", wanted.copied, "What to copy, and where to")->required()->expected(1, 2);
     try {
         app.parse(argc, argv);
-        std::fputs((result.document.is_null() || !wanted.as_json ? result.view : written(result.document)).c_str(),
-                   stdout);
-        return result.status;
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? FINE : CANNOT_READ;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "zel-store: %s\n", safe(error.what()).c_str());
-        return CANNOT_READ;
     }
+    const bool is_document = wanted.as_json && !result.document.is_null();
+    std::fputs((is_document ? written(result.document) : result.view).c_str(), stdout);
+    return result.status;
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "zel-store: %s\n", safe(error.what()).c_str());
+    return CANNOT_READ;
 }

@@ -121,7 +121,7 @@ outcome watch(const options &wanted)
         const bool is_pressed = poll(&keyboard, 1, static_cast<int>(wanted.interval * 1000)) == 1;
         key = !is_pressed ? '\0' : read(STDIN_FILENO, &key, 1) == 1 ? key : 'q';
     }
-    return {FINE, ""};
+    return {FINE, "", {}};
 }
 
 outcome check(const options &wanted)
@@ -145,9 +145,6 @@ outcome check(const options &wanted)
     }
     const size_t number = read.findings.size();
     view += number == 0 ? shown("Sound: nothing was found.", GREEN) : shown(FORMAT("Findings: %zu.", number), RED);
-    return {!read.is_readable ? CANNOT_READ
-            : number == 0     ? FINE
-                              : FINDINGS,
-            view,
-            {{"store", read.file}, {"findings", read.findings}}};
+    const exit_status status = !read.is_readable ? CANNOT_READ : number == 0 ? FINE : FINDINGS;
+    return {status, view, {{"store", read.file}, {"findings", read.findings}}};
 }

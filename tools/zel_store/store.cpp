@@ -182,12 +182,13 @@ store::store(const std::string &named)
     const fs::path path = fs::is_directory(named, error) ? named / fs::path(ZEL_DATABASE).filename() : fs::path(named);
     struct stat status = {};
     errno = 0;
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || access(path.c_str(), R_OK) != 0)
-        throw unreadable(path.string() + ": " +
-                         (errno == ENOENT ? "there is no store. zel-store init makes one; STORE is its file or folder."
-                          : errno == 0
-                              ? "is no regular file. Name the store's file or its folder."
-                              : std::string(g_strerror(errno)) + ". Run zel-store as the service's user or as root."));
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        throw unreadable(path.string() + ": is no regular file. Name the store's file or its folder.");
+    if (errno == ENOENT || errno == ENOTDIR)
+        throw unreadable(path.string() + ": there is no store. zel-store init makes one; STORE is its file or folder.");
+    if (access(path.c_str(), R_OK) != 0)
+        throw unreadable(path.string() + ": " + g_strerror(errno) +
+                         ". Run zel-store as the service's user or as root.");
     const passwd *const owner = getpwuid(status.st_uid);
     file = {{"path", fs::absolute(path).lexically_normal().string()},
             {"owner", owner ? owner->pw_name : std::to_string(status.st_uid)},
@@ -199,11 +200,11 @@ store::store(const std::string &named)
     rows(FORMAT("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups", BATCH_LIMIT, RETRY_CAP,
                 GROUP_LIMIT));
     // The private copy goes with its folder as soon as it is open, and no signal ends the program before that.
+    std::string folder = (fs::temp_directory_path() / "zel-store.XXXXXX").string();
     sigset_t all;
     sigset_t signals;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &signals);
-    std::string folder = (fs::temp_directory_path() / "zel-store.XXXXXX").string();
     folder = mkdtemp(folder.data()) ? folder : folder + " (cannot be made)";
     const std::shared_ptr<void> end(nullptr, [&](void *) {
         fs::remove_all(folder, error);
@@ -250,7 +251,7 @@ outcome copy(const options &wanted)
         fs::remove(target);
         throw unreadable(target + ": " + complaint + ". Nothing was left there; cp copies a damaged file as it is.");
     }
-    return {FINE, shown(target + " is a copy of " + text(read.file, "path") + ", mode 0600.")};
+    return {FINE, shown(target + " is a copy of " + text(read.file, "path") + ", mode 0600."), {}};
 }
 
 outcome init(const options &wanted)
@@ -275,10 +276,9 @@ outcome init(const options &wanted)
         g_usleep(10000);
         _common_storage_db_create();
     }
-    view += shown(taken(
-        g_strdup_printf("%s is ready: version %d, all %zu tables.", ZEL_DATABASE, SCHEMA_VERSION, std::size(TABLES))));
+    view += shown(FORMAT("%s is ready: version %d, all %zu tables.", ZEL_DATABASE, SCHEMA_VERSION, std::size(TABLES)));
     if (!wanted.uses_log)
-        return {FINE, view};
+        return {FINE, view, {}};
     const connection database;
     std::string complaint;
     const std::string setting = "PRAGMA busy_timeout = 2000; ATTACH ? AS live; PRAGMA live.journal_mode = WAL";
@@ -288,7 +288,7 @@ outcome init(const options &wanted)
         shown("The write-ahead log is set for good: readers and a writer do not meet any more, and an acknowledged"
               " statement is safe against a power cut. Files -wal and -shm belong to the store: copy it with zel-store"
               " copy, keep it on a local file system. Back again: PRAGMA journal_mode = DELETE in the sqlite3 shell.");
-    return {FINE, view};
+    return {FINE, view, {}};
 }
 
 // The tool is the platform of the library that it holds. Of the library's lines it tells only the failures.

@@ -52,12 +52,14 @@ std::string safe(const std::string &text)
 std::string shown(const std::string &text, int colour, int indentation)
 {
     std::string lines = safe(text);
-    const int rest = screen.width - indentation; // broken between words, or within one that is too long
-    const std::string fitting =
-        FORMAT("(*UTF)(?|^(.{0,%d})(?: |$)|(.{1,%d})(?: |$)|(.{%d}))", screen.width, rest, rest);
-    const std::vector<texts> parts = screen.width > 0 ? matches(fitting, lines) : std::vector<texts>{};
-    for (size_t i = 0; i < parts.size(); ++i)
-        lines = i == 0 ? parts[i][1] : lines + "\n" + std::string(static_cast<size_t>(indentation), ' ') + parts[i][1];
+    if (const int rest = screen.width - indentation; rest > 0) { // broken between words, or in one that is too long
+        std::string broken;
+        const std::string fitting =
+            FORMAT("(*UTF)(?|^(.{0,%d})(?: |$)|(.{1,%d})(?: |$)|(.{%d}))", screen.width, rest, rest);
+        for (const texts &part : matches(fitting, lines))
+            broken += (broken.empty() ? "" : "\n" + std::string(static_cast<size_t>(indentation), ' ')) + part[1];
+        lines = broken;
+    }
     if (screen.has_colours && colour != PLAIN)
         lines = FORMAT("\033[%dm%s\033[0m", colour, lines.c_str());
     return lines + "\n";

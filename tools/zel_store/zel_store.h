@@ -60,9 +60,9 @@ struct options {
 
 /** What a command ends with, for a person or a program. */
 struct outcome {
-    exit_status status = FINE;
+    exit_status status;
     std::string view;
-    json document = {};
+    json document;
 };
 
 outcome show(const options &wanted);
