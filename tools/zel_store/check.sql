@@ -28,6 +28,8 @@ CREATE TEMP VIEW "finished-with-open-files" AS SELECT sync_id AS "content_info_s
     AND req_id IN (SELECT req_id FROM upload_request_data WHERE status_word LIKE '%finished');
 CREATE TEMP VIEW "given-up" AS SELECT sync_id AS "content_info_status.sync_id" FROM content_info_status JOIN limits
     WHERE status_word = 'failed' AND fail_retry_count > retries;
+CREATE TEMP VIEW "interrupted" AS SELECT sync_id AS "content_info_status.sync_id" FROM content_info_status JOIN limits
+    WHERE status_word = 'ongoing' AND is_unused;
 
 SELECT name AS kind, format('SELECT * FROM "%w"', name) AS statement FROM temp.sqlite_master WHERE type = 'view'
 UNION ALL SELECT kind, format('SELECT %s || '': %s '' || coalesce(%s, ''NULL'') AS "%s.%s" FROM %s WHERE %s',

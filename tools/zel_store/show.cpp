@@ -20,11 +20,11 @@ void add_paces(const store &read)
 {
     static std::map<long long, std::pair<double, gint64>> known;
     const gint64 now = g_get_monotonic_time(); // in microseconds
-    for (const json &one : read.rows("SELECT sync_id, percentage, bytes FROM movements")) {
+    for (const json &one : read.rows("SELECT * FROM movements")) {
         const double bytes = one["bytes"];
         const auto [first_bytes, first_time] = known.emplace(one["sync_id"], std::pair(bytes, now)).first->second;
         const double speed = (bytes - first_bytes) * 1e6 / static_cast<double>(now - first_time + 1);
-        const double left = bytes * (100 / one["percentage"].get<double>() - 1) / speed;
+        const double left = bytes * (100 / one["percent"].get<double>() - 1) / speed;
         if (speed >= 1)
             read.rows("INSERT INTO paces VALUES(?, format('  %s/s, %d s left', amount(CAST(? AS INTEGER)), ?))",
                       {text(one, "sync_id"), std::to_string(speed), std::to_string(left)});

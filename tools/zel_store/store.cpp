@@ -82,7 +82,7 @@ void copy_consistently(const std::string &path, const std::string &target)
             fs::remove(target + suffix, error);
             fs::copy_file(path + suffix, target + suffix, error);
             if (error && (suffix.empty() || error != std::errc::no_such_file_or_directory))
-                throw unreadable(target + suffix + ": " + error.message() + ". Name a folder with room in TMPDIR.");
+                throw unreadable(target + suffix + ": " + error.message() + ". Is " + path + " there, room in TMPDIR?");
         }
     }
 }
@@ -195,10 +195,11 @@ store::store(const std::string &named)
             {"mode", FORMAT("%04o", status.st_mode & 07777U)},
             {"open_in", openers_of(path)},
             {"sees_all_processes", geteuid() == 0}};
+    const bool is_unused = file["open_in"].empty() && (geteuid() == 0 || geteuid() == status.st_uid);
     for (const table &one : TABLES)
         rows(one.create);
-    rows(FORMAT("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups", BATCH_LIMIT, RETRY_CAP,
-                GROUP_LIMIT));
+    rows(FORMAT("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups, %d AS is_unused",
+                BATCH_LIMIT, RETRY_CAP, GROUP_LIMIT, is_unused));
     // The private copy goes with its folder as soon as it is open, and no signal ends the program before that.
     std::string folder = (fs::temp_directory_path() / "zel-store.XXXXXX").string();
     sigset_t all;

@@ -1,7 +1,6 @@
 #include "zel_store.h"
 
 #include <clocale>
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <sys/ioctl.h>
@@ -99,8 +98,7 @@ std::vector<texts> matches(const std::string &pattern, const std::string &text)
     static auto &compiled = *new std::map<std::string, GRegex *>;
     GRegex *&regex = compiled[pattern];
     if (!regex)
-        regex =
-            g_regex_new(pattern.c_str(), static_cast<GRegexCompileFlags>(G_REGEX_OPTIMIZE | G_REGEX_RAW), {}, nullptr);
+        regex = g_regex_new(pattern.c_str(), GRegexCompileFlags(G_REGEX_OPTIMIZE | G_REGEX_RAW), {}, nullptr);
     std::vector<texts> found;
     GMatchInfo *info = nullptr;
     for (g_regex_match(regex, text.c_str(), {}, &info); g_match_info_matches(info); g_match_info_next(info, nullptr)) {

@@ -1,9 +1,9 @@
 -- What a view shows, in lines by section, and the tables that a document shows. Narrowed to the request ?1 and the
 -- share ?2, or one of them if the other is ''. Gives the statements that shorten what is secret.
 CREATE TEMP TABLE paces (sync_id INTEGER PRIMARY KEY, pace);
-CREATE TEMP VIEW movements AS SELECT sync_id, percentage, coalesce(nullif(offset, 0), size * percentage / 100) AS bytes
-    FROM content_info_status LEFT JOIN content_info USING (content_id)
-    WHERE status_word = 'ongoing' AND percentage > 0 AND bytes > 0;
+CREATE TEMP VIEW movements AS SELECT sync_id, percentage + 0.0 AS percent, 0.0 +
+    coalesce(nullif(offset, 0), size * percentage / 100) AS bytes FROM content_info_status
+    LEFT JOIN content_info USING (content_id) WHERE status_word = 'ongoing' AND percent > 0 AND bytes > 0;
 CREATE TEMP TABLE summary AS
     SELECT column1 AS kind, count(*) FILTER (WHERE status_word = 'ongoing' AND fail_retry_count = 0) AS in_use,
            count(*) FILTER (WHERE status_word = 'ongoing' AND fail_retry_count > 0) AS retries,

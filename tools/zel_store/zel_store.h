@@ -36,7 +36,8 @@ struct connection {
  * A private copy of a store, taken without a lock, a write or a connection to the file, so that nobody notices. What a
  * writer has broken off is undone in the copy. The database has the tables as the library makes them, filled with all
  * rows that can be read; ids are unsigned. A column that has a vocabulary has its word in one more, NAME_word, which
- * begins with a question mark when there is none. limits(batch, retries, groups) are the store's, "copy" is the file.
+ * begins with a question mark when there is none. limits(batch, retries, groups) are the store's, and is_unused
+ * is true when its owner has no process that has it open; "copy" is the file.
  */
 struct store : connection {
     /** Throws unreadable when the store is missing, closed to this user, or written too fast for a whole copy. */
