@@ -82,7 +82,7 @@ void copy_consistently(const std::string &path, const std::string &target)
             fs::remove(target + suffix, error);
             fs::copy_file(path + suffix, target + suffix, error);
             if (error && (suffix.empty() || error != std::errc::no_such_file_or_directory))
-                throw unreadable(target + suffix + ": " + error.message() + ". Is " + path + " there, room in TMPDIR?");
+                throw unreadable(target + suffix + ": " + error.message() + ". Is the store there, room in TMPDIR?");
         }
     }
 }
