@@ -40,6 +40,15 @@ std::string text(const std::string &value)
     return number(static_cast<int>(value.size())) + value;
 }
 
+template <typename Value> std::string written(zel_err_e (*writer)(void *, int *, Value), Value value)
+{
+    std::string buffer(1000, '#');
+    int end = 1;
+    EXPECT_EQ(writer(buffer.data(), &end, value), ZEL_ERR_NONE);
+    EXPECT_EQ(buffer.find_first_not_of('#', static_cast<size_t>(end)), std::string::npos);
+    return buffer.substr(1, static_cast<size_t>(end - 1));
+}
+
 // Reads from exactly as many bytes as the content has, so that the address check sees every step beyond. True for
 // ZEL_ERR_NONE; otherwise the result must be ZEL_ERR_MEMORY and the outputs untouched.
 template <typename Output>
@@ -60,16 +69,12 @@ const std::string bytes = text("contents_token") + text("description") + text("t
                           text("content_type") + text("contents_token") + number(4000000001U) + number(4000000002U) +
                           number(4000000003U) + number(4000000004U) + std::string(44, '\0');
 
-// What is written, which must be as long as it is said to be.
+// A share as it is written, which must be as long as it is said to be.
 std::string encode(share *source)
 {
-    std::string encoded(1000, '#');
-    int end = 1;
-    EXPECT_EQ(__set_share_content_info_list(encoded.data(), &end, source), ZEL_ERR_NONE);
-    const unsigned int size = __find_length_of_share_content_info_list(source);
-    EXPECT_EQ(end, 1 + static_cast<int>(size));
-    EXPECT_EQ(encoded.find_first_not_of('#', 1 + size), std::string::npos);
-    return encoded.substr(1, size);
+    const std::string encoded = written(__set_share_content_info_list, source);
+    EXPECT_EQ(__find_length_of_share_content_info_list(source), encoded.size());
+    return encoded;
 }
 
 // What is read must be what is written again; nothing when it is refused.
@@ -162,23 +167,18 @@ TEST(Request, null_arguments_are_rejected)
 
 TEST(Fields, are_native_and_unaligned)
 {
-    char buffer[16];
-    int end = 1;
-    const auto written = [&] { return std::string(buffer + 1, static_cast<size_t>(std::exchange(end, 1) - 1)); };
-    const auto round_trip = [&](auto set, auto get, auto value) {
-        EXPECT_EQ(set(buffer, &end, value), ZEL_ERR_NONE);
-        EXPECT_EQ(written(), number(value));
+    const auto round_trip = [](auto set, auto get, auto value) {
+        EXPECT_EQ(written(set, value), number(value));
+        int end = 1;
         decltype(value) got = 0;
-        EXPECT_EQ(get(buffer, &end, &got), ZEL_ERR_NONE);
-        EXPECT_EQ(std::pair(std::exchange(end, 1), got), std::pair(1 + static_cast<int>(sizeof value), value));
+        EXPECT_EQ(get(("#" + number(value)).data(), &end, &got), ZEL_ERR_NONE);
+        EXPECT_EQ(std::pair(end, got), std::pair(1 + static_cast<int>(sizeof value), value));
     };
     round_trip(__set_unsigned_int, __get_unsigned_int, 0xfffefdfcU);
     round_trip(__set_int, __get_int, -2);
     round_trip(__set_unsigned_long_long, __get_unsigned_long_long, 0x8877665544332211ULL);
-    for (const char *string : {"abc", "", static_cast<const char *>(nullptr)}) {
-        EXPECT_EQ(__set_string(buffer, &end, string), ZEL_ERR_NONE);
-        EXPECT_EQ(written(), text(string ? string : ""));
-    }
+    for (const char *string : {"abc", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(written(__set_string, string), text(string ? string : ""));
     EXPECT_EQ(take_trace(), "");
 }
 
