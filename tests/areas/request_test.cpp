@@ -25,11 +25,6 @@ constexpr char *request::*strings[] = {&request::description,    &request::local
 constexpr GList *request::*lists[] = {&request::receiver_list, &request::url_list, &request::file_list,
                                       &request::server_file_list};
 
-const char *first_of(const GList *list)
-{
-    return static_cast<const char *>(list->data);
-}
-
 template <typename Value> std::string number(Value value)
 {
     return {reinterpret_cast<const char *>(&value), sizeof value};
@@ -40,6 +35,7 @@ std::string text(const std::string &value)
     return number(static_cast<int>(value.size())) + value;
 }
 
+// What is written behind a place that is not aligned; nothing may be touched behind that.
 template <typename Value> std::string written(zel_err_e (*writer)(void *, int *, Value), Value value)
 {
     std::string buffer(1000, '#');
@@ -117,7 +113,7 @@ TEST(Request, a_copy_is_dumped_and_independent_but_for_three_members)
     for (const auto string : strings)
         note(copy->*string);
     for (const auto list : lists)
-        note(first_of(copy->*list));
+        note(static_cast<const char *>((copy->*list)->data));
     g_clear_pointer(&copy->group_id, g_free);
     __print_zel_request(copy, "send_it", 42);
 
@@ -141,13 +137,14 @@ TEST(Request, a_copy_has_no_handle_that_cannot_be_cloned_and_lists_up_to_a_null)
         source.caller = platform.clone_left_behind = caller;
         platform.clone_result = -12;
         EXPECT_EQ(_common_copy_zel_request_members(&source, &copy), ZEL_ERR_NONE);
-        EXPECT_STREQ(first_of(copy.receiver_list), "first");
-        EXPECT_TRUE(g_list_length(copy.receiver_list) == 2 && !copy.url && !copy.caller);
+        for (const GList *node = copy.receiver_list; node; node = node->next)
+            note(static_cast<const char *>(node->data));
+        EXPECT_TRUE(!copy.url && !copy.caller);
         _common_free_zel_request_members(&copy);
     }
     EXPECT_EQ(g_list_length(source.receiver_list), 4u);
     _common_free_zel_request_members(&source);
-    expect_lines(0xfc629036);
+    expect_lines(0xcb571686);
 }
 
 TEST(Request, null_arguments_are_rejected)
