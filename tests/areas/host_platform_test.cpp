@@ -54,6 +54,7 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
     expect("I/TAG: red \033]0;message\007 \033[2J \033[1\033", DLOG_INFO,
            "\033[0;31mred\033[0;m \033]0;message\007 \033[2J \033[1\033[0m\033");
     if (fork() == 0) {
+        sleep(1); // its second is not the one that its parent has worked out
         expect("I/TAG: a child's line", DLOG_INFO, "a child's line");
         _exit(HasFailure());
     }
