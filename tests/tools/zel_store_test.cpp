@@ -76,7 +76,8 @@ TEST_F(ZelStore, check_finds_each_contradiction)
          "duplicate-notification:5, 7;duplicate-group:3, 4;download-without-item:12, 13;upload-without-request:10;"
          "recipient-without-request:5;member-without-group:1, 2, 5, 6;file-count:1: says 5, has 6, 2: says 6, has 2, "
          "3: says 7, has 1;recipient-count:1: says 2, has 3, 2: says 3, has 1, 3: says 4, has 0;"
-         "finished-with-open-files:1, 2;given-up:6;interrupted:2;floating-point:21: expired_time 1.0e+19;unknown-value:1: read_noti "
+         "finished-with-open-files:1, 2;given-up:6;interrupted:2;floating-point:21: expired_time "
+         "1.0e+19;unknown-value:1: read_noti "
          "3;unknown-value:1: push_status 4294967296;unknown-value:10: status 6;unknown-value:1: downloaded 2;"
          "unknown-value:10: wifi_only 2;unknown-value:13: percentage 104;unknown-value:1: index_value 10\n"});
     raw("PRAGMA writable_schema = 1; UPDATE sqlite_master SET rootpage = 3 WHERE name = 'content_info'");
