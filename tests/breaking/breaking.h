@@ -32,33 +32,6 @@ struct breaking_test : testing::Test {
     }
 };
 
-/// A world in which calls meet faults.
-struct breaking_world : world {
-    explicit breaking_world(world_size size) : world(size)
-    {
-        begin();
-        before = stored_rows();
-        end();
-    }
-    /// How the call goes while the n-th of the planned calls fails, with the rows behind it, and whether one has
-    /// failed.
-    std::pair<outcome, bool> meet(const call &made, const fault_plan &plan, int nth = 1, bool warm = false) const
-    {
-        begin("", warm);
-        std::pair<outcome, bool> met;
-        {
-            const fault planned(plan, nth);
-            met.first = attempt(made);
-            met.second = fault::happened();
-        }
-        met.first.rows = std::make_shared<rows_of_tables>(is_untouched() ? before : stored_rows());
-        met.first.changed = changes(before, *met.first.rows);
-        end();
-        return met;
-    }
-    rows_of_tables before;
-};
-
 /// Works in a process of its own.
 template <typename Work> pid_t start(const Work &work)
 {

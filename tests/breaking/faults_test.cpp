@@ -46,7 +46,7 @@ using StorageCreation = breaking_test;
 TEST_P(StorageFaults, meet)
 {
     calls::sleep.answer(0, INT_MAX);
-    const breaking_world rows(ROWS);
+    const world rows(ROWS);
     std::map<std::string, int> injected, failures;
     for (const table_line &line : table_of(GetParam())) {
         if (!line.is_first || line.made.name.starts_with("__execute"))
@@ -54,22 +54,22 @@ TEST_P(StorageFaults, meet)
         const std::vector<trouble> known = tell(rows, line);
         std::vector<rows_of_tables> states;
         for (const trouble &each : known)
-            states.push_back(*each.met.rows);
+            states.push_back(each.met.rows);
         const bool in_steps = has_steps(known[0].met.lines);
         for (const kind_of_fault &it : kinds) {
             const int stride = std::getenv("ZEL_ALL_FAULTS") ? 1 : it.stride;
-            bool happened = true;
-            for (int nth = 1 + injected[it.name] % stride; happened && !HasFailure(); nth += stride) {
+            bool has_met_fault = true;
+            for (int nth = 1 + injected[it.name] % stride; has_met_fault && !HasFailure(); nth += stride) {
                 SCOPED_TRACE(line.made.text + ": " + it.name + " " + std::to_string(nth));
                 const int slept = calls::sleep.calls;
-                outcome now;
-                std::tie(now, happened) = rows.meet(line.made, it.plan, nth, it.warm);
-                injected[it.name] += happened;
+                const outcome now = meet(rows, line.made, {"", it.plan, nth, it.warm});
+                has_met_fault = now.has_met_fault;
+                injected[it.name] += has_met_fault;
                 failures[it.name] += now.brief != known[0].met.brief;
                 EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls == slept);
                 const auto explains = [&](const trouble &each) {
                     return each.met.brief == now.brief && each.met.answer.outputs == now.answer.outputs &&
-                           (in_steps ? lies_between(*now.rows, states) : each.met.changed == now.changed);
+                           (in_steps ? lies_between(now.rows, states) : each.met.changed == now.changed);
                 };
                 const auto absence = answers_of_absence.find(line.made.name);
                 EXPECT_TRUE(std::any_of(known.begin(), known.end(), explains) ||

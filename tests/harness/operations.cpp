@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <functional>
-#include <optional>
 
 namespace zel_test
 {
@@ -30,76 +28,58 @@ bool has_steps(const std::string &lines)
     return count(lines, ":  query [") > 1;
 }
 
+outcome meet(const world &in, const call &made, const circumstances &with)
+{
+    in.begin(with.given, with.warm);
+    const rows_of_tables before = in.rows();
+    outcome met;
+    {
+        const fault planned(with.plan, with.nth);
+        met = attempt(made);
+        met.has_met_fault = fault::happened();
+    }
+    met.before = before;
+    met.rows = in.rows();
+    met.changed = changes(met.before, met.rows);
+    world::end();
+    return met;
+}
+
 std::vector<trouble> tell(const world &rows, const table_line &line)
 {
-    using guard = std::shared_ptr<void>;
-    const bool is_shut = line.given.starts_with("shut;");
-    const auto read_rows = [] { return std::make_shared<const rows_of_tables>(stored_rows()); };
-    std::shared_ptr<const rows_of_tables> before, usual_rows;
     std::vector<trouble> all;
-    /// What it tells while what was prepared for it lasts. The store knows its tables if it is to meet a lock: else
-    /// that meets the reading of the schema.
-    const auto meet = [&](
-                          const std::string &name, const call &asked,
-                          const std::function<guard()> &prepare = [] { return guard(); }) {
-        rows.begin(line.given.substr(is_shut ? 5 : 0), name == "busy");
-        if (is_shut)
-            world::end();
-        guard prepared = prepare();
-        const bool is_prepared = name.starts_with("none ") || name.starts_with("gone ");
-        before = is_prepared || all.empty() ? read_rows() : usual_rows;
-        usual_rows = all.empty() ? before : usual_rows;
-        const std::string file = content_of(database_file);
-        outcome met = attempt(asked);
-        prepared.reset();
-        met.rows = content_of(database_file) == file ? before : read_rows();
-        met.changed = met.rows == before ? "" : changes(*before, *met.rows);
-        all.push_back({name, met});
-        world::end();
+    const auto add = [&](const std::string &name, const call &made, const circumstances &with) {
+        all.push_back({name, meet(rows, made, with)});
     };
-    meet("as usual", line.made);
-    const std::string usual = all[0].met.lines;
+    add("as usual", line.made, {line.given});
+    const outcome usual = all[0].met;
     call other = line.made;
     for (std::string &word : other.arguments) {
         const std::string given = std::exchange(word, "NULL");
         if (given != "NULL" && given != "0" && other.name != "is_recent_receiver_list_exist") // which wants them all
-            meet("without " + given, other);
+            add("without " + given, other, {line.given});
         word = given;
     }
     if (!other.arguments.empty() && std::isdigit(other.arguments[0][0])) {
         other.arguments[0] = "-1";
-        meet("with -1", other);
+        add("with -1", other, {line.given});
     }
-    meet("busy", line.made, [] {
-        const auto locker = std::make_shared<raw_database>();
-        locker->run("BEGIN EXCLUSIVE");
-        return locker;
-    });
-    for (const auto &[kind, statement] : {std::pair("none ", "DELETE FROM "), std::pair("gone ", "DROP TABLE ")})
-        for (const auto &[key, columns] : *usual_rows)
-            if (const std::string &table = std::get<0>(key);
-                std::get<1>(key) == 0 && usual.find("'" + table + "'") != std::string::npos)
-                meet(kind + table, line.made, [&, text = statement + table] {
-                    raw_database().run(text);
-                    return guard();
-                });
-    if (!is_shut)
-        meet("shut", line.made, [] {
-            world::end();
-            return guard();
-        });
+    add("busy", line.made, {line.given, {DISK_LOCK, true, SQLITE_BUSY}, 1, true});
+    for (const auto &[kind, statement] : {std::pair("none ", "; DELETE FROM "), std::pair("gone ", "; DROP TABLE ")})
+        for (const auto &[key, columns] : usual.before)
+            if (const auto &[table, length, id] = key;
+                length == 0 && usual.lines.find("'" + table + "'") != std::string::npos)
+                add(kind + table, line.made, {line.given + statement + table});
+    if (!line.given.starts_with("shut;"))
+        add("shut", line.made, {"shut;" + line.given});
     for (const auto &[kind, planned] : {std::pair("text ", STATEMENT_TEXT), std::pair("memory ", LIBRARY_MEMORY)}) {
-        const auto first = static_cast<std::ptrdiff_t>(all.size());
-        bool happened = true;
-        for (int nth = 1; happened && nth <= 10; ++nth)
-            meet(kind + std::to_string(nth), line.made, [&, it = planned] {
-                return std::shared_ptr<fault>(new fault({it}, nth), [&](fault *failed) {
-                    happened = fault::happened();
-                    delete failed;
-                });
-            });
-        if (!happened)
-            all.pop_back();
+        const auto first = std::ssize(all);
+        for (int nth = 1; nth <= 10; ++nth) {
+            const outcome met = meet(rows, line.made, {line.given, {planned}, nth});
+            if (!met.has_met_fault)
+                break;
+            all.push_back({kind + std::to_string(nth), met});
+        }
         // In an order that does not depend on which argument a compiler looks at first.
         std::sort(all.begin() + first, all.end(),
                   [](const auto &one, const auto &other) { return one.met.lines < other.met.lines; });

@@ -6,7 +6,6 @@
 #include "disk.h"
 #include "world.h"
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,9 +15,11 @@ namespace zel_test
 struct outcome {
     told answer;
     std::string lines;
-    std::string brief;        ///< the code, with a dot behind it when the operation wrote its End line
-    std::string changed = {}; ///< rows, if that was looked at
-    std::shared_ptr<const rows_of_tables> rows = {}; ///< behind it, likewise
+    std::string brief; ///< the code, with a dot behind it when the operation wrote its End line
+    /* What meet looks at besides. */
+    bool has_met_fault = false;
+    rows_of_tables before = {}, rows = {}; ///< and behind it
+    std::string changed = {};
     std::string shown() const
     {
         return answer.outputs + changed;
@@ -30,6 +31,16 @@ struct outcome {
 outcome attempt(const call &made);
 /// Whether it ran several statements, of which some may have been carried out on a failure.
 bool has_steps(const std::string &lines);
+
+/// What a call meets.
+struct circumstances {
+    std::string given = {}; ///< as in the table
+    fault_plan plan = {};
+    int nth = 1;       ///< of the planned calls fails
+    bool warm = false; ///< the store knows its tables: else a lock meets the reading of the schema
+};
+/// A call in a world of its own, and what became of the rows.
+outcome meet(const world &in, const call &made, const circumstances &with = {});
 
 struct trouble {
     std::string name; ///< a kind, and which one

@@ -107,44 +107,39 @@ rows_of_tables stored_rows()
 std::string changes(const rows_of_tables &before, const rows_of_tables &after)
 {
     std::string all;
-    std::map<std::pair<std::string, std::string>, std::string> ids; // by table and what became of them
-    for (const auto &[key, row] : before) {
-        const auto &[table, length, id] = key;
-        std::string change;
-        const auto now = after.find(key);
-        for (size_t i = 0; now != after.end() && i < row.size(); ++i)
-            if (row[i] != now->second[i])
-                change += " " + before.at({table, 0, ""})[i] + "=" + shown(now->second[i].c_str());
-        std::string &known = ids[{(change.empty() ? "-" : "~") + table, change}];
-        if (now == after.end() || !change.empty())
-            known += (known.empty() ? "" : ",") + id;
-    }
     for (const auto &[key, row] : after)
-        if (!before.contains(key)) {
-            const auto &[table, length, id] = key;
+        if (const auto &[table, length, id] = key; !before.contains(key)) {
             std::string cells;
             for (size_t i = 0; length && i < row.size(); ++i)
                 cells += (cells.empty() ? "" : ",") + shown(row[i].c_str());
-            all.append(" +").append(table).append(" (").append(cells).append(")");
+            all += " +" + table + " (" + cells + ")";
         }
+    std::map<std::pair<std::string, std::string>, std::string> ids; // by table and what became of them
+    for (const auto &[key, row] : before) {
+        const auto &[table, length, id] = key;
+        const auto now = after.find(key);
+        std::string change;
+        for (size_t i = 0; now != after.end() && i < row.size(); ++i)
+            if (row[i] != now->second[i])
+                change += " " + before.at({table, 0, ""})[i] + "=" + shown(now->second[i].c_str());
+        if (length && (now == after.end() || !change.empty())) {
+            std::string &known = ids[{(change.empty() ? " -" : " ~") + table, change}];
+            known += (known.empty() ? " " : ",") + id;
+        }
+    }
     for (const auto &[what, which] : ids)
-        if (!which.empty())
-            all.append(" ").append(what.first).append(" ").append(which).append(what.second);
+        all += what.first + which + what.second;
     return all;
 }
 
 bool lies_between(const rows_of_tables &now, const std::vector<rows_of_tables> &others)
 {
-    const auto has = [](const rows_of_tables &all, const auto &row) {
-        const auto found = all.find(row.first);
-        return found != all.end() && found->second == row.second;
-    };
-    const auto holders = [&](const auto &row) {
-        return std::count_if(others.begin(), others.end(), [&](const auto &all) { return has(all, row); });
-    };
-    return std::all_of(now.begin(), now.end(), [&](const auto &row) { return holders(row) > 0; }) &&
-           std::all_of(others[0].begin(), others[0].end(),
-                       [&](const auto &row) { return has(now, row) || holders(row) < std::ssize(others); });
+    std::map<rows_of_tables::value_type, size_t> holders;
+    for (const rows_of_tables &other : others)
+        for (const auto &row : other)
+            ++holders[row];
+    return std::all_of(now.begin(), now.end(), [&](const auto &row) { return holders.erase(row) > 0; }) &&
+           std::none_of(holders.begin(), holders.end(), [&](const auto &it) { return it.second == others.size(); });
 }
 
 void furnish(world_size size)
@@ -166,21 +161,24 @@ world::world(world_size size)
     EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
     furnish(size);
     end();
+    rows_ = stored_rows();
     bytes_ = content_of(database_file);
 }
 
 void world::begin(const std::string &given, bool warm) const
 {
+    const bool is_shut = given.starts_with("shut;");
     put_file(bytes_);
-    if (!given.empty())
-        raw_database().run(given);
-    EXPECT_TRUE(__execute_query(warm ? "SELECT * FROM sqlite_master" : ""));
+    raw_database().run(given.substr(is_shut ? 5 : 0));
+    EXPECT_TRUE(is_shut || __execute_query(warm ? "SELECT * FROM sqlite_master" : ""));
     take_trace();
 }
 
-bool world::is_untouched() const
+rows_of_tables world::rows() const
 {
-    return !std::filesystem::exists(database_file + "-journal") && content_of(database_file) == bytes_;
+    const bool is_untouched =
+        content_of(database_file) == bytes_ && !std::filesystem::exists(database_file + "-journal");
+    return is_untouched ? rows_ : stored_rows();
 }
 
 void world::end()

@@ -66,16 +66,17 @@ class world
     /// Makes the file. Leaves the store closed.
     explicit world(world_size size);
     /// Puts the file back, runs a statement text, and has the library open the store as in a new process: it knows
-    /// nothing of the schema unless warm.
+    /// nothing of the schema unless warm. With "shut;" in front of the text the store stays closed.
     void begin(const std::string &given = "", bool warm = false) const;
-    /// Whether the file is still as it was put back.
-    bool is_untouched() const;
+    /// What is stored now, which is only read if the file is not as it was put back.
+    rows_of_tables rows() const;
     /// Closes the store, which fails if a statement was not finalized.
     static void end();
 
   private:
     scripted_clock clock_{6000000000, 0};
     std::string bytes_;
+    rows_of_tables rows_;
 };
 
 std::string content_of(const std::string &file);
