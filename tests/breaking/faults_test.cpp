@@ -54,7 +54,7 @@ TEST_P(StorageFaults, meet)
         const std::vector<trouble> known = tell(rows, line);
         std::vector<rows_of_tables> states;
         for (const trouble &each : known)
-            states.push_back(each.met.rows);
+            states.push_back(*each.met.rows);
         const bool in_steps = has_steps(known[0].met.lines);
         for (const kind_of_fault &it : kinds) {
             const int stride = std::getenv("ZEL_ALL_FAULTS") ? 1 : it.stride;
@@ -69,7 +69,7 @@ TEST_P(StorageFaults, meet)
                 EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls == slept);
                 const auto explains = [&](const trouble &each) {
                     return each.met.brief == now.brief && each.met.answer.outputs == now.answer.outputs &&
-                           (in_steps ? lies_between(now.rows, states) : each.met.changed == now.changed);
+                           (in_steps ? lies_between(*now.rows, states) : each.met.changed == now.changed);
                 };
                 const auto absence = answers_of_absence.find(line.made.name);
                 EXPECT_TRUE(std::any_of(known.begin(), known.end(), explains) ||

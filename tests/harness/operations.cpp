@@ -31,7 +31,7 @@ bool has_steps(const std::string &lines)
 outcome meet(const world &in, const call &made, const circumstances &with)
 {
     in.begin(with.given, with.warm);
-    const rows_of_tables before = in.rows();
+    const auto before = in.rows();
     outcome met;
     {
         const fault planned(with.plan, with.nth);
@@ -40,7 +40,7 @@ outcome meet(const world &in, const call &made, const circumstances &with)
     }
     met.before = before;
     met.rows = in.rows();
-    met.changed = changes(met.before, met.rows);
+    met.changed = changes(*before, *met.rows);
     world::end();
     return met;
 }
@@ -66,7 +66,7 @@ std::vector<trouble> tell(const world &rows, const table_line &line)
     }
     add("busy", line.made, {line.given, {DISK_LOCK, true, SQLITE_BUSY}, 1, true});
     for (const auto &[kind, statement] : {std::pair("none ", "; DELETE FROM "), std::pair("gone ", "; DROP TABLE ")})
-        for (const auto &[key, columns] : usual.before)
+        for (const auto &[key, columns] : *usual.before)
             if (const auto &[table, length, id] = key;
                 length == 0 && usual.lines.find("'" + table + "'") != std::string::npos)
                 add(kind + table, line.made, {line.given + statement + table});

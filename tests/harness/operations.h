@@ -6,6 +6,7 @@
 #include "disk.h"
 #include "world.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,7 @@ struct outcome {
     std::string brief; ///< the code, with a dot behind it when the operation wrote its End line
     /* What meet looks at besides. */
     bool has_met_fault = false;
-    rows_of_tables before = {}, rows = {}; ///< and behind it
+    std::shared_ptr<const rows_of_tables> before = {}, rows = {}; ///< and behind it
     std::string changed = {};
     std::string shown() const
     {

@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -68,15 +69,18 @@ class world
     /// Puts the file back, runs a statement text, and has the library open the store as in a new process: it knows
     /// nothing of the schema unless warm. With "shut;" in front of the text the store stays closed.
     void begin(const std::string &given = "", bool warm = false) const;
-    /// What is stored now, which is only read if the file is not as it was put back.
-    rows_of_tables rows() const;
+    /// What is stored now, which is read if the file is neither as it was put back nor as it was the last time.
+    std::shared_ptr<const rows_of_tables> rows() const;
     /// Closes the store, which fails if a statement was not finalized.
     static void end();
 
   private:
     scripted_clock clock_{6000000000, 0};
-    std::string bytes_;
-    rows_of_tables rows_;
+    struct state {
+        std::string bytes;
+        std::shared_ptr<const rows_of_tables> rows;
+    } first_;
+    mutable state last_;
 };
 
 std::string content_of(const std::string &file);
