@@ -65,32 +65,32 @@ TEST_F(StorageHostile, texts_are_stored_and_returned_unchanged)
     }
 }
 
-/// As other programs may leave it; no matter which answers they get.
+/// As other programs may leave them, one table at a time; no matter which answers they get.
 TEST_F(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
 {
     const world rows(ROWS);
-    std::vector<std::string> shapes = {
-        "printf('ALTER TABLE %s DROP COLUMN %s', tables.name, min(columns.name))",
-        "printf('ALTER TABLE %s RENAME TO hidden; CREATE VIEW %s AS SELECT * FROM hidden', tables.name, tables.name)"};
-    for (const std::string event : {"INSERT", "UPDATE", "DELETE"})
-        shapes.push_back("printf('CREATE TRIGGER no AFTER " + event +
-                         " ON %s BEGIN SELECT RAISE(FAIL, ''no''); END', tables.name)");
-    for (const std::string value :
-         {"NULL", "x''00ff00''", "''a'' || char(0) || ''b''", "-9223372036854775807 - 1", "1e300", "''text''"})
-        shapes.push_back("group_concat(printf('UPDATE OR IGNORE %s SET %s = " + value +
-                         "', tables.name, columns.name), ';')");
     rows.begin();
-    std::vector<std::string> changes;
-    for (const std::string &shape : shapes)
-        for (const auto &change :
-             raw_database().rows("SELECT " + shape +
-                                 " FROM sqlite_master AS tables, pragma_table_info(tables.name) AS columns "
-                                 "WHERE tables.name NOT LIKE 'sqlite%' AND columns.cid > 0 GROUP BY tables.name"))
-            changes.push_back(change[0]);
+    const auto changes = raw_database().rows(R"(
+        SELECT group_concat(replace(replace(shapes.column1, '{table}', tables.name), '{column}', columns.name), ';')
+        FROM sqlite_master AS tables, pragma_table_info(tables.name) AS columns, (VALUES
+            ('ALTER TABLE {table} DROP COLUMN {column}'),
+            ('ALTER TABLE {table} RENAME TO hidden; CREATE VIEW {table} AS SELECT * FROM hidden'),
+            ('CREATE TRIGGER no AFTER INSERT ON {table} BEGIN SELECT RAISE(FAIL, ''no''); END'),
+            ('CREATE TRIGGER no AFTER UPDATE ON {table} BEGIN SELECT RAISE(FAIL, ''no''); END'),
+            ('CREATE TRIGGER no AFTER DELETE ON {table} BEGIN SELECT RAISE(FAIL, ''no''); END'),
+            ('UPDATE OR IGNORE {table} SET {column} = NULL'),
+            ('UPDATE OR IGNORE {table} SET {column} = x''00ff00'''),
+            ('UPDATE OR IGNORE {table} SET {column} = ''a'' || char(0) || ''b'''),
+            ('UPDATE OR IGNORE {table} SET {column} = -9223372036854775807 - 1'),
+            ('UPDATE OR IGNORE {table} SET {column} = 1e300'),
+            ('UPDATE OR IGNORE {table} SET {column} = ''text''')) AS shapes
+        WHERE tables.name NOT LIKE 'sqlite%' AND columns.cid >= 1 AND
+            (columns.cid = 2 OR shapes.column1 LIKE 'UPDATE%') GROUP BY tables.name, shapes.column1)");
     world::end();
-    for (const std::string &change : changes) {
-        SCOPED_TRACE(change);
-        rows.begin(change);
+    EXPECT_EQ(changes.size(), 9 * 11u);
+    for (const auto &change : changes) {
+        SCOPED_TRACE(change[0]);
+        rows.begin(change[0]);
         EXPECT_GT(successes(), 0);
     }
 }
