@@ -1,14 +1,21 @@
 // Several processes and threads at one store.
-#include "breaking.h"
+#include "operations.h"
 
+#include <fstream>
+#include <iterator>
+#include <set>
 #include <sstream>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace zel_test;
 
 namespace
 {
 
+/// A line for each row that a worker has stored.
+constexpr char ACKNOWLEDGED[] = "acknowledged";
 constexpr unsigned int PROCESSES = 3, THREADS = 3, ROUNDS = 80;
 
 /// With SQLite's log nobody who reads meets a lock, nor does a single process that writes.
@@ -24,7 +31,7 @@ struct form {
 };
 const form forms[] = {{"default_journal", PROCESSES, false}, {"log", PROCESSES, true}, {"log_of_one_writer", 1, true}};
 
-struct StorageContention : breaking_test, testing::WithParamInterface<form> {
+struct StorageContention : disk_test, testing::WithParamInterface<form> {
 };
 INSTANTIATE_TEST_SUITE_P(With, StorageContention, testing::ValuesIn(forms),
                          [](const auto &it) { return it.param.name; });
@@ -63,7 +70,7 @@ void write_and_read(unsigned int worker, const form &set)
             if (set.succeeds(_common_storage_update_status_sync_content_info(id, ZEL_SYNC_COMPLETE)))
                 info.status = ZEL_SYNC_COMPLETE;
             if (round % 3 || !set.succeeds(_common_storage_delete_sync_content_info(info.sync_id)))
-                acknowledge(std::to_string(id) + " " + std::to_string(info.req_id) + " " + std::to_string(info.status));
+                std::ofstream(ACKNOWLEDGED, std::ios::app) << id << "," << info.req_id << "," << info.status << "\n";
         }
         write_shared(info.req_id, set);
         read_shared(set);
@@ -80,15 +87,14 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
     if (set.has_log)
         raw_database().run("PRAGMA journal_mode = WAL");
     const std::string signal = database_folder + "/begin";
-    std::vector<pid_t> workers;
     for (unsigned int process = 0; process < PROCESSES; ++process)
-        workers.push_back(start([&signal, process, &set] {
+        if (fork() == 0) {
             while (!std::filesystem::exists(signal))
                 usleep(1000);
             EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
             std::vector<std::thread> threads;
             for (unsigned int i = 1; i <= THREADS; ++i)
-                threads.emplace_back([&set, process, i] {
+                threads.emplace_back([=] {
                     if (process < set.writers)
                         return write_and_read(process * THREADS + i, set);
                     for (unsigned int round = 0; round < 10 * ROUNDS; ++round)
@@ -98,22 +104,24 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
                 thread.join();
             // At most ten attempts for each statement, of which a round has a dozen at most.
             EXPECT_LE(calls::sleep.calls, static_cast<int>(10 * 12 * ROUNDS * THREADS));
-        }));
+            _exit(HasFailure());
+        }
     // Open all the time: whoever is the first at a log locks it while making its index.
     EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
     write_shared(0, set);
     std::ofstream(signal).close();
-    for (const pid_t worker : workers)
-        EXPECT_EQ(wait_for(worker), 0);
+    unsigned int ended = 0;
+    for (int status = 0; wait(&status) > 0; ++ended)
+        EXPECT_EQ(status, 0);
+    EXPECT_EQ(ended, PROCESSES);
     world::end();
 
-    std::multiset<std::string> stored, acknowledged;
     raw_database raw;
-    for (const auto &row : raw.rows("SELECT sync_id || ' ' || req_id || ' ' || status FROM content_info_status"))
+    std::multiset<std::string> stored;
+    for (const auto &row : raw.rows("SELECT sync_id || ',' || req_id || ',' || status FROM content_info_status"))
         stored.insert(row[0]);
     std::ifstream lines(ACKNOWLEDGED);
-    for (std::string line; std::getline(lines, line);)
-        acknowledged.insert(line);
+    const std::multiset<std::string> acknowledged{std::istream_iterator<std::string>(lines), {}};
     EXPECT_EQ(stored, acknowledged);
     EXPECT_FALSE(stored.empty());
     EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");

@@ -1,16 +1,19 @@
 // A writer killed and the power cut at any instant: what was acknowledged is there when the store is opened again. Both
 // with SQLite's default journal and with its log. ZEL_CRASHES says how many kills (20 of each unless it is set),
 // ZEL_CUTS how many cuts (150), ZEL_SEED with which random numbers.
-#include "breaking.h"
+#include "operations.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <random>
 #include <span>
 #include <thread>
+#include <unistd.h>
 
 using namespace zel_test;
 
@@ -19,11 +22,12 @@ namespace
 
 using files = std::map<std::string, std::string>; ///< contents by name
 
-void put_files(const files &all)
+files put(const files &all)
 {
     put_file("");
     for (const auto &[name, bytes] : all)
         std::ofstream(name, std::ios::binary) << bytes;
+    return all;
 }
 
 /// What is left of these files after these changes and a cut behind the last. What was synced is, and with a journal or
@@ -85,11 +89,11 @@ struct step {
     size_t changes;      ///< of the disk, up to its end
 };
 
-struct StorageCrash : breaking_test, testing::WithParamInterface<const char *> {
+struct StorageCrash : disk_test, testing::WithParamInterface<const char *> {
     /// Makes every call of the table, one on top of the other, and keeps those that change something behind a first one
     /// that only has the rows of before. The disk never waits for a sync: a killed process loses nothing that is in the
     /// system's cache. The texts spill over to further pages.
-    StorageCrash() : breaking_test(std::string(3000, 'x')), rows(ROWS)
+    StorageCrash() : rows(ROWS, std::string(3000, 'x'))
     {
         rows.begin(std::string("PRAGMA journal_mode = ") + GetParam());
         steps = {{call("init"), false, stored_rows(), 0}};
@@ -113,17 +117,15 @@ struct StorageCrash : breaking_test, testing::WithParamInterface<const char *> {
     bool explain(size_t acknowledged, const rows_of_tables &found) const
     {
         const rows_of_tables &kept = steps[acknowledged].rows;
-        if (found == kept || acknowledged + 1 == steps.size())
-            return found == kept;
-        const step &next = steps[acknowledged + 1];
-        return found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows}));
+        const step &next = steps[std::min(acknowledged + 1, steps.size() - 1)];
+        return found == kept || found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows}));
     }
     /// Interrupts the calls so many times, each time giving how many were acknowledged, and opens what is left.
     void survive(unsigned int wanted, bool may_undo, const std::function<size_t(std::mt19937 &)> &interrupt) const
     {
         const unsigned int seed = setting("ZEL_SEED", std::random_device()());
-        unsigned int done = 0, journals = 0, in_flight = 0, undone = 0;
-        for (; done < wanted && !HasFailure(); ++done) {
+        unsigned int journals = 0, in_flight = 0, undone = 0;
+        for (unsigned int done = 0; done < wanted && !HasFailure(); ++done) {
             SCOPED_TRACE("ZEL_CRASHES=1 ZEL_CUTS=1 ZEL_SEED=" + std::to_string(seed + done));
             std::mt19937 random(seed + done);
             const size_t acknowledged = interrupt(random);
@@ -135,7 +137,7 @@ struct StorageCrash : breaking_test, testing::WithParamInterface<const char *> {
             in_flight += !is_undone && found != steps[acknowledged].rows;
             undone += is_undone;
         }
-        std::cout << done << " times, " << journals << " with a journal left behind, " << in_flight
+        std::cout << wanted << " times, " << journals << " with a journal left behind, " << in_flight
                   << " behind a write that was not acknowledged any more, " << undone << " undid the last statement\n";
     }
 
@@ -152,43 +154,39 @@ INSTANTIATE_TEST_SUITE_P(Journal, StorageCrash, testing::Values("delete", "wal")
 TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
 {
     survive(setting("ZEL_CRASHES", 20), false, [this](std::mt19937 &random) {
-        put_files(first);
-        std::filesystem::remove(ACKNOWLEDGED);
+        put(first);
+        const std::string acknowledged = database_folder + "/acknowledged"; // a letter for each
         const size_t last = 1 + random() % (steps.size() - 1);
         const auto delay = static_cast<useconds_t>(random() % 1000); // to somewhere within the next write or two
-        const pid_t writer = start([&] {
+        const auto write_until_killed = [&] {
             for (size_t i = 1; i < steps.size(); ++i) { // the first of them has to open the store
                 if (i == last)
                     std::thread([delay] { usleep(delay), kill(getpid(), SIGKILL); }).detach();
                 EXPECT_EQ(steps[i].made().code, ZEL_ERR_NONE);
-                acknowledge("");
+                std::ofstream(acknowledged, std::ios::app) << '.';
             }
             pause();
-        });
-        EXPECT_EQ(WTERMSIG(wait_for(writer)), SIGKILL) << "the writer ended by itself";
-        return content_of(ACKNOWLEDGED).size();
+        };
+        EXPECT_EXIT(write_until_killed(), testing::KilledBySignal(SIGKILL), "");
+        return content_of(acknowledged).size();
     });
 }
 
 /// SQLite deletes its default journal to commit a statement and does not sync that: the last one can be undone.
 TEST_P(StorageCrash, acknowledged_writes_survive_a_power_cut)
 {
-    unsigned int again = 0;
     survive(setting("ZEL_CUTS", 150), GetParam() == std::string("delete"), [&](std::mt19937 &random) {
         const size_t instant = random() % (made.size() + 1);
-        files left = after_power_cut(first, std::span(made).first(instant), random);
-        put_files(left);
+        files left = put(after_power_cut(first, std::span(made).first(instant), random));
         while (random() % 2) { // the recovery is cut too
             std::vector<disk_change> recovery;
             noted_changes = &recovery;
             rows_of_opened_store();
             noted_changes = nullptr;
-            again += !recovery.empty();
-            left = after_power_cut(left, std::span(recovery).first(random() % (recovery.size() + 1)), random);
-            put_files(left);
+            const size_t kept = random() % (recovery.size() + 1);
+            left = put(after_power_cut(left, std::span(recovery).first(kept), random));
         }
-        const auto is_before = [&](const step &it) { return it.changes <= instant; };
-        return static_cast<size_t>(std::count_if(steps.begin() + 1, steps.end(), is_before));
+        return static_cast<size_t>(
+            std::count_if(steps.begin() + 1, steps.end(), [&](const step &it) { return it.changes <= instant; }));
     });
-    std::cout << again << " of the recoveries were cut again, among " << made.size() << " changes of the disk\n";
 }

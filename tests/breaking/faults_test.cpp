@@ -1,8 +1,12 @@
 // Each call of the disk and each allocation made to fail, one after the other, under every operation of the store.
 // The short form takes every few allocations; with ZEL_ALL_FAULTS set, all of them.
-#include "breaking.h"
+#include "operations.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <iostream>
+#include <set>
 
 using namespace zel_test;
 
@@ -34,10 +38,10 @@ const std::map<std::string, std::set<std::string>> answers_of_absence = {
       " [(44,Ez,5,4),(NULL,NULL,6,4),(1,NULL,3,2),(44,7,0,3),(44,7,1,1)] 5"}},
 };
 
-struct StorageFaults : breaking_test, testing::WithParamInterface<std::string> {
+struct StorageFaults : disk_test, testing::WithParamInterface<std::string> {
 };
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](const auto &it) { return it.param; });
-using StorageCreation = breaking_test;
+using StorageCreation = disk_test;
 
 } // namespace
 
@@ -87,7 +91,7 @@ TEST_P(StorageFaults, meet)
 
 TEST_F(StorageCreation, what_was_not_created_is_created_next_time)
 {
-    rows_of_tables whole;
+    std::set<rows_of_tables> created;
     bool happened = true;
     for (int nth = 0; happened; ++nth) {
         SCOPED_TRACE("fault " + std::to_string(nth));
@@ -101,8 +105,8 @@ TEST_F(StorageCreation, what_was_not_created_is_created_next_time)
         }
         world::end();
         EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
-        whole = nth == 0 ? stored_rows() : whole;
-        EXPECT_EQ(stored_rows(), whole);
+        created.insert(stored_rows());
+        EXPECT_EQ(created.size(), 1u);
         world::end();
     }
 }

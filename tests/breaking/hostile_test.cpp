@@ -1,5 +1,5 @@
 // Texts, rows and files that nobody would hand to the store on purpose.
-#include "breaking.h"
+#include "operations.h"
 
 #include <random>
 
@@ -8,8 +8,8 @@ using namespace zel_test;
 namespace
 {
 
-using StorageHostile = breaking_test;
-using StorageFiles = breaking_test;
+using StorageHostile = disk_test;
+using StorageFiles = disk_test;
 
 /// Opens the store, if it lets itself be opened, and calls every operation: each reports one of the codes that the
 /// store's operations know. Gives the number of successes.
@@ -52,12 +52,11 @@ const std::string long_text = "long" + std::string(100 * 1024, '\'');
 TEST_F(StorageHostile, texts_are_stored_and_returned_unchanged)
 {
     const auto usual = effects(world(FIRST_ROWS));
-    for (const std::string &text :
-         {std::string("it's '' \"quoted\" [so] `or` so\\"), std::string("%s%d%n%Q%%%"),
-          std::string("x'; DROP TABLE content_info; --"), std::string("\x01\x02\t\r\n\x1b[0m\x7f"),
-          std::string("\xff\xc0\xaf\xed\xa0\x80\xf5 cut \xe2\x82"), long_text}) {
-        prefix = text;
-        const auto now = effects(world(FIRST_ROWS));
+    const std::string texts[] = {"it's '' \"quoted\" [so] `or` so\\",         "%s%d%n%Q%%%",
+                                 "x'; DROP TABLE content_info; --",           "\x01\x02\t\r\n\x1b[0m\x7f",
+                                 "\xff\xc0\xaf\xed\xa0\x80\xf5 cut \xe2\x82", long_text};
+    for (const std::string &text : texts) {
+        const auto now = effects(world(FIRST_ROWS, text));
         for (size_t i = 0; i < now.size(); ++i)
             EXPECT_TRUE((summary(now[i]) == summary(usual[i]) && *now[i].rows == *usual[i].rows) ||
                         operations()[i].name == "check_table_exist") // of a name that no text is put in front of
@@ -130,11 +129,12 @@ TEST_F(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
         EXPECT_EQ(summary(now) == summary(usual[i++]), !writes) << now.lines;
         EXPECT_EQ(now.changed, "");
     }
+    disk_is_read_only = false;
 }
 
 TEST_F(StorageFiles, a_foreign_file_keeps_what_it_holds)
 {
-    for (const std::string &content : {std::string("plain text"), long_text, std::string("SQLite format 3")}) {
+    for (const std::string content : {"plain text", long_text.c_str(), "SQLite format 3"}) {
         put_file(content);
         successes();
         EXPECT_EQ(content_of(database_file), content);

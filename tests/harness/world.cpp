@@ -156,8 +156,9 @@ void furnish(world_size size)
         add_prefix(raw);
 }
 
-world::world(world_size size)
+world::world(world_size size, const std::string &front)
 {
+    prefix = front;
     put_file("");
     EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
     furnish(size);

@@ -64,8 +64,8 @@ void furnish(world_size size);
 class world
 {
   public:
-    /// Makes the file. Leaves the store closed.
-    explicit world(world_size size);
+    /// Makes the file, with this in front of every text from now on. Leaves the store closed.
+    explicit world(world_size size, const std::string &front = "");
     /// Puts the file back, runs a statement text, and has the library open the store as in a new process: it knows
     /// nothing of the schema unless warm. With "shut;" in front of the text the store stays closed.
     void begin(const std::string &given = "", bool warm = false) const;
