@@ -3,7 +3,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <set>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
@@ -31,8 +30,7 @@ struct form {
 };
 const form forms[] = {{"default_journal", PROCESSES, false}, {"log", PROCESSES, true}, {"log_of_one_writer", 1, true}};
 
-struct StorageContention : disk_test, testing::WithParamInterface<form> {
-};
+using StorageContention = testing::TestWithParam<form>;
 INSTANTIATE_TEST_SUITE_P(With, StorageContention, testing::ValuesIn(forms),
                          [](const auto &it) { return it.param.name; });
 
@@ -92,7 +90,7 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
             while (!std::filesystem::exists(signal))
                 usleep(1000);
             EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
-            std::vector<std::thread> threads;
+            std::vector<std::jthread> threads;
             for (unsigned int i = 1; i <= THREADS; ++i)
                 threads.emplace_back([=] {
                     if (process < set.writers)
@@ -100,8 +98,7 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
                     for (unsigned int round = 0; round < 10 * ROUNDS; ++round)
                         read_shared(set);
                 });
-            for (std::thread &thread : threads)
-                thread.join();
+            threads.clear(); // when they have ended
             // At most ten attempts for each statement, of which a round has a dozen at most.
             EXPECT_LE(calls::sleep.calls, static_cast<int>(10 * 12 * ROUNDS * THREADS));
             _exit(HasFailure());

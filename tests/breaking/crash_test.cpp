@@ -89,7 +89,7 @@ struct step {
     size_t changes;      ///< of the disk, up to its end
 };
 
-struct StorageCrash : disk_test, testing::WithParamInterface<const char *> {
+struct StorageCrash : testing::TestWithParam<const char *> {
     /// Makes every call of the table, one on top of the other, and keeps those that change something behind a first one
     /// that only has the rows of before. The disk never waits for a sync: a killed process loses nothing that is in the
     /// system's cache. The texts spill over to further pages.
@@ -124,8 +124,8 @@ struct StorageCrash : disk_test, testing::WithParamInterface<const char *> {
     void survive(unsigned int wanted, bool may_undo, const std::function<size_t(std::mt19937 &)> &interrupt) const
     {
         const unsigned int seed = setting("ZEL_SEED", std::random_device()());
-        unsigned int journals = 0, in_flight = 0, undone = 0;
-        for (unsigned int done = 0; done < wanted && !HasFailure(); ++done) {
+        unsigned int done = 0, journals = 0, in_flight = 0, undone = 0;
+        for (; done < wanted && !HasFailure(); ++done) {
             SCOPED_TRACE("ZEL_CRASHES=1 ZEL_CUTS=1 ZEL_SEED=" + std::to_string(seed + done));
             std::mt19937 random(seed + done);
             const size_t acknowledged = interrupt(random);
@@ -137,7 +137,7 @@ struct StorageCrash : disk_test, testing::WithParamInterface<const char *> {
             in_flight += !is_undone && found != steps[acknowledged].rows;
             undone += is_undone;
         }
-        std::cout << wanted << " times, " << journals << " with a journal left behind, " << in_flight
+        std::cout << done << " times, " << journals << " with a journal left behind, " << in_flight
                   << " behind a write that was not acknowledged any more, " << undone << " undid the last statement\n";
     }
 

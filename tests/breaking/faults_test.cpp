@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <iostream>
-#include <set>
 
 using namespace zel_test;
 
@@ -38,10 +36,8 @@ const std::map<std::string, std::set<std::string>> answers_of_absence = {
       " [(44,Ez,5,4),(NULL,NULL,6,4),(1,NULL,3,2),(44,7,0,3),(44,7,1,1)] 5"}},
 };
 
-struct StorageFaults : disk_test, testing::WithParamInterface<std::string> {
-};
+using StorageFaults = testing::TestWithParam<std::string>;
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](const auto &it) { return it.param; });
-using StorageCreation = disk_test;
 
 } // namespace
 
@@ -89,7 +85,7 @@ TEST_P(StorageFaults, meet)
     }
 }
 
-TEST_F(StorageCreation, what_was_not_created_is_created_next_time)
+TEST(StorageCreation, what_was_not_created_is_created_next_time)
 {
     std::set<rows_of_tables> created;
     bool happened = true;

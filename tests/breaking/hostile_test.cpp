@@ -8,9 +8,6 @@ using namespace zel_test;
 namespace
 {
 
-using StorageHostile = disk_test;
-using StorageFiles = disk_test;
-
 /// Opens the store, if it lets itself be opened, and calls every operation: each reports one of the codes that the
 /// store's operations know. Gives the number of successes.
 int successes()
@@ -49,7 +46,7 @@ const std::string long_text = "long" + std::string(100 * 1024, '\'');
 } // namespace
 
 /// All texts of the rows and the calls begin with a hostile one: answers and rows are the same behind it.
-TEST_F(StorageHostile, texts_are_stored_and_returned_unchanged)
+TEST(StorageHostile, texts_are_stored_and_returned_unchanged)
 {
     const auto usual = effects(world(FIRST_ROWS));
     const std::string texts[] = {"it's '' \"quoted\" [so] `or` so\\",         "%s%d%n%Q%%%",
@@ -65,7 +62,7 @@ TEST_F(StorageHostile, texts_are_stored_and_returned_unchanged)
 }
 
 /// As other programs may leave them, one table at a time; no matter which answers they get.
-TEST_F(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
+TEST(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
 {
     const world rows(ROWS);
     rows.begin();
@@ -95,7 +92,7 @@ TEST_F(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
 }
 
 /// Without the folder every operation tells what it tells when each of its statements fails.
-TEST_F(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
+TEST(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
 {
     const world rows(ROWS);
     const auto failed = effects(rows, {STATEMENT_TEXT, true});
@@ -119,7 +116,7 @@ TEST_F(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
     world::end();
 }
 
-TEST_F(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
+TEST(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
 {
     const world rows(ROWS);
     const auto usual = effects(rows);
@@ -132,7 +129,7 @@ TEST_F(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
     disk_is_read_only = false;
 }
 
-TEST_F(StorageFiles, a_foreign_file_keeps_what_it_holds)
+TEST(StorageFiles, a_foreign_file_keeps_what_it_holds)
 {
     for (const std::string content : {"plain text", long_text.c_str(), "SQLite format 3"}) {
         put_file(content);
@@ -147,7 +144,7 @@ TEST_F(StorageFiles, a_foreign_file_keeps_what_it_holds)
     EXPECT_EQ(raw_database().value("PRAGMA integrity_check"), "ok");
 }
 
-TEST_F(StorageFiles, a_damaged_file_gives_codes_and_no_crash)
+TEST(StorageFiles, a_damaged_file_gives_codes_and_no_crash)
 {
     const world rows(ROWS);
     const std::string whole = content_of(database_file);

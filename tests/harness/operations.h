@@ -43,14 +43,6 @@ struct circumstances {
 /// A call in a world of its own, and what became of the rows.
 outcome meet(const world &in, const call &made, const circumstances &with = {});
 
-/// On the disk of the tests.
-struct disk_test : testing::Test {
-    disk_test()
-    {
-        use_faulty_disk();
-    }
-};
-
 struct trouble {
     std::string name; ///< a kind, and which one
     outcome met;

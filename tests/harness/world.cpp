@@ -1,6 +1,7 @@
 #include "world.h"
 
 #include "call.h"
+#include "disk.h"
 
 #include <algorithm>
 #include <fstream>
@@ -64,12 +65,6 @@ raw_database::~raw_database()
     sqlite3_close(handle_);
 }
 
-void raw_database::run(const std::string &text)
-{
-    EXPECT_EQ(sqlite3_exec(handle_, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(handle_) << " in " << text.substr(0, 1000);
-}
-
 std::vector<std::vector<std::string>> raw_database::rows(const std::string &query)
 {
     std::vector<std::vector<std::string>> all;
@@ -80,7 +75,7 @@ std::vector<std::vector<std::string>> raw_database::rows(const std::string &quer
         return 0;
     };
     EXPECT_EQ(sqlite3_exec(handle_, query.c_str(), append, &all, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(handle_) << " in " << query;
+        << sqlite3_errmsg(handle_) << " in " << query.substr(0, 1000);
     return all;
 }
 
@@ -203,6 +198,7 @@ std::string content_of(const std::string &file)
 
 void put_file(const std::string &content)
 {
+    use_faulty_disk();
     std::filesystem::remove_all(database_folder);
     std::filesystem::create_directories(database_folder);
     std::ofstream(database_file, std::ios::binary) << content;

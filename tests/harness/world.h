@@ -33,7 +33,10 @@ class raw_database
     raw_database(const raw_database &) = delete;
     raw_database &operator=(const raw_database &) = delete;
 
-    void run(const std::string &text);
+    void run(const std::string &text)
+    {
+        rows(text);
+    }
     std::vector<std::vector<std::string>> rows(const std::string &query);
     /// The first column of the first row.
     std::string value(const std::string &query);
@@ -84,7 +87,7 @@ class world
 };
 
 std::string content_of(const std::string &file);
-/// An empty database folder, or one with this file in it.
+/// An empty database folder, or one with this file in it, on the disk of the tests from now on.
 void put_file(const std::string &content);
 
 } // namespace zel_test
