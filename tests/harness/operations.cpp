@@ -13,7 +13,7 @@ outcome attempt(const call &made)
     outcome now{made(), take_trace(), ""};
     const std::string &lines = now.lines = without_addresses(now.lines);
     const bool has_ended = count(lines, made.function() + ":  \033[0;36mEND <<<<") > 0;
-    now.brief = std::to_string(now.answer.code) + (has_ended ? "." : "");
+    now.brief = std::to_string(now.answer.code) + (has_ended ? "." : "") + now.answer.outputs;
     EXPECT_TRUE(now.answer.code == ZEL_ERR_NONE || now.answer.code == ZEL_ERR_STORAGE_NO_RECORDS ||
                 made.name == "get_batch_count" || count(lines, "* Critical *") > 0 ||
                 count(lines, "group count is 0") > 0)

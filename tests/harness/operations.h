@@ -16,15 +16,11 @@ namespace zel_test
 struct outcome {
     told answer;
     std::string lines;
-    std::string brief; ///< the code, with a dot behind it when the operation wrote its End line
+    std::string brief; ///< the code, with a dot behind it when the operation wrote its End line, and the outputs
     /* What meet looks at besides. */
     bool has_met_fault = false;
     std::shared_ptr<const rows_of_tables> before = {}, rows = {}; ///< and behind it
     std::string changed = {};
-    std::string shown() const
-    {
-        return answer.outputs + changed;
-    }
 };
 
 /// Calls; what holds of every call is expected: a failure is explained by a Critical line, and each statement that is

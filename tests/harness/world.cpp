@@ -57,12 +57,9 @@ void add_prefix(raw_database &raw)
 raw_database::raw_database()
 {
     std::filesystem::create_directories(database_folder);
-    EXPECT_EQ(sqlite3_open(database_file.c_str(), &handle_), SQLITE_OK);
-}
-
-raw_database::~raw_database()
-{
-    sqlite3_close(handle_);
+    sqlite3 *opened = nullptr;
+    EXPECT_EQ(sqlite3_open(database_file.c_str(), &opened), SQLITE_OK);
+    handle_.reset(opened, sqlite3_close);
 }
 
 std::vector<std::vector<std::string>> raw_database::rows(const std::string &query)
@@ -74,8 +71,8 @@ std::vector<std::vector<std::string>> raw_database::rows(const std::string &quer
             row.push_back(values[i] ? without_prefix(values[i]) : "NULL");
         return 0;
     };
-    EXPECT_EQ(sqlite3_exec(handle_, query.c_str(), append, &all, nullptr), SQLITE_OK)
-        << sqlite3_errmsg(handle_) << " in " << query.substr(0, 1000);
+    EXPECT_EQ(sqlite3_exec(handle_.get(), query.c_str(), append, &all, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(handle_.get()) << " in " << query.substr(0, 1000);
     return all;
 }
 

@@ -29,10 +29,6 @@ class raw_database
 {
   public:
     raw_database();
-    ~raw_database();
-    raw_database(const raw_database &) = delete;
-    raw_database &operator=(const raw_database &) = delete;
-
     void run(const std::string &text)
     {
         rows(text);
@@ -42,7 +38,7 @@ class raw_database
     std::string value(const std::string &query);
 
   private:
-    sqlite3 *handle_ = nullptr;
+    std::shared_ptr<sqlite3> handle_;
 };
 
 /// The cells of all rows by table and id (by the id's length first: numbers in their order); the names of the columns

@@ -30,10 +30,10 @@ std::string line_of(const table_line &line, const std::vector<trouble> &told, st
 {
     full = line.given + "\n" + line.made.text + "\n";
     for (const auto &[name, met] : told)
-        full += name + ": " + met.brief + met.shown() + "\n" + met.lines;
+        full += name + ": " + met.brief + met.changed + "\n" + met.lines;
     char checksum[16];
     std::snprintf(checksum, sizeof checksum, " #%06x", g_str_hash(full.c_str()) & 0xffffff);
-    return line.made.text + " ->" + brief(told[0].met.brief + told[0].met.shown()) + checksum;
+    return line.made.text + " ->" + brief(told[0].met.brief + told[0].met.changed) + checksum;
 }
 
 /// Broken into lines that can be read.
