@@ -1,6 +1,5 @@
 // Each call of operations/ on the small world: what it told is what stands there. What it tells now lies in the same
 // form in build/*/tests/told, to be read against the headers and copied here.
-#include "disk.h"
 #include "operations.h"
 
 #include <climits>
@@ -59,7 +58,6 @@ class StoreOperations : public testing::TestWithParam<std::string>
 
 TEST_P(StoreOperations, tell)
 {
-    use_faulty_disk(); // for its clock, and for speed
     calls::sleep.answer(0, INT_MAX);
     const world rows(DECOYS);
     const std::filesystem::path told = ZEL_TEST_TOLD;
