@@ -20,8 +20,6 @@ namespace zel_test
 namespace
 {
 
-using zel_test::shown;
-
 template <typename T>
 concept number = std::is_arithmetic_v<T> || std::is_enum_v<T>;
 
@@ -35,15 +33,11 @@ template <typename T> struct array_of {
     size_t length;
 };
 
-// The members of records, in their order.
-template <typename... Members> std::tuple<Members...> tied(Members &&...all)
-{
-    return {std::forward<Members>(all)...};
-}
+// Each gives the members of a record, in their order, to whoever uses them.
 #define MEMBERS(record, ...)                                                                                           \
-    auto members(record &it)                                                                                           \
+    auto members(record &it, auto use)                                                                                 \
     {                                                                                                                  \
-        return tied(__VA_ARGS__);                                                                                      \
+        return use(__VA_ARGS__);                                                                                       \
     }
 MEMBERS(zel_content_sync_info, it.sync_id, it.type, it.status, it.content_id, it.req_id, it.wifi_only,
         it.fail_retry_count, it.percentage, it.offset, it.chunk_no, it.sent_time, it.contents_token, it.original,
@@ -64,20 +58,20 @@ MEMBERS(zel_trans_url_info, it.url, it.content_type)
 template <typename T>
 concept record = requires(T it)
 {
-    members(it);
+    members(it, [](auto &&...) {});
 };
 
-/* How values are shown; what is taken is released besides, with all that it refers to. */
+/* How values are shown: they are released at once, with all that they refer to. */
 
-std::string shown(number auto value, bool = false)
+std::string taken(number auto value)
 {
     return std::to_string(+value); // an enumeration counts as its number
 }
 
-std::string shown(const char *text, bool is_taken)
+std::string taken(const char *text)
 {
     const std::string all = shown(text);
-    g_free(is_taken ? const_cast<char *>(text) : nullptr);
+    g_free(const_cast<char *>(text));
     return all;
 }
 
@@ -89,91 +83,107 @@ std::string joined(const std::vector<std::string> &all)
     return line;
 }
 
-template <record T> std::string shown(T *it, bool is_taken);
-template <typename T> std::string shown(array_of<T> it, bool is_taken)
+std::string taken(record auto *it);
+template <typename T> std::string taken(array_of<T> it)
 {
     std::vector<std::string> all;
     for (size_t i = 0; it.all && i < it.length; ++i)
-        all.push_back(shown(it.all[i], is_taken));
-    g_free(is_taken ? it.all : nullptr);
+        all.push_back(taken(it.all[i]));
+    g_free(it.all);
     return it.all ? "[" + joined(all) + "]" : "NULL";
 }
 
-template <typename T> std::string shown(list_of<T> it, bool is_taken)
+template <typename T> std::string taken(list_of<T> it)
 {
     std::vector<std::string> all;
-    for (const GList *node = it.first; node; node = node->next)
-        all.push_back(shown(static_cast<T *>(node->data), is_taken));
-    g_list_free(is_taken ? it.first : nullptr);
+    for (; it.first; it.first = g_list_delete_link(it.first, it.first))
+        all.push_back(taken(static_cast<T *>(it.first->data)));
     return "[" + joined(all) + "]";
 }
 
-std::vector<std::string> cells(record auto &it, bool is_taken = false)
+/// The value, or the members of a record.
+std::vector<std::string> cells(auto value)
 {
-    return std::apply([=](auto &&...each) { return std::vector{shown(each, is_taken)...}; }, members(it));
+    return {taken(value)};
 }
 
-template <record T> std::string shown(T *it, bool is_taken)
+std::vector<std::string> cells(record auto *it)
 {
-    const std::string all = it ? "(" + joined(cells(*it, is_taken)) + ")" : "NULL";
-    g_free(is_taken ? it : nullptr);
+    if (!it)
+        return {"NULL"};
+    const auto all = members(*it, [](auto &&...each) { return std::vector{taken(each)...}; });
+    g_free(it);
     return all;
+}
+
+std::string taken(record auto *it)
+{
+    return it ? "(" + joined(cells(it)) + ")" : "NULL";
 }
 
 /* How they are read: each from a word, those of records one behind the other. */
 
-std::string text_of(const std::string &word)
-{
-    return word.empty() ? word : prefix + word;
-}
-
-void read(number auto &value, const std::string &word)
+unsigned long long number_in(const std::string &word)
 {
     static const std::vector<std::string> names[] = {
         {"any", "upload", "thumbnail", "download"}, {"todo", "ongoing", "failed", "paused", "paused_todo", "complete"}};
-    unsigned long long all = strtoull(word.c_str(), nullptr, 10); // a negative one too
     for (const auto &known : names)
         if (const auto found = std::find(known.begin(), known.end(), word); found != known.end())
-            all = static_cast<unsigned long long>(found - known.begin());
-    value = static_cast<std::remove_reference_t<decltype(value)>>(all);
+            return static_cast<unsigned long long>(found - known.begin());
+    return strtoull(word.c_str(), nullptr, 10); // a negative one too
 }
 
-void read(auto *&text, const std::string &word)
-{
-    // Not g_strdup, of which the benchmarks count what the library calls.
-    text = word == "NULL" ? nullptr : g_strndup(text_of(word).data(), text_of(word).size());
-}
-
+template <typename T> T read(const std::string &word);
 template <typename T>
 requires(number<T> || std::is_pointer_v<T>) void read_next(T &value, std::istream &words)
 {
     std::string word;
     std::getline(words, word, ',');
-    read(value, word);
+    value = read<T>(word);
 }
+void read_next(auto &, std::istream &) {} // of lists and arrays but one nobody is given any
 
-template <record T> T *read_record(std::istream &words)
+/// As many as there are; "*" for an element without a record.
+template <record T> std::vector<T *> read_all(std::istream &words)
 {
-    T *const it = g_new0(T, 1);
-    std::apply([&](auto &&...each) { (read_next(each, words), ...); }, members(*it));
-    return it;
+    std::vector<T *> all;
+    while (words.peek() != EOF) {
+        const bool is_empty = words.peek() == '*';
+        all.push_back(is_empty ? nullptr : g_new0(T, 1));
+        if (is_empty)
+            words.ignore(2);
+        else
+            members(*all.back(), [&](auto &&...each) { (read_next(each, words), ...); });
+    }
+    return all;
 }
 
-/// As many as there are; "*" for an element without a record. Of others nobody is given any.
-template <typename List> void read_next(List &&it, std::istream &words)
+void read_next(list_of<zel_trans_content_info> &it, std::istream &words)
 {
-    if constexpr (std::is_same_v<List, list_of<zel_trans_content_info> &>)
-        while (words.peek() != EOF) {
-            const bool is_empty = words.peek() == '*';
-            it.first = g_list_append(it.first, is_empty ? nullptr : read_record<zel_trans_content_info>(words));
-            words.ignore(is_empty ? 2 : 0);
-        }
+    for (zel_trans_content_info *each : read_all<zel_trans_content_info>(words))
+        it.first = g_list_append(it.first, each);
 }
 
-std::istringstream words_of(std::string text)
+template <record T> std::vector<T *> read_all(std::string text)
 {
     std::erase_if(text, [](char letter) { return letter == '(' || letter == ')'; });
-    return std::istringstream(text);
+    std::istringstream words(text);
+    return read_all<T>(words);
+}
+
+template <typename T> T read(const std::string &word)
+{
+    using pointee = std::remove_pointer_t<T>;
+    if constexpr (number<T>)
+        return static_cast<T>(number_in(word));
+    else if (word == "NULL")
+        return nullptr;
+    else if constexpr (record<pointee>)
+        return word == "&" ? g_new0(pointee, 1) : read_all<pointee>(word).at(0);
+    else { // Not g_strdup, of which the benchmarks count what the library calls.
+        const std::string text = word.empty() ? word : prefix + word;
+        return g_strndup(text.data(), text.size());
+    }
 }
 
 /* How an argument is kept for the time of the call. */
@@ -188,57 +198,35 @@ struct telling {
     }
 };
 
+/// An input. Of a record the members that the call has changed are shown.
 template <typename T> struct argument {
-    argument(telling &told, const std::string &word)
+    argument(telling &told, const std::string &word) : told(told), before(cells(read<T>(word))), value(read<T>(word))
     {
-        read(value, word);
-        told.length = static_cast<size_t>(value);
-    }
-    T value;
-};
-
-template <typename C>
-requires std::is_same_v<const C, const char>
-struct argument<C *> {
-    argument(telling &, const std::string &word) : text(text_of(word)), value(word == "NULL" ? nullptr : text.data()) {}
-    std::string text;
-    C *value;
-};
-
-/// A record, of which the members that the call has changed are shown.
-template <record T> struct argument<T *> {
-    argument(telling &told, const std::string &word) : told(told)
-    {
-        std::istringstream words = words_of(word);
-        value = word == "NULL" ? nullptr : word == "&" ? g_new0(T, 1) : read_record<T>(words);
-        if (value)
-            before = cells(*value);
+        if constexpr (number<T>)
+            told.length = static_cast<size_t>(value);
     }
     ~argument()
     {
-        for (size_t i = before.size(); i-- > 0;)
-            if (const std::string now = cells(*value)[i]; now != before[i])
-                told.put(now);
-        shown(value, true);
+        const std::vector<std::string> now = cells(value);
+        for (size_t i = now.size(); i-- > 0;)
+            if (now[i] != before[i])
+                told.put(now[i]);
     }
     telling &told;
-    T *value;
     std::vector<std::string> before;
+    T value;
 };
 
 template <> struct argument<quillo_msisdn_s **> {
-    argument(telling &, const std::string &word)
+    argument(telling &, const std::string &word) : people(read_all<quillo_msisdn_s>(word == "nobody" ? "" : word))
     {
-        std::istringstream words = words_of(word == "nobody" ? "" : word);
-        while (words.peek() != EOF)
-            people.push_back(read_record<quillo_msisdn_s>(words));
         people.reserve(1); // nobody is no null pointer
         value = word == "NULL" ? nullptr : people.data();
     }
     ~argument()
     {
         for (quillo_msisdn_s *each : people)
-            shown(each, true);
+            taken(each);
     }
     std::vector<quillo_msisdn_s *> people;
     quillo_msisdn_s **value;
@@ -261,13 +249,13 @@ requires(!record<T> && !std::is_const_v<T>) struct argument<T *> {
         if (it == before && !std::is_same_v<T, bool>)
             told.put("-");
         else if constexpr (number<T> || std::is_same_v<T, char *> || record<std::remove_pointer_t<T>>)
-            told.put(shown(it, true));
+            told.put(taken(it));
         else if constexpr (!std::is_same_v<T, GList *>)
-            told.put(shown(array_of<std::remove_pointer_t<T>>{it, told.length}, true));
+            told.put(taken(array_of<std::remove_pointer_t<T>>{it, told.length}));
         else if (word == "&urls")
-            told.put(shown(list_of<zel_trans_url_info>{it}, true));
+            told.put(taken(list_of<zel_trans_url_info>{it}));
         else
-            told.put(shown(list_of<zel_content_sync_info>{it}, true));
+            told.put(taken(list_of<zel_content_sync_info>{it}));
         if constexpr (number<T>)
             told.length = static_cast<size_t>(it);
     }
@@ -303,7 +291,7 @@ told call_with(Result (*function)(Parameters...), const call &given, telling &wi
             return {result, ""};
         if constexpr (std::is_pointer_v<Result>)
             sqlite3_finalize(result);
-        return {0, " " + shown(result != Result())};
+        return {0, " " + std::to_string(result != Result())};
     }
 }
 

@@ -46,8 +46,7 @@ bool allocation_fails(size_t count, size_t size)
 #define SCRIPTED(script, name, parameters, arguments)                                                                  \
     STAND_IN(int, name, parameters)                                                                                    \
     {                                                                                                                  \
-        int result = 0;                                                                                                \
-        return calls::script.take(&result) ? result : __real_##name arguments;                                         \
+        return calls::script.meet([&] { return __real_##name arguments; });                                            \
     }
 
 extern "C" {
@@ -75,9 +74,7 @@ STAND_IN(int, pthread_cond_timedwait, (pthread_cond_t * condition, pthread_mutex
 {
     last_deadline = *until;
     waits_entered.release();
-    int result = 0;
-    return calls::cond_timedwait.take(&result) ? result
-                                               : pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, until);
+    return calls::cond_timedwait.meet([&] { return pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, until); });
 }
 
 STAND_IN(int, gettimeofday, (timeval * value, void *))
@@ -98,7 +95,8 @@ STAND_IN(time_t, time, (time_t * value))
 
 STAND_IN(int, stat, (const char *path, struct stat *status))
 {
-    return calls::file_status.take(&errno) ? -1 : fstatat(AT_FDCWD, path, status, 0);
+    errno = calls::file_status.meet([&] { return fstatat(AT_FDCWD, path, status, 0) == 0 ? 0 : errno; });
+    return errno == 0 ? 0 : -1;
 }
 
 STAND_IN(FILE *, fopen, (const char *path, const char *mode))
@@ -109,9 +107,10 @@ STAND_IN(FILE *, fopen, (const char *path, const char *mode))
 STAND_IN(void, g_usleep, (gulong microseconds))
 {
     last_sleep = microseconds;
-    int unused = 0;
-    if (!calls::sleep.take(&unused))
+    calls::sleep.meet([&] {
         __real_g_usleep(microseconds);
+        return 0;
+    });
 }
 
 STAND_IN(char *, sqlite3_vmprintf, (const char *format, va_list arguments))
