@@ -28,6 +28,7 @@ template <typename T> struct list_of {
     GList *&first;
 };
 
+using recipients = quillo_msisdn_s **; // of a call; ended by a null pointer
 template <typename T> struct array_of {
     T *all;
     size_t length;
@@ -99,6 +100,14 @@ template <typename T> std::string taken(list_of<T> it)
     for (; it.first; it.first = g_list_delete_link(it.first, it.first))
         all.push_back(taken(static_cast<T *>(it.first->data)));
     return "[" + joined(all) + "]";
+}
+
+std::string taken(recipients all)
+{
+    size_t length = 0;
+    while (all && all[length])
+        ++length;
+    return taken(array_of<quillo_msisdn_s *>{all, length});
 }
 
 /// The value, or the members of a record.
@@ -180,7 +189,12 @@ template <typename T> T read(const std::string &word)
         return nullptr;
     else if constexpr (record<pointee>)
         return word == "&" ? g_new0(pointee, 1) : read_all<pointee>(word).at(0);
-    else { // Not g_strdup, of which the benchmarks count what the library calls.
+    else if constexpr (std::is_same_v<T, recipients>) {
+        const std::vector<pointee> all = read_all<quillo_msisdn_s>(word == "nobody" ? "" : word);
+        const T people = g_new0(pointee, all.size() + 1);
+        std::copy(all.begin(), all.end(), people);
+        return people;
+    } else { // Not g_strdup, of which the benchmarks count what the library calls.
         const std::string text = word.empty() ? word : prefix + word;
         return g_strndup(text.data(), text.size());
     }
@@ -217,24 +231,9 @@ template <typename T> struct argument {
     T value;
 };
 
-template <> struct argument<quillo_msisdn_s **> {
-    argument(telling &, const std::string &word) : people(read_all<quillo_msisdn_s>(word == "nobody" ? "" : word))
-    {
-        people.reserve(1); // nobody is no null pointer
-        value = word == "NULL" ? nullptr : people.data();
-    }
-    ~argument()
-    {
-        for (quillo_msisdn_s *each : people)
-            taken(each);
-    }
-    std::vector<quillo_msisdn_s *> people;
-    quillo_msisdn_s **value;
-};
-
 /// An output, which holds before the call what no operation would put there.
 template <typename T>
-requires(!record<T> && !std::is_const_v<T>) struct argument<T *> {
+requires(!record<T> && !std::is_const_v<T> && !std::is_same_v<T *, recipients>) struct argument<T *> {
     argument(telling &told, const std::string &word) : told(told), word(word), value(word == "NULL" ? nullptr : &it)
     {
         std::memset(&it, 77, sizeof it);
@@ -295,17 +294,17 @@ told call_with(Result (*function)(Parameters...), const call &given, telling &wi
     }
 }
 
-using binding = told (*)(const call &, telling &);
-template <auto FUNCTION> told bound(const call &given, telling &with)
+const auto &operations_by_name()
 {
-    return call_with(FUNCTION, given, with);
-}
-
-const std::map<std::string, binding> &operations_by_name()
-{
-#define OP(name) std::pair<std::string, binding>(#name, bound<_common_storage_##name>)
-#define INTERNAL(name) std::pair<std::string, binding>(#name, bound<name>)
-    static const std::map<std::string, binding> all = {
+#define INTERNAL(name)                                                                                                 \
+    {                                                                                                                  \
+#name, [](const call &given, telling &with) { return call_with(name, given, with); }                           \
+    }
+#define OP(name)                                                                                                       \
+    {                                                                                                                  \
+#name, [](const call &given, telling &with) { return call_with(_common_storage_##name, given, with); }         \
+    }
+    static const std::map<std::string, told (*)(const call &, telling &)> all = {
         INTERNAL(__execute_query),
         INTERNAL(__execute_insert_query),
         INTERNAL(__execute_select_query),
@@ -362,20 +361,15 @@ std::vector<table_line> table_of(const std::string &section)
     std::set<std::string> known;
     std::string given;
     std::ifstream file(ZEL_TEST_OPERATIONS "/" + section + ".txt");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("    "))
-            all.back().text += "\n" + line;
-        else
-            all.push_back({line, call(""), "", false});
-    }
-    for (table_line &line : all) {
-        if (line.text.starts_with("given "))
-            given = line.text.substr(6);
-        else if (line.text.empty())
-            given.clear();
-        else if (line.text[0] != '#')
-            line = {line.text, call(line.text.substr(0, line.text.find("->"))), given, false};
-        line.is_first = given.empty() && known.insert(line.made.name).second && !line.made.name.empty();
+    for (std::string text, more; std::getline(file, text);) {
+        while (file.peek() == ' ' && std::getline(file, more))
+            text += "\n" + more;
+        const bool is_given = text.empty() || text.starts_with("given ");
+        if (is_given)
+            given = text.empty() ? "" : text.substr(6);
+        const call made(is_given || text[0] == '#' ? "" : text.substr(0, text.find("->")));
+        const bool is_first = !made.name.empty() && given.empty() && known.insert(made.name).second;
+        all.push_back({text, made, given, is_first});
     }
     return all;
 }
