@@ -75,8 +75,6 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
     va_start(arguments, fmt);
     const std::unique_ptr<char, decltype(&g_free)> text(g_strdup_vprintf(fmt, arguments), g_free);
     va_end(arguments);
-    if (prio == DLOG_DEBUG && platform.on_debug_line)
-        platform.on_debug_line();
 
     std::string line = std::string(1, "??VDIWEFS"[prio]) + " " + tag + " " + text.get();
     const size_t number = line.find('(');

@@ -33,38 +33,36 @@ void expect_lines(unsigned int checksum);
 /// For arguments that are not to be looked at: zeros, which have to stay zeros.
 alignas(16) inline char nothing[512];
 
-/// Calls with NULL for each of its first `count` pointers in turn, and notes the result, which is NULL if that is a
-/// pointer. What the others point to is left alone.
-template <typename Result, typename... Parameters> void leave_out_each(size_t count, Result (*function)(Parameters...))
-{
-    for (size_t victim = 0; victim < count; ++victim) {
-        size_t index = 0;
-        const auto pick = [&]<typename Value>(Value value) {
-            if constexpr (std::is_pointer_v<Value>)
-                return index++ == victim ? nullptr : reinterpret_cast<Value>(nothing);
-            else
-                return value;
-        };
-        const std::tuple<Parameters...> arguments = {pick(Parameters{})...};
-        if constexpr (std::is_void_v<Result>)
-            std::apply(function, arguments);
-        else if constexpr (std::is_pointer_v<Result>)
-            EXPECT_EQ(std::apply(function, arguments), nullptr);
-        else
-            note(std::to_string(std::apply(function, arguments)));
-    }
-    EXPECT_EQ(std::count(std::begin(nothing), std::end(nothing), 0), std::ssize(nothing));
-}
+/// Calls each with NULL for each of its first `count` pointers in turn, and notes the result, which is NULL if that is
+/// a pointer. What the others point to is left alone.
 template <typename... Functions> void leave_out_each(size_t count, Functions... functions)
 {
-    (leave_out_each(count, functions), ...);
+    const auto leave_out = [count]<typename Result, typename... Parameters>(Result (*function)(Parameters...)) {
+        for (size_t victim = 0; victim < count; ++victim) {
+            size_t index = 0;
+            const auto pick = [&]<typename Value>(Value value) {
+                if constexpr (std::is_pointer_v<Value>)
+                    return index++ == victim ? nullptr : reinterpret_cast<Value>(nothing);
+                else
+                    return value;
+            };
+            const std::tuple<Parameters...> arguments = {pick(Parameters{})...};
+            if constexpr (std::is_void_v<Result>)
+                std::apply(function, arguments);
+            else if constexpr (std::is_pointer_v<Result>)
+                EXPECT_EQ(std::apply(function, arguments), nullptr);
+            else
+                note(std::to_string(std::apply(function, arguments)));
+        }
+    };
+    (leave_out(functions), ...);
+    EXPECT_EQ(std::count(std::begin(nothing), std::end(nothing), 0), std::ssize(nothing));
 }
 
 /// What the rest of the platform answers, and what became of it. Not for several threads at once.
 struct platform_state {
     int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     bool feature_value = false;
-    void (*on_debug_line)() = nullptr; ///< called before the line is recorded
 
     std::set<app_control_h> handles; ///< those that exist
     int clone_result = 0;            ///< other than 0: the next clone fails with it, leaving this in its output
