@@ -148,18 +148,18 @@ requires(number<T> || std::is_pointer_v<T>) void read_next(T &value, std::istrea
 {
     std::string word;
     std::getline(words, word, ',');
+    std::erase_if(word, [](char letter) { return letter == '(' || letter == ')'; });
     value = read<T>(word);
 }
 void read_next(auto &, std::istream &) {} // of lists and arrays but one nobody is given any
 
-/// As many as there are; "*" for an element without a record.
+/// As many as there are; "*" for an element without a record, "&" for a record without anything.
 template <record T> std::vector<T *> read_all(std::istream &words)
 {
     std::vector<T *> all;
-    while (words.peek() != EOF) {
-        const bool is_empty = words.peek() == '*';
-        all.push_back(is_empty ? nullptr : g_new0(T, 1));
-        if (is_empty)
+    for (int first = words.peek(); first != EOF; first = words.peek()) {
+        all.push_back(first == '*' ? nullptr : g_new0(T, 1));
+        if (first == '*' || first == '&')
             words.ignore(2);
         else
             members(*all.back(), [&](auto &&...each) { (read_next(each, words), ...); });
@@ -173,24 +173,18 @@ void read_next(list_of<zel_trans_content_info> &it, std::istream &words)
         it.first = g_list_append(it.first, each);
 }
 
-template <record T> std::vector<T *> read_all(std::string text)
-{
-    std::erase_if(text, [](char letter) { return letter == '(' || letter == ')'; });
-    std::istringstream words(text);
-    return read_all<T>(words);
-}
-
 template <typename T> T read(const std::string &word)
 {
     using pointee = std::remove_pointer_t<T>;
+    std::istringstream words(word == "nobody" ? "" : word);
     if constexpr (number<T>)
         return static_cast<T>(number_in(word));
     else if (word == "NULL")
         return nullptr;
     else if constexpr (record<pointee>)
-        return word == "&" ? g_new0(pointee, 1) : read_all<pointee>(word).at(0);
+        return read_all<pointee>(words).at(0);
     else if constexpr (std::is_same_v<T, recipients>) {
-        const std::vector<pointee> all = read_all<quillo_msisdn_s>(word == "nobody" ? "" : word);
+        const std::vector<pointee> all = read_all<quillo_msisdn_s>(words);
         const T people = g_new0(pointee, all.size() + 1);
         std::copy(all.begin(), all.end(), people);
         return people;
@@ -296,14 +290,8 @@ told call_with(Result (*function)(Parameters...), const call &given, telling &wi
 
 const auto &operations_by_name()
 {
-#define INTERNAL(name)                                                                                                 \
-    {                                                                                                                  \
-#name, [](const call &given, telling &with) { return call_with(name, given, with); }                           \
-    }
-#define OP(name)                                                                                                       \
-    {                                                                                                                  \
-#name, [](const call &given, telling &with) { return call_with(_common_storage_##name, given, with); }         \
-    }
+#define INTERNAL(name) std::pair(#name, [](auto &...with) { return call_with(name, with...); })
+#define OP(name) std::pair(#name, [](auto &...with) { return call_with(_common_storage_##name, with...); })
     static const std::map<std::string, told (*)(const call &, telling &)> all = {
         INTERNAL(__execute_query),
         INTERNAL(__execute_insert_query),
