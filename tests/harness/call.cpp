@@ -31,7 +31,7 @@ template <typename T> struct list_of {
 using recipients = quillo_msisdn_s **; // of a call; ended by a null pointer
 template <typename T> struct array_of {
     T *all;
-    size_t length;
+    unsigned long long length;
 };
 
 // Each gives the members of a record, in their order, to whoever uses them.
@@ -88,7 +88,7 @@ std::string taken(record auto *it);
 template <typename T> std::string taken(array_of<T> it)
 {
     std::vector<std::string> all;
-    for (size_t i = 0; it.all && i < it.length; ++i)
+    for (unsigned long long i = 0; it.all && i < it.length; ++i)
         all.push_back(taken(it.all[i]));
     g_free(it.all);
     return it.all ? "[" + joined(all) + "]" : "NULL";
@@ -104,7 +104,7 @@ template <typename T> std::string taken(list_of<T> it)
 
 std::string taken(recipients all)
 {
-    size_t length = 0;
+    unsigned long long length = 0;
     while (all && all[length])
         ++length;
     return taken(array_of<quillo_msisdn_s *>{all, length});
@@ -199,10 +199,11 @@ template <typename T> T read(const std::string &word)
 /// What has been told of a call.
 struct telling {
     std::string outputs;
-    size_t length = 0; ///< of an array: the last number that was passed
+    unsigned long long length = 0; ///< of an array: the number beside it
     void put(const std::string &output)
     {
         outputs = " " + output + outputs; // the last one comes first
+        length = number_in(output);
     }
 };
 
@@ -210,8 +211,7 @@ struct telling {
 template <typename T> struct argument {
     argument(telling &told, const std::string &word) : told(told), before(cells(read<T>(word))), value(read<T>(word))
     {
-        if constexpr (number<T>)
-            told.length = static_cast<size_t>(value);
+        told.length = number_in(word);
     }
     ~argument()
     {
@@ -249,8 +249,6 @@ requires(!record<T> && !std::is_const_v<T> && !std::is_same_v<T *, recipients>) 
             told.put(taken(list_of<zel_trans_url_info>{it}));
         else
             told.put(taken(list_of<zel_content_sync_info>{it}));
-        if constexpr (number<T>)
-            told.length = static_cast<size_t>(it);
     }
     telling &told;
     std::string word;

@@ -17,13 +17,14 @@ namespace
 /// The words, the long ones shortened until there is room for all, or else without the last ones.
 std::string brief(const std::string &words, size_t room)
 {
-    std::string all = words;
-    for (size_t longest = 40; longest >= 20 && (longest == 40 || all.size() > room); --longest) {
+    std::string all;
+    size_t longest = 40;
+    do {
         all.clear();
         std::istringstream in(words);
         for (std::string word; in >> word;)
             all += " " + (word.size() > longest ? word.replace(longest / 2, word.size() - longest + 3, "...") : word);
-    }
+    } while (all.size() > room && --longest >= 20);
     return all.size() > room ? all.substr(0, room - 3) + "..." : all;
 }
 
