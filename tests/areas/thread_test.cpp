@@ -30,12 +30,7 @@ struct worker {
     {
         worker &me = *static_cast<worker *>(data);
         EXPECT_NE(me.record, nullptr) << "it stands there before the thread runs";
-        pthread_attr_t attributes;
-        int detach_state = -1;
-        pthread_getattr_np(pthread_self(), &attributes);
-        pthread_attr_getdetachstate(&attributes, &detach_state);
-        pthread_attr_destroy(&attributes);
-        EXPECT_EQ(detach_state, PTHREAD_CREATE_DETACHED);
+        EXPECT_EQ(pthread_detach(pthread_self()), EINVAL) << "it is detached";
         me.self.set_value(pthread_self());
         return nullptr;
     }

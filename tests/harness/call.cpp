@@ -59,7 +59,7 @@ MEMBERS(zel_trans_url_info, it.url, it.content_type)
 template <typename T>
 concept record = requires(T it)
 {
-    members(it, [](auto &&...) {});
+    members(it, static_cast<void (*)(...)>(nullptr));
 };
 
 /* How values are shown: they are released at once, with all that they refer to. */

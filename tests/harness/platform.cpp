@@ -48,9 +48,10 @@ std::string without_addresses(std::string text)
     return text;
 }
 
-void expect_lines(unsigned int checksum)
+void expect_lines(unsigned int checksum, const std::string &addresses)
 {
-    const std::string lines = without_addresses(take_trace());
+    const std::string told = take_trace(), lines = without_addresses(told);
+    EXPECT_NE(told.find(addresses), std::string::npos) << addresses << " in\n" << told;
     const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
     std::filesystem::create_directories(ZEL_TEST_TOLD);
     std::ofstream(std::string(ZEL_TEST_TOLD) + "/" + test.test_suite_name() + "." + test.name() + ".txt") << lines;

@@ -26,9 +26,9 @@ int count(const std::string &text, const std::string &part);
 /// With nothing but "0x" of each address.
 std::string without_addresses(std::string text);
 
-/// What the calling thread has written since the last take has this checksum, addresses aside. Where it has not, the
-/// lines are printed; each run leaves them in a file named for the case below ZEL_TEST_TOLD.
-void expect_lines(unsigned int checksum);
+/// What the calling thread has written since the last take has this checksum, addresses aside, and names these. Where
+/// it does not, the lines are printed; each run leaves them in a file named for the case below ZEL_TEST_TOLD.
+void expect_lines(unsigned int checksum, const std::string &addresses = "");
 
 /// For arguments that are not to be looked at: zeros, which have to stay zeros.
 alignas(16) inline char nothing[512];
