@@ -25,9 +25,8 @@ struct told {
 };
 
 /// An operation's name without its common head, then a word for each argument: a number, a text, NULL, "&" for an
-/// output
-/// ("&false" for one that holds false, "&urls" for a list of URLs); the members of a record, in their order, have
-/// commas between them, and those of further records follow ("*" for none); parentheses are for the reader.
+/// output ("&false" for one that holds false, "&urls" for a list of URLs); the members of a record, in their order,
+/// have commas between them, and those of further records follow ("*" for none); parentheses are for the reader.
 struct call {
     explicit call(const std::string &given);
     /// Reads the arguments, calls, and releases what is handed out.

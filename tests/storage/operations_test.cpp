@@ -44,9 +44,7 @@ std::string line_of(const table_line &line, const std::vector<trouble> &told, st
     return asked + brief(told[0].met.brief + told[0].met.changed, 120 - width()) + checksum;
 }
 
-class StoreOperations : public testing::TestWithParam<std::string>
-{
-};
+using StoreOperations = testing::TestWithParam<std::string>;
 
 } // namespace
 
