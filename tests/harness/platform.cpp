@@ -77,6 +77,7 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
     const std::unique_ptr<char, decltype(&g_free)> text(g_strdup_vprintf(fmt, arguments), g_free);
     va_end(arguments);
 
+    platform.before_line();
     std::string line = std::string(1, "??VDIWEFS"[prio]) + " " + tag + " " + text.get();
     const size_t number = line.find('(');
     written += line.erase(number, line.find_first_not_of("0123456789", number + 1) + 1 - number);

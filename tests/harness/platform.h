@@ -63,6 +63,7 @@ template <typename... Functions> void leave_out_each(size_t count, Functions... 
 struct platform_state {
     int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     bool feature_value = false;
+    void (*before_line)() = [] {}; ///< of the log
 
     std::set<app_control_h> handles; ///< those that exist
     int clone_result = 0;            ///< other than 0: the next clone fails with it, leaving this in its output
