@@ -82,7 +82,8 @@ outcome show(const options &wanted)
             view += "\n" + shown(FORMAT("%s (%s)", section, text(rows[0], "entries").c_str()), BOLD) + lines_of(rows);
     }
     const bool has_match = (wanted.request + wanted.token).empty() || !read.rows("SELECT 1 FROM lines LIMIT 1").empty();
-    return {!read.is_readable ? CANNOT_READ : has_match ? FINE : FINDINGS, view, document};
+    view += has_match ? "" : "\n" + shown("Nothing matches.", RED);
+    return {!read.is_readable ? CANNOT_READ : has_match && read.findings.empty() ? FINE : FINDINGS, view, document};
 }
 
 outcome watch(const options &wanted)

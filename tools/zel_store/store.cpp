@@ -2,6 +2,7 @@
 
 #include "texts.h"
 #include "zel_common_storage.h"
+#include "zel_common_storage/connection.h"
 #include "zel_common_storage/schema.h"
 #include "zel_platform.h"
 #include "zel_store.h"
@@ -9,8 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <glob.h>
@@ -82,7 +81,8 @@ void copy_consistently(const std::string &path, const std::string &target)
             fs::remove(target + suffix, error);
             fs::copy_file(path + suffix, target + suffix, error);
             if (error && (suffix.empty() || error != std::errc::no_such_file_or_directory))
-                throw unreadable(target + suffix + ": " + error.message() + ". Is the store there, room in TMPDIR?");
+                throw unreadable(path + suffix + ": " + error.message() +
+                                 ". Can you read it, is there room in TMPDIR?");
         }
     }
 }
@@ -107,6 +107,7 @@ json openers_of(const std::string &path)
 /** Fills the tables in memory and says what is missing or different; the library reads columns by position. */
 void load(store &read)
 {
+    json damages = json::array();
     for (const json &one : read.rows(LOAD_SQL)) {
         if (!one["differences"].is_null())
             read.find("columns", {{{text(one, "name"), one["differences"]}}});
@@ -116,8 +117,9 @@ void load(store &read)
                 for (const json &row : read.rows(text(one, "reading") + order, {}, &complaint))
                     read.rows(row["statement"]);
         if (!complaint.empty())
-            read.find("damaged-table", {{{text(one, "name"), complaint}}});
+            damages.push_back({{"table", text(one, "name") + ": " + complaint}});
     }
+    read.find("damaged-table", damages);
     read.find("missing-table", read.rows("SELECT name FROM main.sqlite_master WHERE name NOT GLOB 'sqlite_*'"
                                          " EXCEPT SELECT name FROM copy.sqlite_master"));
 }
@@ -201,7 +203,7 @@ store::store(const std::string &named)
     rows(FORMAT("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups, %d AS is_unused",
                 BATCH_LIMIT, RETRY_CAP, GROUP_LIMIT, is_unused));
     // The private copy goes with its folder as soon as it is open, and no signal ends the program before that.
-    std::string folder = (fs::temp_directory_path() / "zel-store.XXXXXX").string();
+    std::string folder = std::string(g_get_tmp_dir()) + "/zel-store.XXXXXX";
     sigset_t all;
     sigset_t signals;
     sigfillset(&all);
@@ -239,10 +241,10 @@ store::store(const std::string &named)
 
 outcome copy(const options &wanted)
 {
-    const std::string &target = wanted.copied.back();
+    const std::string target = fs::absolute(wanted.copied.back()).string(); // never a name that means more to SQLite
     const store read(wanted.copied.size() == 2 ? wanted.copied[0] : wanted.store);
-    if (!read.is_readable)
-        throw unreadable(text(read.file, "path") + ": " + text(read.findings[0], "title") + ". cp copies it as it is.");
+    if (!read.has_all_rows)
+        throw unreadable(text(read.file, "path") + ": cannot be read whole. zel-store check tells why; cp copies it.");
     if (fs::exists(target))
         throw unreadable(target + ": File exists. Name a file that is not there yet.");
     umask(077); // the copy holds what the store holds: nobody else may read it
@@ -268,12 +270,13 @@ outcome init(const options &wanted)
     else if ((fs::status(folder).permissions() & (fs::perms::group_all | fs::perms::others_all)) != fs::perms::none)
         view = shown(folder.string() + ": is open to others, though the store holds secrets. chmod 0700 closes it.");
     if (_common_storage_init() != ZEL_ERR_NONE)
-        throw unreadable("The store was not opened, as told above. Do " ZEL_DATABASE " and its folder belong to you?");
+        throw unreadable("The store was not opened. Do " ZEL_DATABASE " and its folder belong to you?");
     _common_storage_db_upgrade();
     const auto is_missing = [](const table &one) { return !_common_storage_check_table_exist(one.name); };
     for (int i = 0; std::any_of(std::begin(TABLES), std::end(TABLES), is_missing); ++i) {
         if (i == 20) // tries, while another program makes tables too
-            throw unreadable("Not all tables could be made; zel-store check names those that are missing.");
+            throw unreadable(std::string("Not all tables are there: ") + sqlite3_errmsg(_g_sqlite_handle) +
+                             ". zel-store show tells who has the store open, zel-store check what is wrong with it.");
         g_usleep(10000);
         _common_storage_db_create();
     }
@@ -292,12 +295,8 @@ outcome init(const options &wanted)
     return {FINE, view, {}};
 }
 
-// The tool is the platform of the library that it holds. Of the library's lines it tells only the failures.
-int dlog_print(log_priority prio, const char *, const char *fmt, ...)
+// The tool is the platform of the library that it holds, and says in its own words what fails.
+int dlog_print(log_priority, const char *, const char *, ...)
 {
-    va_list args;
-    va_start(args, fmt);
-    const std::string line = taken(g_strdup_vprintf(fmt, args));
-    va_end(args);
-    return prio >= DLOG_ERROR ? std::fputs(shown(line).c_str(), stderr) : 0;
+    return 0;
 }

@@ -1,7 +1,6 @@
 #include "zel_store.h"
 
 #include <clocale>
-#include <cstdlib>
 #include <map>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -12,9 +11,8 @@ void terminal::look()
 {
     std::setlocale(LC_CTYPE, "");
     knows_utf8 = g_get_charset(nullptr);
-    is_terminal = isatty(STDOUT_FILENO);
-    const char *const no_colour = std::getenv("NO_COLOR");
-    has_colours = is_terminal && !(no_colour && *no_colour) && g_strcmp0(std::getenv("TERM"), "dumb") != 0;
+    is_terminal = isatty(STDOUT_FILENO) && g_strcmp0(g_getenv("TERM"), "dumb") != 0;
+    has_colours = is_terminal && g_strcmp0(g_getenv("NO_COLOR"), "") <= 0; // unset or empty
     winsize size = {};
     ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
     width = !is_terminal ? 0 : size.ws_col >= 20 ? size.ws_col : 80; // narrower no text can be broken

@@ -11,7 +11,7 @@ namespace
 
 constexpr char LINE[] = R"(^(.*?)(?:(QUILLO_COMMON)\s*(?:\([^)]*\))?\s*:\s*)?\b([A-Za-z_]\w*)\(\d+\): {1,2}(.*)$)";
 // The thread is the last number behind the time: some platforms write the process in front of it.
-constexpr char STAMP[] = R"((?:(\d{4})-)?(\d\d-\d\d)[ T](\d\d:\d\d:\d\d)[.,](\d{1,6})\S*(?:\s+\d+)?(?:\s+(\d+)))";
+constexpr char STAMP[] = R"((?:(\d{4})-)?(\d\d-\d\d)[ T](\d\d:\d\d:\d\d)[.,](\d{1,6})\S*(?:(?:\s+\d+)?\s+(\d+))?)";
 constexpr char FOREIGN[] = R"((?:^|\s)[VDIWEF](?:/| +)\w+ *(?:\([^)]*\))?:)";
 
 // What a line is, what that is about, and SQLite's code.
@@ -80,8 +80,7 @@ outcome trace(const options &wanted)
     const json totals = database.rows("SELECT * FROM totals")[0];
     if (totals["lines"] == 0)
         throw unreadable(wanted.trace + ": no line of it is the library's (they read \"operation(line): text\").");
-    if (totals["has_threads"] == 0 &&
-        (wanted.shows_tree || !wanted.timeline.empty())) // without times no threads either
+    if (totals["has_threads"] == 0 && (wanted.shows_tree || !wanted.timeline.empty()))
         throw unreadable(NO_THREADS + std::string("who called whom would be a guess. The host platform writes them."));
     if (!wanted.timeline.empty()) {
         std::ofstream timeline(wanted.timeline);

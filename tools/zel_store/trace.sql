@@ -32,7 +32,8 @@ CREATE VIEW failures AS
     FROM (SELECT function AS operation, iif(what = 'Critical', body, 'a read broke off') AS text, number, attempts,
                  iif(broken OR refused, query, '') AS statement, coalesce(broken, refused, 0) AS code FROM steps
           WHERE what = 'Critical' AND NOT is_executor OR what = 'finalize' AND NOT complaints)
-    WHERE code OR text NOT LIKE 'No records found%' GROUP BY operation, text, code ORDER BY first_line;
+    WHERE code OR text NOT IN ('Fail:Filesize is zero', 'req_queue->item_list is NULL', 'waitCallback() TIME-OUT')
+    AND text NOT LIKE 'No records%' AND text NOT LIKE 'already%' GROUP BY operation, text, code ORDER BY first_line;
 CREATE VIEW operations AS
     SELECT operation, sum(calls) AS calls, sum(failures) AS failures, sum(statements) AS statements,
            sum(us) AS total_us, max(us) AS longest_us
@@ -47,12 +48,14 @@ CREATE VIEW totals AS
     SELECT count(*) AS lines, min(thread) <> '' AS has_threads, count(time) = count(*) AS has_times,
            count(DISTINCT thread) AS threads, max(time) - min(time) AS us FROM lines;
 CREATE VIEW summary AS
-    SELECT format('%d lines of the library, %d threads, %.3f seconds; kinds of failure: %d', lines, threads, us / 1e6,
+    SELECT format('%d lines of the library, threads: %s, seconds: %s; kinds of failure: %d', lines,
+                  iif(has_threads, threads, '?'), iif(has_times, format('%.3f', us / 1e6), '?'),
                   (SELECT count(*) FROM failures)) AS line, 0 AS style, '' AS detail FROM totals
     UNION ALL SELECT '  calls failures statements  total ms  longest  operation', 1, NULL
-    UNION ALL SELECT format('%7d %8d %10d %9.2f %8.2f  %s', calls, failures, statements, total_us / 1000.0,
-                            longest_us / 1000.0, operation), iif(failures, 31, 0), NULL
-    FROM operations WHERE failures OR operation NOT GLOB '__*';
+    UNION ALL SELECT replace(format('%7d %8d %10d %9.2f %8.2f  %s', calls, failures, statements, total_us / 1e3,
+                                    longest_us / 1e3, operation), iif(has_threads, '', '     0.00     0.00'),
+                             '        ?        ?'), iif(failures, 31, 0), NULL
+    FROM operations JOIN totals WHERE failures OR operation NOT GLOB '__*';
 CREATE VIEW tree AS
     SELECT line, style, NULL AS detail FROM
         (SELECT DISTINCT thread, 0 AS n, 'thread ' || thread AS line, 1 AS style FROM lines

@@ -42,7 +42,7 @@ CREATE TEMP TABLE items AS
 -- The date (UTC) of a time in seconds or, from the year 5138 on (as milliseconds: 1973), in milliseconds; how far away.
 CREATE TEMP TABLE moments AS SELECT time, said, iif(time <> 0, 'expires ' || said, 'no expiry') AS expiry FROM
     (SELECT time, coalesce(strftime('%Y-%m-%d %H:%M', second, 'unixepoch') || format(iif(away > 0, ' (in %d %s%s)',
-                           ' (%d %s%s ago)'), number, name, iif(number < 2, '', 's')), time) AS said
+                           ' (%d %s%s ago)'), number, name, iif(number = 1, '', 's')), time) AS said
      FROM (SELECT time, second, away, abs(away) / max(column1) AS number, column2 AS name
            FROM (SELECT *, second - 0.0 - strftime('%s', 'now') AS away FROM
                  (SELECT time, iif(time >= 100000000000, time / 1000, time) AS second FROM
