@@ -43,7 +43,7 @@ inline const std::string sections[] = {"database",  "key_value",       "received
                                        "transfers", "transfer_counts", "transfer_lists",
                                        "uploads",   "upload_reports",  "recent_receivers"};
 struct table_line {
-    std::string text; ///< in one line; of a line that is no call there is nothing more
+    std::string text; ///< as it stands there; of a line that is no call there is nothing more
     call made;
     std::string given; ///< statements that are run before it; "shut;" in front: the store is closed
     bool is_first;     ///< of its operation in the world as it is

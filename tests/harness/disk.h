@@ -1,7 +1,7 @@
 // A disk and a memory that fail on purpose: an SQLite VFS in front of the usual one, and the allocators of SQLite and
 // the library. The disk never really syncs, and its clock stands.
-#ifndef ZEL_TESTS_FAULTY_DISK_H
-#define ZEL_TESTS_FAULTY_DISK_H
+#ifndef ZEL_TESTS_DISK_H
+#define ZEL_TESTS_DISK_H
 
 #include "interpose.h"
 

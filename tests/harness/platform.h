@@ -1,6 +1,6 @@
 // The platform that tests link: it records every log line and answers the registry and the handles as a test says.
-#ifndef ZEL_TESTS_RECORDING_PLATFORM_H
-#define ZEL_TESTS_RECORDING_PLATFORM_H
+#ifndef ZEL_TESTS_PLATFORM_H
+#define ZEL_TESTS_PLATFORM_H
 
 #include "zel_platform.h"
 
