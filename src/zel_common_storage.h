@@ -79,7 +79,16 @@ extern "C" {
 /** A prepared statement of SQLite. */
 typedef struct sqlite3_stmt sqlite3_stmt;
 
-/* Engine ----------------------------------------------------------------------------------------------------- */
+/* Connection ------------------------------------------------------------------------------------------------- */
+
+/**
+ * Finalizes a prepared statement of the store.
+ *
+ * @param stmt the statement, not to be used afterwards; NULL is ignored
+ */
+void __db_finalize(sqlite3_stmt *stmt);
+
+/* Database --------------------------------------------------------------------------------------------------- */
 
 /**
  * Opens the database file ".quillo_service.db" in the service's data directory, creating it when it is missing (the
@@ -110,21 +119,12 @@ zel_err_e _common_storage_db_upgrade(void);
 zel_err_e __common_storage_get_db_version(int *version);
 
 /**
- * Finalizes a prepared statement of the store.
- *
- * @param stmt the statement, not to be used afterwards; NULL is ignored
- */
-void __db_finalize(sqlite3_stmt *stmt);
-
-/**
  * Tells whether the schema holds an object (table, index, view or trigger) of a name.
  *
  * @param table_name the name, case-sensitive
  * @return true when it exists; false when it does not, when the name is NULL, and when the question failed
  */
 bool _common_storage_check_table_exist(const char *table_name);
-
-/* Schema ----------------------------------------------------------------------------------------------------- */
 
 /**
  * Creates those of the nine tables that are missing. A table that exists is left as it is, a table that fails does not
@@ -135,7 +135,7 @@ bool _common_storage_check_table_exist(const char *table_name);
  */
 zel_err_e _common_storage_db_create(void);
 
-/* Key-value data and folder records -------------------------------------------------------------------------- */
+/* Key value -------------------------------------------------------------------------------------------------- */
 
 /**
  * What _common_storage_upsert_and_involk_unique_data calls after the write; must not throw.
@@ -251,7 +251,7 @@ zel_err_e _common_storage_exist_folder_token(const char *group_id, bool *is_exis
  */
 zel_err_e _common_storage_delete_folder_info(const char *group_id);
 
-/* Received shares and push notifications --------------------------------------------------------------------- */
+/* Received shares -------------------------------------------------------------------------------------------- */
 
 /*
  * A received share has one notification (unread, read or marked for deletion) and one row for each of its content
@@ -652,15 +652,9 @@ zel_err_e _common_storage_delete_sync_content_info_based_on_param(unsigned int r
  */
 void _common_storage_free_sync_content_info(void *data);
 
-/* Transfer queries ------------------------------------------------------------------------------------------- */
+/* Transfer counts -------------------------------------------------------------------------------------------- */
 
-/*
- * Counts: a count of zero is reported as a failure code with the output untouched, never as a zero.
- *
- * Lists of records hold zel_content_sync_info; release them with
- * g_list_free_full(list, _common_storage_free_sync_content_info). A record that cannot be allocated is left out; a list
- * without any is NULL, with ZEL_ERR_NONE.
- */
+/* A count of zero is reported as a failure code with the output untouched, never as a zero. */
 
 /**
  * Counts the transfers of a kind in a status.
@@ -743,6 +737,35 @@ zel_err_e _common_storage_get_resumable_and_cancellable_cnt_by_sync_type(zel_fil
  *         store could not be asked
  */
 zel_err_e _common_storage_get_batch_count(zel_file_sync_type type, zel_file_sync_status status, bool fail_retry);
+
+/**
+ * Tells whether every transfer of a request is finished: complete or failed. True for a request without transfers,
+ * stored or not. Two counts are compared: if the second cannot be read, the answer is false.
+ *
+ * @param req_id        the request
+ * @param all_completed receives the answer
+ * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0 or all_completed NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when
+ *         the database gave no answer; ZEL_ERR_STORAGE_FAILURE
+ */
+zel_err_e _common_storage_check_all_file_completed_by_req_id(int req_id, bool *all_completed);
+
+/**
+ * Tells whether every transfer of a request has failed; otherwise like
+ * _common_storage_check_all_file_completed_by_req_id, also for a request without transfers.
+ *
+ * @param req_id     the request
+ * @param all_failed receives the answer
+ * @return as _common_storage_check_all_file_completed_by_req_id
+ */
+zel_err_e _common_storage_check_all_file_failed_by_req_id(int req_id, bool *all_failed);
+
+/* Transfer queries ------------------------------------------------------------------------------------------- */
+
+/*
+ * Lists of records hold zel_content_sync_info; release them with
+ * g_list_free_full(list, _common_storage_free_sync_content_info). A record that cannot be allocated is left out; a list
+ * without any is NULL, with ZEL_ERR_NONE.
+ */
 
 /**
  * Lists transfers in a status. Asked for ZEL_SYNC_FAILED it gives the candidates for a retry: those retried at most 5
@@ -833,27 +856,6 @@ zel_err_e _common_storage_get_req_id_by_sync_type_and_status(zel_file_sync_type 
 zel_err_e _common_storage_get_resumable_and_cancellable_req_id_by_sync_type(zel_file_sync_type type,
                                                                             unsigned int **req_id_list,
                                                                             unsigned int *count);
-
-/**
- * Tells whether every transfer of a request is finished: complete or failed. True for a request without transfers,
- * stored or not. Two counts are compared: if the second cannot be read, the answer is false.
- *
- * @param req_id        the request
- * @param all_completed receives the answer
- * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0 or all_completed NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when
- *         the database gave no answer; ZEL_ERR_STORAGE_FAILURE
- */
-zel_err_e _common_storage_check_all_file_completed_by_req_id(int req_id, bool *all_completed);
-
-/**
- * Tells whether every transfer of a request has failed; otherwise like
- * _common_storage_check_all_file_completed_by_req_id, also for a request without transfers.
- *
- * @param req_id     the request
- * @param all_failed receives the answer
- * @return as _common_storage_check_all_file_completed_by_req_id
- */
-zel_err_e _common_storage_check_all_file_failed_by_req_id(int req_id, bool *all_failed);
 
 /**
  * Lists the public URL and content type of each file of a request. A file without a content type (see
@@ -973,7 +975,7 @@ zel_err_e _common_storage_get_sent_time_by_req_id(int req_id, int *sent_time);
 zel_err_e _common_storage_get_sent_time_local_path_by_req_id(int req_id, int *sent_time, char ***local_paths,
                                                              int *count);
 
-/* Upload requests and recipients ----------------------------------------------------------------------------- */
+/* Uploads ---------------------------------------------------------------------------------------------------- */
 
 /*
  * An upload is a request with its recipients and one transfer for each file, stored one by one under the same id. Store
@@ -1048,25 +1050,6 @@ zel_err_e _common_storage_update_expiry_time(int req_id, unsigned long long expi
  */
 zel_err_e _common_storage_add_upload_receiver_details(unsigned int req_id, const char *phone_no, const char *ccc,
                                                       int number_id);
-
-/**
- * Removes a request and its transfers; its recipients stay stored.
- *
- * @param req_id the request
- * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0; ZEL_ERR_STORAGE_FAILURE when either deletion failed, the
- *         other one being done all the same
- */
-zel_err_e _common_storage_delete_upload_info(unsigned int req_id);
-
-/**
- * Removes the transfers of a recalled share; the request and its recipients stay stored.
- *
- * @param contents_token the share, never "": that names the first request without a token. Of several requests with one
- *                       token, too, only the first is found
- * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when contents_token is NULL, or when the request found has the id 0;
- *         ZEL_ERR_STORAGE_NO_RECORDS when no request has the token; ZEL_ERR_STORAGE_FAILURE
- */
-zel_err_e _common_storage_delete_recalled_contents(const char *contents_token);
 
 /**
  * Reads the number of files of a request.
@@ -1206,6 +1189,41 @@ zel_err_e _common_storage_get_failed_and_cancelled_upload_req_id_and_cnt(unsigne
 zel_err_e _common_storage_get_resumable_and_cancellable_upload_cnt(unsigned int *count);
 
 /**
+ * Adds up files and bytes of recent requests: those whose share expires no earlier than 48 hours from now less the
+ * given hours. With 48 hours these are the requests whose share has not expired yet.
+ *
+ * @param time_duration_hr    the hours; as seconds they must fit in 32 bits
+ * @param get_total_file_size receives the number of bytes
+ * @param get_total_file_num  receives the number of files
+ * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no such
+ *         request, or either total is 0; ZEL_ERR_STORAGE_FAILURE
+ */
+zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time_duration_hr,
+                                                               unsigned long long *get_total_file_size,
+                                                               unsigned int *get_total_file_num);
+
+/* Upload report ---------------------------------------------------------------------------------------------- */
+
+/**
+ * Removes a request and its transfers; its recipients stay stored.
+ *
+ * @param req_id the request
+ * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0; ZEL_ERR_STORAGE_FAILURE when either deletion failed, the
+ *         other one being done all the same
+ */
+zel_err_e _common_storage_delete_upload_info(unsigned int req_id);
+
+/**
+ * Removes the transfers of a recalled share; the request and its recipients stay stored.
+ *
+ * @param contents_token the share, never "": that names the first request without a token. Of several requests with one
+ *                       token, too, only the first is found
+ * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when contents_token is NULL, or when the request found has the id 0;
+ *         ZEL_ERR_STORAGE_NO_RECORDS when no request has the token; ZEL_ERR_STORAGE_FAILURE
+ */
+zel_err_e _common_storage_delete_recalled_contents(const char *contents_token);
+
+/**
  * Puts together the report of a request: its own data, its recipients and the local paths of its files (none for a
  * recalled share, an empty text for a file without a path).
  *
@@ -1276,20 +1294,6 @@ zel_err_e _common_storage_get_upload_receipients_details(unsigned int req_id, un
  */
 zel_err_e _common_storage_get_upload_content_path_list(unsigned int req_id, char ***content_path_list,
                                                        unsigned int *length);
-
-/**
- * Adds up files and bytes of recent requests: those whose share expires no earlier than 48 hours from now less the
- * given hours. With 48 hours these are the requests whose share has not expired yet.
- *
- * @param time_duration_hr    the hours; as seconds they must fit in 32 bits
- * @param get_total_file_size receives the number of bytes
- * @param get_total_file_num  receives the number of files
- * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no such
- *         request, or either total is 0; ZEL_ERR_STORAGE_FAILURE
- */
-zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time_duration_hr,
-                                                               unsigned long long *get_total_file_size,
-                                                               unsigned int *get_total_file_num);
 
 /**
  * Counts the transfers that were started at a time. Here a count of zero is a success.
