@@ -14,8 +14,8 @@
 int _common_util_file_size(const char *file_path, unsigned int *file_size)
 {
     ZEL_BEGIN();
-    if (refused(!file_path || !file_size, "Invalid Parameters"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!file_path || !file_size)
+        return reject("Invalid Parameters");
 
     /* A size of 2^31 or more fails on every host, as it does where file status has 32 bits. */
     struct stat status;

@@ -18,8 +18,8 @@ void *lookup(const zel_hash_table *hash_table, const void *key)
 void _common_init_hash_table(zel_hash_table **hash_table, GDestroyNotify free_key, GDestroyNotify free_value)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table, "Invalid params"))
-        return;
+    if (!hash_table)
+        return (void)reject("Invalid params");
 
     *hash_table = g_try_new0(zel_hash_table, 1);
     if (!*hash_table) {
@@ -36,8 +36,8 @@ void _common_init_hash_table(zel_hash_table **hash_table, GDestroyNotify free_ke
 void _common_deinit_hash_table(zel_hash_table *hash_table)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table, "Invalid params"))
-        return;
+    if (!hash_table)
+        return (void)reject("Invalid params");
 
     {
         const mutex_guard guard(hash_table->mutex);
@@ -52,8 +52,8 @@ void _common_write_to_hash_table(zel_hash_table *hash_table, void *key, void *va
 {
     ZEL_BEGIN();
     ZEL_INFO("%p %p %p", static_cast<void *>(hash_table), key, value);
-    if (refused(!hash_table || !key || !value, "Invalid params"))
-        return;
+    if (!hash_table || !key || !value)
+        return (void)reject("Invalid params");
 
     const mutex_guard guard(hash_table->mutex);
     g_hash_table_insert(hash_table->table, key, value);
@@ -62,8 +62,8 @@ void _common_write_to_hash_table(zel_hash_table *hash_table, void *key, void *va
 void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table, "Invalid params"))
-        return nullptr;
+    if (!hash_table)
+        return reject("Invalid params", nullptr);
 
     const mutex_guard guard(hash_table->mutex);
     return lookup(hash_table, key);
@@ -72,8 +72,8 @@ void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key)
 void *_common_read_from_hash_table_addon(zel_hash_table *hash_table, const void *key, _common_hash_table_addon_cb cb)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table || !cb, "Invalid params"))
-        return nullptr;
+    if (!hash_table || !cb)
+        return reject("Invalid params", nullptr);
 
     void *value = nullptr;
     {
@@ -89,8 +89,8 @@ void *_common_read_from_hash_table_addon(zel_hash_table *hash_table, const void 
 void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table, "Invalid params"))
-        return;
+    if (!hash_table)
+        return (void)reject("Invalid params");
 
     const mutex_guard guard(hash_table->mutex);
     if (key)
@@ -100,8 +100,8 @@ void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key)
 void *_common_find_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table || !predicate_func, "Invalid params"))
-        return nullptr;
+    if (!hash_table || !predicate_func)
+        return reject("Invalid params", nullptr);
 
     const mutex_guard guard(hash_table->mutex);
     return g_hash_table_find(hash_table->table, predicate_func, user_data);
@@ -109,8 +109,8 @@ void *_common_find_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_f
 
 void _common_find_and_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *key)
 {
-    if (refused(!hash_table || !predicate_func, "Invalid params"))
-        return;
+    if (!hash_table || !predicate_func)
+        return (void)reject("Invalid params");
 
     const mutex_guard guard(hash_table->mutex);
     void *value = lookup(hash_table, key);
@@ -120,8 +120,8 @@ void _common_find_and_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc p
 
 void _common_foreach_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data)
 {
-    if (refused(!hash_table || !predicate_func, "Invalid params"))
-        return;
+    if (!hash_table || !predicate_func)
+        return (void)reject("Invalid params");
 
     const mutex_guard guard(hash_table->mutex);
     g_hash_table_foreach_remove(hash_table->table, predicate_func, user_data);
@@ -130,8 +130,8 @@ void _common_foreach_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc pr
 int _common_foreach_read_from_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table || !predicate_func, "Invalid params"))
-        return -1;
+    if (!hash_table || !predicate_func)
+        return reject("Invalid params", -1);
 
     int visited = 0;
     GHashTableIter entries;
@@ -148,8 +148,8 @@ int _common_foreach_read_from_hash_table(zel_hash_table *hash_table, GHRFunc pre
 int _common_get_hash_table_size(zel_hash_table *hash_table)
 {
     ZEL_BEGIN();
-    if (refused(!hash_table, "Invalid params"))
-        return 0;
+    if (!hash_table)
+        return reject("Invalid params", 0);
 
     const mutex_guard guard(hash_table->mutex);
     return static_cast<int>(g_hash_table_size(hash_table->table));
@@ -157,8 +157,8 @@ int _common_get_hash_table_size(zel_hash_table *hash_table)
 
 unsigned int _common_get_hash_table_count(zel_hash_table *hash_table)
 {
-    if (refused(!hash_table, "Invalid params"))
-        return 0;
+    if (!hash_table)
+        return reject("Invalid params", 0);
 
     const mutex_guard guard(hash_table->mutex);
     return g_hash_table_size(hash_table->table);
@@ -166,8 +166,8 @@ unsigned int _common_get_hash_table_count(zel_hash_table *hash_table)
 
 GList *_common_get_keys_from_hash_table(zel_hash_table *hash_table)
 {
-    if (refused(!hash_table, "Invalid params"))
-        return nullptr;
+    if (!hash_table)
+        return reject("Invalid params", nullptr);
 
     /* g_hash_table_get_keys promises no order. */
     const mutex_guard guard(hash_table->mutex);

@@ -3,7 +3,7 @@
 #include "zel_common/records.h"
 #include "zel_common_log/trace.h"
 
-void free_recipient(quillo_msisdn_s *recipient)
+void zel_common::free_recipient(quillo_msisdn_s *recipient)
 {
     if (!recipient)
         return;
@@ -82,7 +82,7 @@ void _common_free_upload_info(void *data)
     if (data) {
         auto *upload = static_cast<zel_trans_upload_info *>(data);
         for (size_t i = 0; upload->msisdn_list && i < upload->msisdn_count; ++i)
-            free_recipient(upload->msisdn_list[i]);
+            zel_common::free_recipient(upload->msisdn_list[i]);
         g_free(upload->msisdn_list);
         g_list_free_full(upload->file_path_list, __free_file_path_list);
         g_free(const_cast<char *>(upload->contents_token));

@@ -6,8 +6,13 @@
 
 #include "zel_common.h"
 
+namespace zel_common
+{
+
 /** Releases a recipient with its strings; it may be NULL. */
 void free_recipient(quillo_msisdn_s *recipient);
+
+} // namespace zel_common
 
 extern "C" {
 

@@ -11,6 +11,7 @@
 #ifndef ZEL_COMMON_LOG_TRACE_H
 #define ZEL_COMMON_LOG_TRACE_H
 
+#include "zel_common.h"
 #include "zel_platform.h"
 
 /** The function and source line that a line names. */
@@ -58,12 +59,18 @@ constexpr const char *log_text(const char *text)
 #define ZEL_PLAIN(body, ...) ZEL_PLAIN_AT(log_here(), body __VA_OPT__(, ) __VA_ARGS__)
 #define ZEL_DEBUG(body, ...) ZEL_DEBUG_AT(log_here(), body __VA_OPT__(, ) __VA_ARGS__)
 
-/** Whether an operation's arguments are unusable; if so, says it in the operation's name. */
-inline bool refused(bool unusable, const char *message, log_site site = log_here())
+/* Inline: no name of the library but its operations is global in a program that links it statically. */
+inline namespace zel_log
 {
-    if (unusable)
-        ZEL_CRITICAL_AT(site, "%s", message);
-    return unusable;
+
+/** Logs a rejected argument as a Critical line; returns `result`, what the operation returns then. */
+template <typename Result = zel_err_e>
+Result reject(const char *message, Result result = ZEL_ERR_INVALID_ARG, log_site site = log_here())
+{
+    ZEL_CRITICAL_AT(site, "%s", message);
+    return result;
 }
+
+} // namespace zel_log
 
 #endif

@@ -124,8 +124,8 @@ void *__pop_back(zel_queue_s *req_queue)
 zel_err_e _common_queue_init(zel_queue_s **req_queue)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue, "Invalid params"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!req_queue)
+        return reject("Invalid params");
 
     queue_record *record = g_try_new0(queue_record, 1);
     if (!record) {
@@ -143,8 +143,8 @@ zel_err_e _common_queue_init(zel_queue_s **req_queue)
 void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue, "Invalid params"))
-        return;
+    if (!req_queue)
+        return (void)reject("Invalid params");
 
     _common_queue_clear(req_queue, func);
     if (!func)
@@ -159,8 +159,8 @@ void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func)
 void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue || !func, "Invalid params"))
-        return;
+    if (!req_queue || !func)
+        return (void)reject("Invalid params");
 
     __enter_critical_section(req_queue);
     if (req_queue->item_list) {
@@ -177,8 +177,8 @@ void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func)
 void _common_queue_push(zel_queue_s *req_queue, void *data)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue, "Invalid params"))
-        return;
+    if (!req_queue)
+        return (void)reject("Invalid params");
 
     __enter_critical_section(req_queue);
     __push_front(req_queue, data);
@@ -191,8 +191,8 @@ void _common_queue_push(zel_queue_s *req_queue, void *data)
 void *_common_queue_pop(zel_queue_s *req_queue)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue, "Invalid params"))
-        return nullptr;
+    if (!req_queue)
+        return reject("Invalid params", nullptr);
 
     __enter_critical_section(req_queue);
     if (!req_queue->item_list) {
@@ -208,14 +208,16 @@ void *_common_queue_pop(zel_queue_s *req_queue)
 
 bool _common_queue_get_wait_status(zel_queue_s *req_queue)
 {
-    return !refused(!req_queue, "Invalid params") && wait_status(req_queue);
+    if (!req_queue)
+        return reject("Invalid params", false);
+    return wait_status(req_queue);
 }
 
 void *_common_queue_find(zel_queue_s *req_queue, _common_queue_find_func func, void *user_data)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue || !func, "Invalid params"))
-        return nullptr;
+    if (!req_queue || !func)
+        return reject("Invalid params", nullptr);
 
     __enter_critical_section(req_queue);
     const GList *node = find_node(req_queue, func, user_data);
@@ -228,8 +230,8 @@ void *_common_queue_find(zel_queue_s *req_queue, _common_queue_find_func func, v
 void _common_queue_remove(zel_queue_s *req_queue, void *item)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue || !item, "Invalid params"))
-        return;
+    if (!req_queue || !item)
+        return (void)reject("Invalid params");
 
     __enter_critical_section(req_queue);
     if (GList *node = g_list_find(req_queue->item_list, item))
@@ -242,8 +244,8 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
                                    void *user_data)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue || !func || !free_func, "Invalid params"))
-        return false;
+    if (!req_queue || !func || !free_func)
+        return reject("Invalid params", false);
 
     __enter_critical_section(req_queue);
     GList *node = find_node(req_queue, func, user_data);
@@ -261,8 +263,8 @@ bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_fu
 int _common_queue_length(zel_queue_s *req_queue)
 {
     ZEL_BEGIN();
-    if (refused(!req_queue, "Invalid params"))
-        return 0;
+    if (!req_queue)
+        return reject("Invalid params", 0);
 
     __enter_critical_section(req_queue);
     const int length = record_of(req_queue)->length;

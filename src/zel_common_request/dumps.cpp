@@ -6,8 +6,8 @@
 void __print_share_content_info_list(const zel_trans_share_content_info *share_content_info)
 {
     ZEL_BEGIN();
-    if (refused(!share_content_info, "Fail: Invalid Parameter"))
-        return;
+    if (!share_content_info)
+        return (void)reject("Fail: Invalid Parameter");
 
     ZEL_INFO("contents_token [%s]", log_text(share_content_info->contents_token));
     ZEL_INFO("description [%s]", log_text(share_content_info->description));

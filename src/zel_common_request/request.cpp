@@ -35,8 +35,8 @@ GList *_common_glist_dup(const GList *src)
 zel_err_e _common_copy_zel_request_members(const zel_request *src_request, zel_request *dst_request)
 {
     ZEL_BEGIN();
-    if (refused(!src_request || !dst_request, "Invalid parameters"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!src_request || !dst_request)
+        return reject("Invalid parameters");
 
     *dst_request = *src_request;
     dst_request->description = g_strdup(src_request->description);

@@ -24,8 +24,8 @@ using string_holder = std::unique_ptr<char, releaser<g_free>>;
 
 template <typename Value> zel_err_e write_fixed(void *buf, int *offset, Value value, log_site site = log_here())
 {
-    if (refused(!buf || !offset, "Fail: Invalid Parameter", site))
-        return ZEL_ERR_INVALID_ARG;
+    if (!buf || !offset)
+        return reject("Fail: Invalid Parameter", ZEL_ERR_INVALID_ARG, site);
 
     memcpy(static_cast<char *>(buf) + *offset, &value, sizeof(value));
     *offset += static_cast<int>(sizeof(value));
@@ -35,8 +35,8 @@ template <typename Value> zel_err_e write_fixed(void *buf, int *offset, Value va
 template <typename Value>
 zel_err_e read_fixed(const void *data, int *offset, Value *out_value, log_site site = log_here())
 {
-    if (refused(!data || !offset || !out_value, "Fail: Invalid Parameter", site))
-        return ZEL_ERR_INVALID_ARG;
+    if (!data || !offset || !out_value)
+        return reject("Fail: Invalid Parameter", ZEL_ERR_INVALID_ARG, site);
 
     memcpy(out_value, static_cast<const char *>(data) + *offset, sizeof(*out_value));
     *offset += static_cast<int>(sizeof(*out_value));
@@ -108,8 +108,8 @@ zel_err_e __get_unsigned_long_long(const void *data, int *offset, unsigned long 
 
 zel_err_e __get_string(const void *data, int max_length, int *offset, char **out_string)
 {
-    if (refused(!data || !offset || !out_string, "Fail: Invalid Parameter"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!data || !offset || !out_string)
+        return reject("Fail: Invalid Parameter");
     if (!field_fits(*offset, sizeof(int), max_length))
         return ZEL_ERR_MEMORY;
 
@@ -243,8 +243,8 @@ void count_items(share *share_content_info)
 zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_info *content_info)
 {
     ZEL_BEGIN();
-    if (refused(!buf || !offset || !content_info, "Fail: Invalid Parameter"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!buf || !offset || !content_info)
+        return reject("Fail: Invalid Parameter");
 
     char *const begin = static_cast<char *>(buf) + *offset;
     char *end = put_strings(begin, content_info, ITEM_STRINGS);
@@ -258,8 +258,8 @@ zel_err_e __set_content_info(void *buf, int *offset, const zel_trans_content_inf
 zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_content_info *share_content_info)
 {
     ZEL_BEGIN();
-    if (refused(!buf || !offset || !share_content_info, "Fail: Invalid Parameter"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!buf || !offset || !share_content_info)
+        return reject("Fail: Invalid Parameter");
 
     count_items(share_content_info);
     char *const begin = static_cast<char *>(buf) + *offset;
@@ -290,8 +290,8 @@ zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_
 
 zel_err_e __get_content_info(const void *buf, int max_length, int *offset, zel_trans_content_info **content_info)
 {
-    if (refused(!buf || !offset || !content_info, "Fail: Invalid Parameter"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!buf || !offset || !content_info)
+        return reject("Fail: Invalid Parameter");
 
     std::unique_ptr<item, releaser<__free_content_info>> decoded(g_try_new0(item, 1));
     if (!decoded) {
@@ -316,8 +316,8 @@ zel_err_e __get_share_content_info_list(const void *buf, int max_length, int *of
                                         zel_trans_share_content_info **share_content_info)
 {
     ZEL_BEGIN();
-    if (refused(!buf || !offset || !share_content_info, "Fail: Invalid Parameter"))
-        return ZEL_ERR_INVALID_ARG;
+    if (!buf || !offset || !share_content_info)
+        return reject("Fail: Invalid Parameter");
 
     std::unique_ptr<share, releaser<_common_free_share_content_info>> decoded(g_try_new0(share, 1));
     if (!decoded) {
@@ -350,8 +350,8 @@ zel_err_e __get_share_content_info_list(const void *buf, int max_length, int *of
 unsigned int __find_length_of_content_info(const zel_trans_content_info *content_info)
 {
     ZEL_BEGIN();
-    if (refused(!content_info, "Invalid Parameter"))
-        return 0;
+    if (!content_info)
+        return reject("Invalid Parameter", 0);
 
     const unsigned int length = ITEM_SIZE + length_of_strings(content_info, ITEM_STRINGS);
     ZEL_END();
@@ -361,8 +361,8 @@ unsigned int __find_length_of_content_info(const zel_trans_content_info *content
 unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_info *share_content_info)
 {
     ZEL_BEGIN();
-    if (refused(!share_content_info, "Invalid Parameter"))
-        return 0;
+    if (!share_content_info)
+        return reject("Invalid Parameter", 0);
 
     unsigned int length = SHARE_SIZE + length_of_strings(share_content_info, SHARE_STRINGS);
     count_items(share_content_info);

@@ -1,6 +1,5 @@
-/* The database file: opening, its tables and their version, the wipe. */
+/* The database file: opening, its tables and their version. */
 
-#include "zel_common_storage/database.h"
 #include "zel_common_storage/patterns.h"
 #include "zel_common_storage/schema.h"
 
@@ -34,7 +33,7 @@ zel_err_e __common_storage_get_db_version(int *version)
     if (!version)
         return reject("Invalid Params");
     query row(sql("PRAGMA user_version;"));
-    zel_err_e result = prepared(row, "ExecuteSelectQuery Failed");
+    zel_err_e result = check_prepared(row, "ExecuteSelectQuery Failed");
     if (result == ZEL_ERR_NONE) {
         if (row.next())
             *version = int_column(row, 0);
@@ -85,7 +84,7 @@ bool _common_storage_check_table_exist(const char *table_name)
     ZEL_DEBUG("check query [%s]", log_text(text.get()));
     query row(text);
     bool exists = false;
-    if (prepared(row, "ExecuteSelectQuery Failed ") == ZEL_ERR_NONE) {
+    if (check_prepared(row, "ExecuteSelectQuery Failed ") == ZEL_ERR_NONE) {
         if (!row.next()) {
             ZEL_DEBUG("No records found");
         } else if (const int count = int_column(row, 0); count >= 1) {
@@ -98,34 +97,4 @@ bool _common_storage_check_table_exist(const char *table_name)
     row.close();
     ZEL_END();
     return exists;
-}
-
-zel_err_e zel_storage::delete_key(const char *key, log_site site)
-{
-    ZEL_BEGIN_AT(site);
-    if (!key)
-        return finish(reject("[key] is NULL_PARAM", site), site);
-    return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error", site),
-                  site);
-}
-
-zel_err_e _common_storage_clear(void)
-{
-    static constexpr const char *USER_TABLES[] = {
-        TABLE_PUSH_NOTI_INFO,          TABLE_CONTENT_INFO,
-        TABLE_CONTENT_INFO_STATUS,     TABLE_RECENT_RECEIVER_GROUP,
-        TABLE_RECENT_RECEIVER_DETAILS, TABLE_UPLOAD_REQUEST_DATA,
-        TABLE_CONTACT_DETAILS,
-    };
-    static constexpr const char *USER_KEYS[] = {"evt_refresh_token", "evt_access_token", "evt_push_token"};
-
-    ZEL_BEGIN();
-    zel_err_e result = ZEL_ERR_NONE;
-    for (const char *table : USER_TABLES) {
-        if (run(sql("DELETE FROM %Q", table), "Failed to delete all content") != ZEL_ERR_NONE)
-            result = ZEL_ERR_STORAGE_FAILURE;
-    }
-    for (const char *key : USER_KEYS)
-        delete_key(key, log_here("_common_storage_delete_unique_data"));
-    return finish(result);
 }

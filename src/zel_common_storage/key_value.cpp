@@ -1,11 +1,9 @@
 /*
  * The key-value table unique_data and the folder records of folder_info.
  *
- * Unlike the other families', most rejections here write an End line, and the two reads finalize through __db_finalize,
- * whose reset clears the code of a failed step.
+ * Unlike the other families', most rejections here write an End line, and the two reads finalize through __db_finalize.
  */
 
-#include "zel_common_storage/database.h"
 #include "zel_common_storage/patterns.h"
 #include "zel_common_storage/schema.h"
 
@@ -80,13 +78,16 @@ zel_err_e _common_storage_get_unique_data(const char *key, char **val, char **re
         hand_out_text(resv1, row, COLUMN_UNIQUE_DATA_RESERV_1);
         hand_out_text(resv2, row, COLUMN_UNIQUE_DATA_RESERV_2);
     }
-    __db_finalize(row.release());
+    __db_finalize(row.release()); /* its reset keeps the code of a failed step out of the finalize line */
     return finish(result);
 }
 
 zel_err_e _common_storage_delete_unique_data(const char *key)
 {
-    return delete_key(key);
+    ZEL_BEGIN();
+    if (!key)
+        return finish(reject("[key] is NULL_PARAM"));
+    return finish(run(sql("DELETE FROM %Q WHERE key = %Q", TABLE_UNIQUE_DATA, key), "__execute_query error"));
 }
 
 zel_err_e _common_storage_upsert_folder_info(const char *group_id, const char *content_token,
@@ -141,7 +142,7 @@ zel_err_e _common_storage_get_folder_info(const char *group_id, char **content_t
         hand_out_time(folder_token_expired_time, row, COLUMN_FOLDER_INFO_FOLDER_TOKEN_EXPIRED_TIME);
         hand_out_time(folder_sync_time, row, COLUMN_FOLDER_INFO_FOLDER_SYNC_TIME);
     }
-    __db_finalize(row.release());
+    __db_finalize(row.release()); /* its reset keeps the code of a failed step out of the finalize line */
     return finish(result);
 }
 

@@ -35,11 +35,6 @@ zel_err_e fail(zel_err_e code, const char *message, log_site site)
     return code;
 }
 
-zel_err_e reject(const char *message, log_site site)
-{
-    return fail(ZEL_ERR_INVALID_ARG, message, site);
-}
-
 zel_err_e run(const sql_text &statement, const char *failure, log_site site)
 {
     return __execute_query(statement.get()) ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
@@ -51,14 +46,14 @@ zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *fa
                                                            : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
 }
 
-zel_err_e prepared(const query &rows, const char *failure, log_site site)
+zel_err_e check_prepared(const query &rows, const char *failure, log_site site)
 {
     return rows ? ZEL_ERR_NONE : fail(ZEL_ERR_STORAGE_FAILURE, failure, site);
 }
 
 zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_site site)
 {
-    const zel_err_e result = prepared(rows, failure, site);
+    const zel_err_e result = check_prepared(rows, failure, site);
     if (result != ZEL_ERR_NONE || rows.next())
         return result;
     return fail(none, "No records found", site);
@@ -114,7 +109,7 @@ bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_sit
 zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site)
 {
     query row(statement, site);
-    const zel_err_e result = prepared(row, "Failed to get file", site);
+    const zel_err_e result = check_prepared(row, "Failed to get file", site);
     if (result != ZEL_ERR_NONE)
         return result;
     *size = row.next() ? uint_column(row, 0) : 0;

@@ -94,11 +94,8 @@ void hand_out_column(sqlite3_stmt *row, int column, char **output);
 
 /* The patterns. */
 
-/** Writes a Critical line and passes the code on. */
+/** Logs a Critical line and returns the code. */
 zel_err_e fail(zel_err_e code, const char *message, log_site site = log_here());
-
-/** A rejected argument: its Critical line and ZEL_ERR_INVALID_ARG, without an End line. */
-zel_err_e reject(const char *message, log_site site = log_here());
 
 /** Runs a statement; a failure is written as the Critical line `failure`. */
 zel_err_e run(const sql_text &statement, const char *failure, log_site site = log_here());
@@ -106,17 +103,17 @@ zel_err_e run(const sql_text &statement, const char *failure, log_site site = lo
 /** Runs an insert and hands out its row id (row_id may be null); a failure is written as the line `failure`. */
 zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *failure, log_site site = log_here());
 
-/** ZEL_ERR_NONE when the query was prepared; else the Critical line `failure` and ZEL_ERR_STORAGE_FAILURE. */
-zel_err_e prepared(const query &rows, const char *failure, log_site site = log_here());
+/** Returns ZEL_ERR_NONE when the query was prepared; else logs the Critical line `failure`, ZEL_ERR_STORAGE_FAILURE. */
+zel_err_e check_prepared(const query &rows, const char *failure, log_site site = log_here());
 
 /** Moves to the first row; without one, the Critical line "No records found" and the code `none`. */
 zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_site site = log_here());
 
-/** The operation's End line, whatever its result, which is passed on. */
+/** Writes the operation's End line, whatever the result, and returns the result. */
 zel_err_e finish(zel_err_e result, log_site site = log_here());
-/** Finalizes the query, then as above. */
+/** Finalizes the query first. */
 zel_err_e finish(query &rows, zel_err_e result, log_site site = log_here());
-/** For the operations that write an End line only when they succeeded. */
+/** Writes the End line on ZEL_ERR_NONE only; returns the result. */
 zel_err_e finish_on_success(zel_err_e result, log_site site = log_here());
 zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site = log_here());
 

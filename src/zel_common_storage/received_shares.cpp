@@ -16,11 +16,11 @@ namespace
 bool token_exists(const char *table, const char *contents_token, log_site site = log_here())
 {
     if (!contents_token) {
-        reject("Invalid Params", site);
+        reject("Invalid Params", ZEL_ERR_INVALID_ARG, site);
         return false;
     }
     query row(sql("SELECT * FROM %Q WHERE contents_token = %Q", table, contents_token), site);
-    if (prepared(row, "ExecuteSelectQuery Failed ", site) != ZEL_ERR_NONE)
+    if (check_prepared(row, "ExecuteSelectQuery Failed ", site) != ZEL_ERR_NONE)
         return false;
     const bool exists = row.next();
     if (!exists)
@@ -274,7 +274,7 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
         return reject("Invalid Params");
     ZEL_DEBUG("contents_token[%s]", contents_token);
     query rows(sql("SELECT * FROM %Q WHERE contents_token = %Q;", TABLE_CONTENT_INFO, contents_token));
-    zel_err_e result = prepared(rows, "Failed to get file");
+    zel_err_e result = check_prepared(rows, "Failed to get file");
     if (result != ZEL_ERR_NONE)
         return finish(rows, result);
     std::unique_ptr<zel_trans_share_content_info, releaser<_common_free_share_content_info>> share(

@@ -82,7 +82,7 @@ bool group_matches(int group, recipient_list &recipients, log_site site = log_he
     static constexpr char FAILURE[] = "ExecuteSelectQuery Failed";
 
     query counted(sql("SELECT count(*) FROM %Q WHERE group_id = %d;", TABLE_RECENT_RECEIVER_DETAILS, group), site);
-    if (prepared(counted, FAILURE, site) != ZEL_ERR_NONE)
+    if (check_prepared(counted, FAILURE, site) != ZEL_ERR_NONE)
         return false;
     const unsigned int member_count = counted.next() ? uint_column(counted, 0) : 0;
     counted.close();
@@ -102,7 +102,7 @@ bool group_matches(int group, recipient_list &recipients, log_site site = log_he
 void release_members(quillo_msisdn_s **members, unsigned int count)
 {
     for (unsigned int i = 0; i < count; ++i)
-        free_recipient(members[i]);
+        zel_common::free_recipient(members[i]);
     free(members);
 }
 
@@ -118,7 +118,7 @@ zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &co
             continue;
         __fill_last_receiver_info(rows, member);
         if (!append(members, count, member, resize_with_realloc)) {
-            free_recipient(member);
+            zel_common::free_recipient(member);
             return fail(ZEL_ERR_MEMORY, "Memory Allocation Failure", site);
         }
     } while (rows.next());
@@ -231,7 +231,7 @@ zel_err_e _common_storage_get_recent_receiver_group_list(int **group_list, int *
         return ZEL_ERR_RESOURCE_DOESNT_EXIST;
     }
     query rows(sql("SELECT index_value FROM %Q ORDER BY time_stamp DESC, id DESC;", TABLE_RECENT_RECEIVER_GROUP));
-    const zel_err_e result = prepared(rows, "ExecuteSelectQuery Failed");
+    const zel_err_e result = check_prepared(rows, "ExecuteSelectQuery Failed");
     if (result != ZEL_ERR_NONE)
         return result;
     if (!rows.next()) {

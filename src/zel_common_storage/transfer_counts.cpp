@@ -13,7 +13,7 @@ constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
 /** The first column of a counting query; a row that cannot be read counts as zero. */
 zel_err_e read_count(const query &row, const char *failure, int *count, log_site site = log_here())
 {
-    const zel_err_e result = prepared(row, failure, site);
+    const zel_err_e result = check_prepared(row, failure, site);
     if (result == ZEL_ERR_NONE)
         *count = row.next() ? int_column(row, 0) : 0;
     return result;

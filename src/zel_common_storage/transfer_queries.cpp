@@ -26,7 +26,7 @@ zel_content_sync_info *new_record(sqlite3_stmt *row)
 zel_err_e list_records(const sql_text &statement, GList **records, log_site site = log_here())
 {
     query rows(statement, site);
-    zel_err_e result = prepared(rows, "Failed to get file", site);
+    zel_err_e result = check_prepared(rows, "Failed to get file", site);
     if (result == ZEL_ERR_NONE && !rows.next())
         result = ZEL_ERR_STORAGE_NO_RECORDS;
     if (result == ZEL_ERR_NONE) {

@@ -47,8 +47,8 @@ void store_is_running(zel_thread_s *req_thread, bool value)
 bool _common_thread_start(zel_thread_s **req_thread, void *(*func_name)(void *), void *data)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread || !func_name, "Invalid arguments"))
-        return false;
+    if (!req_thread || !func_name)
+        return reject("Invalid arguments", false);
 
     zel_thread_s *record = g_try_new0(zel_thread_s, 1);
     if (!record) {
@@ -75,8 +75,8 @@ bool _common_thread_start(zel_thread_s **req_thread, void *(*func_name)(void *),
 void _common_thread_stop(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread, "req_thread is NULL"))
-        return;
+    if (!req_thread)
+        return (void)reject("req_thread is NULL");
 
     int result = pthread_mutex_destroy(&req_thread->available_lock);
     if (result != 0)
@@ -94,8 +94,8 @@ void _common_thread_stop(zel_thread_s *req_thread)
 int _common_thread_waitCallback(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread, "req_thread is NULL"))
-        return EINVAL;
+    if (!req_thread)
+        return reject("req_thread is NULL", EINVAL);
 
     int result = 0;
     {
@@ -120,8 +120,8 @@ int _common_thread_waitCallback(zel_thread_s *req_thread)
 void _common_thread_sendSignal(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread, "req_thread is NULL"))
-        return;
+    if (!req_thread)
+        return (void)reject("req_thread is NULL");
 
     {
         const mutex_guard guard(req_thread->available_lock);
@@ -133,8 +133,8 @@ void _common_thread_sendSignal(zel_thread_s *req_thread)
 bool _common_thread_wait_till_start(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread, "req_thread is NULL"))
-        return false;
+    if (!req_thread)
+        return reject("req_thread is NULL", false);
 
     bool is_running = false;
     {
@@ -153,8 +153,8 @@ bool _common_thread_wait_till_start(zel_thread_s *req_thread)
 void _common_thread_notify_started(zel_thread_s *req_thread)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread, "req_thread is NULL"))
-        return;
+    if (!req_thread)
+        return (void)reject("req_thread is NULL");
 
     store_is_running(req_thread, true);
     ZEL_END();
@@ -163,8 +163,8 @@ void _common_thread_notify_started(zel_thread_s *req_thread)
 void _common_thread_set_is_running(zel_thread_s *req_thread, bool value)
 {
     ZEL_BEGIN();
-    if (refused(!req_thread, "req_thread is NULL"))
-        return;
+    if (!req_thread)
+        return (void)reject("req_thread is NULL");
 
     store_is_running(req_thread, value);
     ZEL_END();
@@ -173,5 +173,7 @@ void _common_thread_set_is_running(zel_thread_s *req_thread, bool value)
 bool _common_thread_get_wait_status(zel_thread_s *req_thread)
 {
     /* The flag is its owner's, who need not hold the lock to write it. */
-    return !refused(!req_thread, "req_thread is NULL") && std::atomic_ref<bool>(req_thread->thread_wait_status);
+    if (!req_thread)
+        return reject("req_thread is NULL", false);
+    return std::atomic_ref<bool>(req_thread->thread_wait_status);
 }
