@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "zel_common_request/share_encoding.h"
+#include "zel_common_share_encoding.h"
 
 namespace sharing
 {
