@@ -1,62 +1,9 @@
-// zel-store on a store of the library with the rows of the operations' world, and on a trace that is written here.
+// zel-store on a store of the library.
 
-#include "zel_common_storage.h"
-#include "zel_common_storage/connection.h"
+#include "zel_store.h"
 
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-#include <sqlite3.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <memory>
 #include <thread>
 #include <unistd.h>
-
-namespace
-{
-
-/// Runs a line of shell, in which "tool" is the tool and $store its file, and looks for parts of what it says, errors
-/// included. What has json in its line says a document: it is looked at without blanks, the names in their order.
-std::string expect(const std::string &line, int status, const std::vector<std::string> &parts = {})
-{
-    const std::string words = "export LC_ALL=C; tool() { " ZEL_TEST_TOOL " \"$@\"; }; store=" ZEL_DATABASE "; ";
-    EXPECT_EQ(WEXITSTATUS(std::system((words + "{ " + line + "\n} >said 2>&1").c_str())), status) << line;
-    std::string text(std::istreambuf_iterator<char>(std::ifstream("said").rdbuf()), {});
-    if (line.find("json") != std::string::npos)
-        text = nlohmann::json::parse(text, nullptr, false).dump();
-    for (const std::string &part : parts)
-        EXPECT_NE(text.find(part), std::string::npos) << part << " in " << line << ": " << text;
-    return text;
-}
-
-/// A connection that does not go through the library, with what it is to do first.
-std::shared_ptr<sqlite3> raw(const std::string &statements)
-{
-    sqlite3 *handle = nullptr;
-    sqlite3_open(ZEL_DATABASE, &handle);
-    EXPECT_EQ(sqlite3_exec(handle, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << statements;
-    return {handle, sqlite3_close};
-}
-
-/// Each case has a folder of its own with a store in it.
-class ZelStore : public testing::Test
-{
-  protected:
-    void SetUp() override
-    {
-        const auto &test = *testing::UnitTest::GetInstance()->current_test_info();
-        const std::filesystem::path folder(std::string(ZEL_TEST_SCRATCH "/") + test.name());
-        remove_all(folder);
-        create_directories(folder);
-        current_path(folder);
-        expect("tool init && tool check && stat -c %A ${store%/*}", 0, {"0700", "all 9 tables", "Sound", "drwx------"});
-        raw(expect("cat " ZEL_TEST_WORLD, 0) + "PRAGMA user_version = 104");
-    }
-};
-
-} // namespace
 
 TEST_F(ZelStore, check_finds_each_contradiction)
 {
@@ -152,37 +99,4 @@ TEST_F(ZelStore, a_writer_without_a_pause_meets_nobody_and_no_view_is_torn)
                0, {"40\n"});
         expect("test $(grep -o '\"chunk_no\":[1-9][0-9]*' views | sort -u | wc -l) -gt 10", 0);
     }
-}
-
-TEST_F(ZelStore, a_trace_is_read_with_and_without_threads_times_and_colours)
-{
-    ASSERT_TRUE(freopen("trace.log", "w", stderr));
-    _common_storage_init();
-    const auto locked = raw("BEGIN EXCLUSIVE");
-    unsigned long long time = 0;
-    _common_storage_update_percentage_sync_content_info(1, 5);
-    _common_storage_get_received_time_push_noti("t", &time);
-    _common_storage_update_percentage_sync_content_info(0, 5);
-    const std::string update = R"("operation":"_common_storage_update_percentage_sync_content_info",)";
-    const std::pair<std::string, std::string> cases[] = {
-        {"\\1 \\2 \\3/QUILLO_COMMON: ", "1"}, // with threads and times
-        {"11-25 06:34:30.123  99 \\2 \\3 QUILLO_COMMON: ", "1"},
-        {"\\3/QUILLO_COMMON( \\2): \x1b[0;36m", "0"},
-        {"host service[12]: \\3/QUILLO_COMMON: ", "0"},
-        {"", "0"},
-    };
-    for (const auto &[prefix, has] : cases) {
-        expect("sed -E 's@(.{26}) ([0-9]+) ([A-Z])/QUILLO_COMMON: @" + prefix + "@' trace.log >other.log", 0);
-        expect("tool trace --json other.log", 1,
-               {R"([{"advice":"busy: )", R"("attempts":10,"code":5,"count":1,)", R"(info "},{"advice":"busy: )",
-                update + R"("statement":"UPDATE 'content_info_status' SET percentage = 5 WHERE sync_id = 1",)",
-                R"("No records found"},{"advice":"an argument was missing)", update + R"("statements":1,)",
-                update + R"("statement":"","text":"Invalid parameter"}],"operations":[)", R"("calls":2,"failures":2,)",
-                R"(_exist","statements":9,)", R"("has_threads":)" + has + R"(,"has_times":)" + has});
-        expect("tool trace --tree other.log", has == "1" ? 1 : 2, {has == "1" ? "\n      _common_" : "a guess"});
-    }
-    expect("printf 'f(1):  * Critical * %s\n' 'No records found' 'Fail:Filesize is zero' | tool trace -", 0,
-           {"failure: 0"});
-    expect("tool trace --timeline events trace.log", 1, {"storage_update_", "SQLite    5, database is locked"});
-    expect("mv events events.json; cat events.json", 0, {R"("name":"_common_storage_init","ph":"X","pid":1)"});
 }

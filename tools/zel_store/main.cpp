@@ -50,7 +50,7 @@ try {
         return app.exit(error) == 0 ? FINE : CANNOT_READ;
     }
     const bool is_document = wanted.as_json && !result.document.is_null();
-    std::fputs((is_document ? written(result.document) : result.view).c_str(), stdout);
+    print(is_document ? written(result.document) : result.view);
     return result.status;
 } catch (const std::exception &error) {
     std::fprintf(stderr, "zel-store: %s\n", safe(error.what()).c_str());

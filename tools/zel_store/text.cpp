@@ -1,6 +1,8 @@
 #include "zel_store.h"
 
+#include <cerrno>
 #include <clocale>
+#include <cstdio>
 #include <map>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -77,7 +79,15 @@ std::string lines_of(const json &rows)
 
 std::string written(const json &document, int indentation)
 {
-    return document.dump(indentation, ' ', false, json::error_handler_t::replace) + "\n";
+    return document.dump(indentation, ' ', true, json::error_handler_t::replace) + "\n";
+}
+
+void print(std::string_view text)
+{
+    errno = 0;
+    const bool is_taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    if (!is_taken)
+        throw unreadable(FORMAT("standard output: %s. What was to be shown is incomplete.", g_strerror(errno)));
 }
 
 std::string text(const json &row, const char *name)

@@ -1,5 +1,6 @@
 /* A trace made readable. docs/log.md describes its lines; trace.sql adds them up. */
 
+#include "new_file.h"
 #include "texts.h"
 #include "zel_store.h"
 
@@ -83,9 +84,9 @@ outcome trace(const options &wanted)
     if (totals["has_threads"] == 0 && (wanted.shows_tree || !wanted.timeline.empty()))
         throw unreadable(NO_THREADS + std::string("who called whom would be a guess. The host platform writes them."));
     if (!wanted.timeline.empty()) {
-        std::ofstream timeline(wanted.timeline);
-        if (!(timeline << written({{"traceEvents", database.rows("SELECT * FROM events")}}, 0)).flush())
-            throw unreadable(wanted.timeline + ": " + g_strerror(errno) + ". The timeline was not written.");
+        new_file timeline(wanted.timeline);
+        timeline.add(written({{"traceEvents", database.rows("SELECT * FROM events")}}, 0));
+        timeline.publish();
     }
     json failures = database.rows("SELECT * FROM failures");
     for (json &one : failures)

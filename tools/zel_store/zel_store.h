@@ -12,6 +12,7 @@
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 using json = nlohmann::ordered_json;
@@ -97,8 +98,11 @@ std::string labelled(const char *label, const std::string &text);
 /** The lines that rows hold, each with a detail below it if there is one. */
 std::string lines_of(const json &rows);
 
-/** A document; bytes that are no text are replaced, since JSON cannot hold them. */
+/** A document in ASCII alone; bytes that are no text are replaced, since JSON cannot hold them. */
 std::string written(const json &document, int indentation = 2);
+
+/** Writes to standard output, at once. Throws unreadable when it does not take everything. */
+void print(std::string_view text);
 
 /** A value of a row as a text, empty if it is NULL. */
 std::string text(const json &row, const char *name);
