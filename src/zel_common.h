@@ -1,10 +1,10 @@
 /*
- * The vocabulary that the sharing service and its clients have in common: result codes, the records that travel
- * between them, the guarded hash table, and small utilities for files, process and time.
+ * What the sharing service and its clients share: result codes, the records that they exchange, the guarded hash
+ * table, and small utilities for files, process and time.
  *
- * Strings are NUL-terminated byte strings of the GLib allocator (g_free releases them) unless an operation says
- * otherwise; lists are GLib lists. A record owns the strings, lists and arrays it points to and is released as a whole
- * with its own release operation. Results that come out through a pointer are left untouched on failure.
+ * Strings are NUL-terminated byte strings of the GLib allocator, released with g_free, unless an operation names
+ * another release. Lists are GLib lists. A record owns the strings, lists and arrays that it points to; its release
+ * operation releases them all. An output stays untouched on failure.
  */
 #ifndef ZEL_COMMON_H
 #define ZEL_COMMON_H
@@ -17,20 +17,20 @@
 
 /* Version ---------------------------------------------------------------------------------------------------- */
 
-/** First number of the version: raised when programs built before no longer run with the library. */
+/** First number of the version: raised when older programs no longer run with the library. */
 #define ZEL_COMMON_VERSION_MAJOR 1
-/** Second number: raised when something was added. */
+/** Second number: raised when something is added. */
 #define ZEL_COMMON_VERSION_MINOR 1
-/** Third number: raised when something was mended. */
+/** Third number: raised when something is fixed. */
 #define ZEL_COMMON_VERSION_PATCH 0
-/** Whether these headers are of this version or of a later one. */
+/** True when these headers are of this version or a later one. */
 #define ZEL_COMMON_CHECK_VERSION(major, minor, patch)                                                                  \
     (ZEL_COMMON_VERSION_MAJOR > (major) ||                                                                             \
      (ZEL_COMMON_VERSION_MAJOR == (major) &&                                                                           \
       (ZEL_COMMON_VERSION_MINOR > (minor) ||                                                                           \
        (ZEL_COMMON_VERSION_MINOR == (minor) && ZEL_COMMON_VERSION_PATCH >= (patch)))))
 
-/** Gives an enumeration a signed 32-bit type where the language can say so: typedef enum ZEL_ENUM_INT { ... } name. */
+/** In C++ gives an enumeration a signed 32-bit type: typedef enum ZEL_ENUM_INT { ... } name. Empty in C. */
 #ifdef __cplusplus
 #define ZEL_ENUM_INT : int
 #else
@@ -45,12 +45,12 @@ extern "C" {
 /* Result codes ----------------------------------------------------------------------------------------------- */
 
 /**
- * Result of an operation inside the library and the service. A switch over it wants a default: in C there is one
- * enumerator more, and an operation of the store can return -1.
+ * Result of an operation of the library or the service. A switch over it needs a default: C has one more enumerator,
+ * and one operation of the store returns -1.
  */
 typedef enum ZEL_ENUM_INT {
 #ifndef __cplusplus
-    ZEL_ERR_FORCE_SIGNED = -1, /**< not a code: makes the type signed in C, so that a negative value compares below 0 */
+    ZEL_ERR_FORCE_SIGNED = -1, /**< not a code: makes the type signed in C, so that -1 compares below 0 */
 #endif
     ZEL_ERR_NONE = 0,                                /**< success */
     ZEL_ERR_INVALID_ARG = 1,                         /**< an argument is missing or out of range */
@@ -61,9 +61,9 @@ typedef enum ZEL_ENUM_INT {
     ZEL_ERR_REQUEST_FAILED = 6,                      /**< the request was carried out and failed */
     ZEL_ERR_CANCELLED = 7,                           /**< the request was cancelled; a success for the client */
     ZEL_ERR_NETWORK_FAILURE = 8,                     /**< the network failed */
-    ZEL_ERR_TIMEOUT_ERR = 9,                         /**< the answer did not come in time */
-    ZEL_ERR_RESOURCE_DOESNT_EXIST = 10,              /**< what was asked for does not exist */
-    ZEL_ERR_MAX_FILE_SIZE_EXCEEDED = 11,             /**< a file is larger than the server takes */
+    ZEL_ERR_TIMEOUT_ERR = 9,                         /**< no answer arrived in time */
+    ZEL_ERR_RESOURCE_DOESNT_EXIST = 10,              /**< the resource does not exist */
+    ZEL_ERR_MAX_FILE_SIZE_EXCEEDED = 11,             /**< a file exceeds the size that the server accepts */
     ZEL_ERR_NOT_AUTHENTICATED = 12,                  /**< the user is not signed in */
     ZEL_ERR_BROKEN_PIPE = 13,                        /**< the peer closed the socket */
     ZEL_ERR_TELEPHONY = 14,                          /**< the telephony service failed */
@@ -71,12 +71,12 @@ typedef enum ZEL_ENUM_INT {
     ZEL_ERR_INVALID_REQ_ID = 16,                     /**< no request has this id */
     ZEL_ERR_SHARE_FILE_DOESNT_EXITS = 17,            /**< the shared file does not exist */
     ZEL_ERR_AUTHENTICATION_FAILED = 18,              /**< signing in failed */
-    ZEL_ERR_BAD_JSON_FORMAT = 19,                    /**< the server's answer is not well-formed */
+    ZEL_ERR_BAD_JSON_FORMAT = 19,                    /**< the server's answer is malformed */
     ZEL_ERR_BAD_ACCESS_TOKEN = 20,                   /**< the server refused the access token */
     ZEL_ERR_BAD_DEVICE_ID = 21,                      /**< the server refused the device id */
     ZEL_ERR_BAD_CLIENT_ID = 22,                      /**< the server refused the client id */
     ZEL_ERR_INVALID_UID = 23,                        /**< the server refused the user id */
-    ZEL_ERR_JSON_FAILURE = 24,                       /**< a message could not be composed or taken apart */
+    ZEL_ERR_JSON_FAILURE = 24,                       /**< a message could not be composed or parsed */
     ZEL_ERR_LIMIT_EXCEED = 25,                       /**< a limit of the server is exceeded */
     ZEL_ERR_STORAGE_NO_RECORDS = 26,                 /**< the store holds no matching record */
     ZEL_ERR_STORAGE_INIT_FAILURE = 27,               /**< the store could not be opened */
@@ -87,14 +87,14 @@ typedef enum ZEL_ENUM_INT {
     ZEL_ERR_SHARE_THUMBNAIL_ERR = 32,                /**< a thumbnail could not be shared */
     ZEL_ERR_REQ_PAUSED = 33,                         /**< the request is paused; a success for the client */
     ZEL_ERR_UNKNOWN = 34,                            /**< a failure without a code of its own */
-    ZEL_ERR_RESOURCE_ALREADY_EXIST = 35,             /**< what should be created exists already */
-    ZEL_ERR_MAX_REQ_REACHED = 36,                    /**< no further request is taken for now */
+    ZEL_ERR_RESOURCE_ALREADY_EXIST = 35,             /**< the resource to create exists already */
+    ZEL_ERR_MAX_REQ_REACHED = 36,                    /**< no further request is accepted for now */
     ZEL_ERR_SERVICE_ADAPTER_CONNECTION_FAILURE = 37, /**< the service adapter cannot be reached */
     ZEL_ERR_NO_PAUSABLE_REQ_ID = 38,                 /**< the request cannot be paused */
     ZEL_ERR_NO_RESUMABLE_REQ_ID = 39,                /**< the request cannot be resumed */
     ZEL_ERR_NO_CANCELLABLE_REQ_ID = 40,              /**< the request cannot be cancelled */
-    ZEL_ERR_LAST_CHUNK_ALREADY_SENT = 41,            /**< the last chunk of a file has gone out already */
-    ZEL_ERR_INVALID_ACCESS_TOKEN = 42,               /**< the access token is not valid (any more) */
+    ZEL_ERR_LAST_CHUNK_ALREADY_SENT = 41,            /**< the last chunk of a file has already been sent */
+    ZEL_ERR_INVALID_ACCESS_TOKEN = 42,               /**< the access token is invalid or expired */
     ZEL_ERR_ALREADY_COMPLETED_MULTI_CHANNEL = 43,    /**< another channel has completed the transfer */
     ZEL_ERR_SERVICE_INITIALIZING = 44,               /**< the service is still starting */
     ZEL_ERR_PERMISSION_DENIED = 45,                  /**< the caller may not do this */
@@ -103,7 +103,7 @@ typedef enum ZEL_ENUM_INT {
     ZEL_ERR_INTERNAL_ERROR = 48                      /**< an internal inconsistency */
 } zel_err_e;
 
-/** Result that a client application gets to see; made from a zel_err_e only. */
+/** Result reported to a client application; only converted from a zel_err_e. */
 typedef enum ZEL_ENUM_INT {
     QUILLO_ERROR_NONE = 0,                         /**< success; also a cancelled or a paused request */
     QUILLO_ERROR_INVALID_PARAMETER = -1,           /**< an argument is missing or out of range */
@@ -113,9 +113,9 @@ typedef enum ZEL_ENUM_INT {
     QUILLO_ERROR_THREAD = -5,                      /**< a thread could not be started or used */
     QUILLO_ERROR_REQUEST_FAILED = -6,              /**< the request was carried out and failed */
     QUILLO_ERROR_NETWORK_FAILED = -7,              /**< the network failed */
-    QUILLO_ERROR_TIMEOUT = -8,                     /**< the answer did not come in time */
+    QUILLO_ERROR_TIMEOUT = -8,                     /**< no answer arrived in time */
     QUILLO_ERROR_RESOURCE_DOESNT_EXIST = -9,       /**< a file or resource does not exist */
-    QUILLO_ERROR_MAX_FILE_SIZE_EXCEEDED = -10,     /**< a file is larger than the server takes */
+    QUILLO_ERROR_MAX_FILE_SIZE_EXCEEDED = -10,     /**< a file exceeds the size that the server accepts */
     QUILLO_ERROR_NOT_AUTHENTICATED = -11,          /**< the user is not signed in */
     QUILLO_ERROR_STORAGE_FAILURE = -12,            /**< the store failed; the conversion never yields it */
     QUILLO_ERROR_INVALID_REQ_ID = -13,             /**< no request has this id */
@@ -127,21 +127,20 @@ typedef enum ZEL_ENUM_INT {
     QUILLO_ERROR_FEATURE_NOT_SUPPORTED = -19,      /**< the device lacks the feature; the conversion never yields it */
     QUILLO_ERROR_LUM_NOT_JOINED = -20,             /**< the user has not joined; the conversion never yields it */
     QUILLO_ERROR_NOT_SUPPORTED_CONTENT_TYPE = -21, /**< content of this type cannot be shared */
-    QUILLO_ERROR_INVALID_ACCESS_TOKEN = -22,       /**< the access token is refused or not valid any more */
+    QUILLO_ERROR_INVALID_ACCESS_TOKEN = -22,       /**< the access token is refused or expired */
     QUILLO_ERROR_UNKNOWN = -100                    /**< every other failure */
 } quillo_error_e;
 
 /**
- * Turns an internal result into the one that a client gets to see. Any thread may call it.
+ * Converts an internal result to the result reported to a client. Any thread may call it.
  *
  * @param err the internal result; any value
- * @return the client's code; QUILLO_ERROR_UNKNOWN for a result that has none of its own and for a value that is no
- *         zel_err_e
+ * @return the client's code; QUILLO_ERROR_UNKNOWN for a result without a client code and for a value outside zel_err_e
  */
 quillo_error_e _common_util_convert_service_error_to_client_error(zel_err_e err);
 
 /**
- * Writes a result with its name to the error log. Any thread may call it.
+ * Logs a result with its name, as an error. Any thread may call it.
  *
  * @param err_code the result; values outside ZEL_ERR_NONE (0) to ZEL_ERR_MAX_REQ_REACHED (36) write nothing
  */
@@ -157,20 +156,20 @@ typedef enum ZEL_ENUM_INT {
     MOSAIC_EVENT_APP_TYPE = 3 /**< the event application; in the two status lists of the store 3 means all */
 } quillo_app_type_e;
 
-/** How far an upload has come, as the client is told. */
+/** State of an upload, as reported to the client. */
 typedef enum ZEL_ENUM_INT {
     QUILLO_UPLOAD_STATUS_NONE = 0,           /**< not known */
-    QUILLO_UPLOAD_STATUS_STARTED = 1,        /**< taken up */
-    QUILLO_UPLOAD_STATUS_PROGRESSING = 2,    /**< files are on their way */
+    QUILLO_UPLOAD_STATUS_STARTED = 1,        /**< accepted */
+    QUILLO_UPLOAD_STATUS_PROGRESSING = 2,    /**< files are being sent */
     QUILLO_UPLOAD_STATUS_FINISHED = 3,       /**< all files are done */
     QUILLO_UPLOAD_STATUS_FAILED = 4,         /**< given up */
     QUILLO_UPLOAD_STATUS_CANCELLED = 5,      /**< cancelled by the user */
     QUILLO_UPLOAD_STATUS_PAUSED = 6,         /**< paused by the user */
-    QUILLO_UPLOAD_STATUS_SHARE_FINISHED = 7, /**< the recipients have been told */
+    QUILLO_UPLOAD_STATUS_SHARE_FINISHED = 7, /**< the recipients have been notified */
     QUILLO_UPLOAD_STATUS_SHARE_RECALLED = 8  /**< the share was taken back */
 } quillo_upload_status_e;
 
-/** State of a received share, as the sender's later push notifications report it. */
+/** State of a received share, as reported by the sender's later push notifications. */
 typedef enum ZEL_ENUM_INT {
     QUILLO_PUSH_STATUS_NONE = 0,           /**< nothing reported */
     QUILLO_PUSH_STATUS_SHARE_FINISHED = 1, /**< the sender's upload is complete */
@@ -188,20 +187,20 @@ typedef struct quillo_msisdn_s {
     int group_id;       /**< recent-receiver group that the number belongs to */
 } quillo_msisdn_s;
 
-/** Where a file lies on the server, and what it is. */
+/** URL and content type of a file on the server. */
 typedef struct zel_trans_url_info {
     char *url;          /**< the file's URL; owned */
     char *content_type; /**< the file's content type; owned */
 } zel_trans_url_info;
 
-/** An id with the URL it stands for. */
+/** An id and the URL that it identifies. */
 typedef struct zel_trans_url_ids_info {
     char *id;                        /**< the id; owned */
     char *url;                       /**< the URL; owned */
     unsigned long long expired_time; /**< when the URL expires, in the unit of the party that filled it */
 } zel_trans_url_ids_info;
 
-/** One content item of a received share, which releases it. On its own: g_free for each string, then for the record. */
+/** One content item of a received share. The share releases it; a single item: g_free each string, then the record. */
 typedef struct zel_trans_content_info {
     char *original;                  /**< URL of the full file; owned */
     char *thumbnail;                 /**< URL of the small thumbnail; owned */
@@ -210,8 +209,8 @@ typedef struct zel_trans_content_info {
     char *name;                      /**< name of the content; owned */
     char *content_type;              /**< content type; owned */
     char *contents_token;            /**< the share that the item belongs to; owned */
-    unsigned int download_count;     /**< how often the item was downloaded */
-    unsigned int max_download_count; /**< how often it may be downloaded */
+    unsigned int download_count;     /**< number of downloads so far */
+    unsigned int max_download_count; /**< number of downloads allowed */
     unsigned int size;               /**< size of the content in bytes */
     unsigned int content_id;         /**< row id of the item in the store */
 } zel_trans_content_info;
@@ -229,7 +228,7 @@ typedef struct zel_trans_share_content_info {
     unsigned int push_status;              /**< a quillo_push_status_e */
 } zel_trans_share_content_info;
 
-/** An upload as it is reported to the client that asked for it. */
+/** An upload, as reported to the client that requested it. */
 typedef struct zel_trans_upload_info {
     unsigned int request_id;         /**< id of the upload request */
     unsigned long long total_size;   /**< size of all files together, in bytes */
@@ -240,34 +239,33 @@ typedef struct zel_trans_upload_info {
     const char *contents_token;      /**< token that names the share on the server; owned, not to be written through */
     size_t msisdn_count;             /**< number of recipients */
     quillo_msisdn_s **msisdn_list;   /**< msisdn_count recipients; owned with each record */
-    quillo_upload_status_e status;   /**< how far the upload has come */
+    quillo_upload_status_e status;   /**< state of the upload */
 } zel_trans_upload_info;
 
 /**
- * Releases a zel_trans_url_info and what it owns. Takes an untyped pointer, as all these releases do, so that it can
- * release the elements of a list (g_list_free_full). A record belongs to one thread at a time.
+ * Releases a zel_trans_url_info and its strings. All these releases take an untyped pointer, so that
+ * g_list_free_full can call them. One thread at a time may use a record.
  *
  * @param data the record; NULL is ignored
  */
 void _common_free_url_info(void *data);
 
 /**
- * Releases a zel_trans_url_ids_info and what it owns. A record belongs to one thread at a time.
+ * Releases a zel_trans_url_ids_info and its strings. One thread at a time may use a record.
  *
  * @param data the record; NULL is ignored
  */
 void _common_free_url_ids_info(void *data);
 
 /**
- * Releases a zel_trans_share_content_info with its items and all their strings. A record belongs to one thread at a
- * time.
+ * Releases a zel_trans_share_content_info with its items and all their strings. One thread at a time may use a record.
  *
  * @param data the record; NULL is ignored
  */
 void _common_free_share_content_info(void *data);
 
 /**
- * Releases a zel_trans_upload_info with its recipients and paths. A record belongs to one thread at a time.
+ * Releases a zel_trans_upload_info with its recipients and paths. One thread at a time may use a record.
  *
  * @param data the record; NULL is ignored
  */
@@ -276,79 +274,79 @@ void _common_free_upload_info(void *data);
 /* Guarded hash table ----------------------------------------------------------------------------------------- */
 
 /**
- * A hash map that threads share. Every operation but _common_foreach_read_from_hash_table holds the mutex for one
- * access to the table and has let go of it when it returns: another thread may remove (and release) a returned value
- * at any time unless the callers agree otherwise. The functions that a caller passes to the others, and the two release
- * functions, run under the mutex: they must not call an operation of the same table, and must not throw.
+ * A hash map that threads share. Every operation except _common_foreach_read_from_hash_table holds the mutex while it
+ * uses the table, and releases it before it returns. So another thread can remove and release a returned value at any
+ * time; use _common_read_from_hash_table_addon to work on a value under the mutex. The caller's functions and the two
+ * release functions run under the mutex: they must not call an operation of the same table, and must not throw.
  */
 typedef struct zel_hash_table {
-    pthread_mutex_t mutex; /**< taken by every operation but _common_foreach_read_from_hash_table; not recursive */
+    pthread_mutex_t mutex; /**< locked by every operation except _common_foreach_read_from_hash_table; not recursive */
     GHashTable *table;     /**< the map */
 } zel_hash_table;
 
 /**
- * Acts on a stored value while no other thread can remove it; runs under the table's mutex.
+ * Called with a stored value under the table's mutex, so that no other thread can remove the value.
  *
  * @param value the value
  */
 typedef void (*_common_hash_table_addon_cb)(void *value);
 
 /**
- * Creates a table. With a key release the keys are strings, compared by content, and the table owns those it stores;
- * without one they are plain pointers or integers, compared by identity and never released. Neither a key nor a value
- * can be 0.
+ * Creates a table. With a key release the keys are strings, compared by content, and the table owns the keys that it
+ * stores. Without one the keys are plain pointers or integers, compared by identity and never released. Neither a key
+ * nor a value can be 0.
  *
  * @param hash_table receives the new table, which _common_deinit_hash_table releases; NULL when the allocation fails.
- *                   Without this argument nothing happens
- * @param free_key   releases a key, or NULL
- * @param free_value releases a value, which the table then owns, or NULL
+ *                   A NULL argument is rejected
+ * @param free_key   releases a key; may be NULL
+ * @param free_value releases a value, which the table then owns; may be NULL
  */
 void _common_init_hash_table(zel_hash_table **hash_table, GDestroyNotify free_key, GDestroyNotify free_value);
 
 /**
- * Releases a table and, through its release functions, every key and value left in it. The last operation on the
- * table: no other thread may use it any more. The caller's variable is not cleared.
+ * Releases a table and, through its release functions, every key and value in it. It must be the last operation on the
+ * table: no other thread may use the table any more. The caller's variable is not cleared.
  *
  * @param hash_table the table; NULL is rejected
  */
 void _common_deinit_hash_table(zel_hash_table *hash_table);
 
 /**
- * Stores a value. If the key is there already, the stored key stays, the old value is released, and so is the key
- * passed in. So never pass the very key or value that the table holds: it would be released and stay in use. Any thread
- * may call it.
+ * Stores a value. If the table holds the key already, the stored key stays; the old value and the key passed in are
+ * released. So never pass a key or value that the table already holds: the table would release it and still use it.
+ * Any thread may call it.
  *
  * @param hash_table the table
- * @param key        the key; handed over if the table has a key release
- * @param value      the value; handed over if the table has a value release. With NULL for any of the three nothing is
- *                   stored and nothing handed over
+ * @param key        the key; the table takes it over if it has a key release
+ * @param value      the value; the table takes it over if it has a value release. When one of the three arguments is
+ *                   NULL, nothing is stored and the caller keeps both
  */
 void _common_write_to_hash_table(zel_hash_table *hash_table, void *key, void *value);
 
 /**
- * Looks a value up. Any thread may call it.
+ * Looks up a value. Any thread may call it.
  *
  * @param hash_table the table
- * @param key        the key; NULL is never present
- * @return the value, which stays the table's; NULL when the key is absent or the table is NULL
+ * @param key        the key; NULL is always absent
+ * @return the value, still owned by the table; NULL when the key is absent or the table is NULL
  */
 void *_common_read_from_hash_table(zel_hash_table *hash_table, const void *key);
 
 /**
- * Looks a value up and, while it is still protected by the mutex, hands it to a callback. Any thread may call it.
+ * Looks up a value and passes it to a callback under the mutex. Any thread may call it.
  *
  * @param hash_table the table
- * @param key        the key; NULL is never present
+ * @param key        the key; NULL is always absent
  * @param cb         called once with the value; not called when the key is absent
- * @return the value, which stays the table's; NULL when the key is absent or the table or the callback is NULL
+ * @return the value, still owned by the table; NULL when the key is absent or the table or the callback is NULL
  */
 void *_common_read_from_hash_table_addon(zel_hash_table *hash_table, const void *key, _common_hash_table_addon_cb cb);
 
 /**
- * Removes an entry; its key and value are released through the release functions. Any thread may call it.
+ * Removes an entry and releases its key and value through the release functions. Any thread may call it.
  *
  * @param hash_table the table; NULL is rejected
- * @param key        the key; an absent one, NULL among them, is ignored
+ * @param key        the key; NULL and an absent key are ignored
  */
 void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key);
 
@@ -356,40 +354,40 @@ void _common_remove_from_hash_table(zel_hash_table *hash_table, const void *key)
  * Finds the first entry, in the table's own order, that a predicate accepts. Any thread may call it.
  *
  * @param hash_table     the table
- * @param predicate_func called under the mutex with key, value and user_data; true accepts
- * @param user_data      passed through
- * @return the value, which stays the table's; NULL when nothing is accepted or the table or the predicate is NULL
+ * @param predicate_func called under the mutex with key, value and user_data; true accepts the entry
+ * @param user_data      passed to predicate_func
+ * @return the value, still owned by the table; NULL when no entry is accepted, or the table or the predicate is NULL
  */
 void *_common_find_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data);
 
 /**
- * Removes the entry of a key if a predicate agrees; key and value are released through the release functions. Any
+ * Removes the entry of a key if a predicate accepts it, and releases key and value through the release functions. Any
  * thread may call it.
  *
  * @param hash_table     the table; NULL is rejected
- * @param predicate_func called under the mutex with key, value and, as its user data, the key again; exactly 1 (TRUE)
- *                       removes. Not called when the key is absent; NULL is rejected
- * @param key            the key; NULL is never present
+ * @param predicate_func called under the mutex with key, value and, as user data, the key again; exactly 1 (TRUE)
+ *                       removes the entry. Not called when the key is absent; NULL is rejected
+ * @param key            the key; NULL is always absent
  */
 void _common_find_and_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *key);
 
 /**
- * Removes every entry that a predicate accepts; keys and values are released through the release functions. Any thread
+ * Removes every entry that a predicate accepts, and releases keys and values through the release functions. Any thread
  * may call it.
  *
  * @param hash_table     the table; NULL is rejected
- * @param predicate_func called under the mutex with key, value and user_data; true removes. NULL is rejected
- * @param user_data      passed through
+ * @param predicate_func called under the mutex with key, value and user_data; true removes the entry. NULL is rejected
+ * @param user_data      passed to predicate_func
  */
 void _common_foreach_remove_in_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data);
 
 /**
- * Visits every entry without taking the mutex: the caller keeps other threads from changing the table, for instance by
- * holding the mutex itself.
+ * Visits every entry without locking the mutex. The caller prevents changes by other threads, for example by holding
+ * the mutex itself.
  *
  * @param hash_table     the table
- * @param predicate_func called with key, value and user_data; its result is ignored. Must not add or remove entries
- * @param user_data      passed through
+ * @param predicate_func called with key, value and user_data; its result is ignored. It must not add or remove entries
+ * @param user_data      passed to predicate_func
  * @return the number of entries visited, all of them; -1 when the table or the predicate is NULL
  */
 int _common_foreach_read_from_hash_table(zel_hash_table *hash_table, GHRFunc predicate_func, void *user_data);
@@ -414,8 +412,8 @@ unsigned int _common_get_hash_table_count(zel_hash_table *hash_table);
  * Lists the keys in the table's own order. Any thread may call it.
  *
  * @param hash_table the table
- * @return a new list, whose nodes the caller releases (g_list_free); the keys stay the table's and are valid while
- *         their entries remain. NULL when the table is empty or NULL
+ * @return a new list; the caller releases it with g_list_free. The table still owns the keys; each is valid while its
+ *         entry remains. NULL when the table is empty or NULL
  */
 GList *_common_get_keys_from_hash_table(zel_hash_table *hash_table);
 
@@ -425,36 +423,35 @@ GList *_common_get_keys_from_hash_table(zel_hash_table *hash_table);
 #define ZEL_NEW_PATH_SIZE 4096
 
 /**
- * Gives the size of a file; symbolic links are followed. Any thread may call it.
+ * Returns the size of a file. Follows symbolic links. Any thread may call it.
  *
  * @param file_path path of the file
- * @param file_size receives the size in bytes; 0 is a size like any other
+ * @param file_size receives the size in bytes, 0 for an empty file
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an argument is NULL; ZEL_ERR_INVALID_FILE when the file cannot be
  *         examined, or holds 2^31 bytes or more
  */
 int _common_util_file_size(const char *file_path, unsigned int *file_size);
 
 /**
- * Tells whether a path exists, whatever it names; symbolic links are followed. Any thread may call it.
+ * Tests whether a path exists, of any file type. Follows symbolic links. Any thread may call it.
  *
  * @param file_path the path; must not be NULL
- * @return true when it exists, and always for "/"; false also for a link that leads nowhere and for a path that cannot
- *         be examined
+ * @return true when it exists, and always for "/"; false for a dangling link and for a path that cannot be examined
  */
 bool _common_util_file_exist(const char *file_path);
 
 /**
- * Cuts a path at its last dot, wherever that dot stands. Any thread may call it.
+ * Cuts a path at its last dot, even if the dot belongs to a folder. Any thread may call it.
  *
  * @param file_path the path
- * @return what stands before the last dot, the whole path when it has none; a new string of the C allocator, which the
+ * @return the path up to its last dot, or the whole path without a dot: a new string of the C allocator, which the
  *         caller releases with free. NULL when the path is NULL, when its last dot is its first character, or when
  *         memory runs out
  */
 char *_common_util_get_filename_without_ext(const char *file_path);
 
 /**
- * Gives the extension of a path: what follows the last dot of its last element. Any thread may call it.
+ * Returns the extension of a path: the text after the last dot of its last element. Any thread may call it.
  *
  * @param file_path the path; must not be NULL
  * @return the extension without its dot, empty when the path ends in the dot; a new string that the caller releases
@@ -463,60 +460,61 @@ char *_common_util_get_filename_without_ext(const char *file_path);
 char *_common_util_get_ext(const char *file_path);
 
 /**
- * Finds a free path for a new file by numbering its name: a.jpg gives a_1.jpg, or a_2.jpg if that exists, and so on.
- * The number is added whether or not the path itself exists. A path without an extension, or whose only dot is its
- * first character, is handed back unchanged; /data/.profile becomes /data/_1.profile. Free is what
- * _common_util_file_exist does not find. Nothing is reserved: two threads or processes may be given the same path.
+ * Finds a free path for a new file by numbering its name: a.jpg gives a_1.jpg, or a_2.jpg if a_1.jpg exists, and so on.
+ * The number is added even if the path itself is free. A path without an extension, or whose only dot is its first
+ * character, is returned unchanged; /data/.profile gives /data/_1.profile. A path is free when _common_util_file_exist
+ * returns false. Nothing is reserved: two threads or processes can get the same path.
  *
  * @param file_path     the path; NULL gives an empty one
- * @param file_new_path receives the free path; a buffer of ZEL_NEW_PATH_SIZE bytes of the caller's, not NULL, that does
- *                      not overlap file_path. A longer path is cut off; one that loses its number to the cut may be
- *                      taken. When memory runs out the path itself is handed back
+ * @param file_new_path receives the free path: the caller's buffer of ZEL_NEW_PATH_SIZE bytes, not NULL, that does not
+ *                      overlap file_path. A longer path is cut off; a path that loses its number by the cut may exist.
+ *                      When memory runs out, it receives the path itself
  */
 void _common_util_get_file_valid_path(const char *file_path, char *file_new_path);
 
 /* Process, time and feature ---------------------------------------------------------------------------------- */
 
 /**
- * Seeds the C library's generator from the clock and gives its next value. The generator is the whole process's:
- * seeding it changes what other threads get.
+ * Seeds the C library's generator from the clock and returns its next value. The whole process shares the generator:
+ * the seed changes the values that other threads get.
  *
- * @param num perturbs the seed; it does not bound the result
- * @return 0 to RAND_MAX; the same value again when the clock, as far as it enters the seed, and num are the same
+ * @param num added to the seed; it does not limit the result
+ * @return 0 to RAND_MAX; two calls with the same seed return the same value
  */
 unsigned int _common_get_random_no(int num);
 
 /**
- * Gives the current time. Any thread may call it.
+ * Returns the current time. Any thread may call it.
  *
  * @return whole seconds since the epoch, of the real-time clock
  */
 unsigned long long _common_util_get_current_timestamp(void);
 
 /**
- * Gives the current time. Any thread may call it.
+ * Returns the current time. Any thread may call it.
  *
  * @return milliseconds since the epoch, of the real-time clock
  */
 unsigned long long _common_util_get_current_unix_time(void);
 
 /**
- * Records the calling thread's kernel id (the process id, if that is the main thread) in "/tmp/quillo.pid": four bytes
- * in the host's order. A file that cannot be opened is only logged. Calls must not overlap each other or a read.
+ * Writes the calling thread's kernel id (in the main thread: the process id) to "/tmp/quillo.pid", as four bytes in
+ * host order. A file that cannot be opened is only logged. Calls must not overlap each other or a read.
  */
 void _common_util_set_pid_to_file(void);
 
 /**
- * Reads the id that _common_util_set_pid_to_file recorded. Any thread may call it.
+ * Reads the id that _common_util_set_pid_to_file wrote. Any thread may call it.
  *
  * @param pid receives the id; must not be NULL
- * @return true; false when the file cannot be opened or is shorter than an id
+ * @return true on success; false when the file cannot be opened or is shorter than an id
  */
 bool _common_util_get_pid_from_file(pid_t *pid);
 
 /**
- * Tells whether the device has the enhanced features. The platform's feature registry is asked until it gives an
- * answer, or does not know the feature; that answer then holds for the life of the process. Any thread may call it.
+ * Tests whether the device has the enhanced features. The operation asks the platform's feature registry until the
+ * registry answers or does not know the feature; it keeps that answer for the life of the process. Any thread may call
+ * it.
  *
  * @return true when the device has them; false when it has not, or the registry could not be asked
  */

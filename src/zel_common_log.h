@@ -1,8 +1,8 @@
 /*
  * The logging entry point.
  *
- * The library writes its own trace through the platform's log call (dlog_print in zel_platform.h), one call a line,
- * under the tag "QUILLO_COMMON"; docs/log.md describes the lines.
+ * The library writes its own trace with the platform's log call (dlog_print in zel_platform.h), one call for each line,
+ * with the tag "QUILLO_COMMON". docs/log.md describes the lines.
  */
 #ifndef ZEL_COMMON_LOG_H
 #define ZEL_COMMON_LOG_H
@@ -13,15 +13,15 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /**
- * Takes a log call and writes nothing: a program can leave its calls in place whether or not an output exists.
+ * Accepts a log call and writes nothing, so that programs keep their calls where no output exists.
  *
- * Touches no state; any thread may call it. Any argument may be NULL.
+ * Changes no state; any thread may call it. Any argument may be NULL.
  *
  * @param file_name source file of the caller
  * @param func_name function of the caller
  * @param line      source line of the caller
- * @param tag       who writes
- * @param fmt       printf-style format, followed by its arguments; they are not looked at
+ * @param tag       tag of the caller
+ * @param fmt       printf-style format, followed by its arguments; all are ignored
  */
 void zel_service_log(const char *file_name, const char *func_name, int line, const char *tag, const char *fmt, ...)
     __attribute__((format(printf, 5, 6)));

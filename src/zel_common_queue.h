@@ -1,11 +1,20 @@
 /*
- * A blocking first-in, first-out queue of pointers that threads share: some push requests, one takes them out in the
- * order of their arrival and sleeps while there are none.
+ * A blocking first-in, first-out queue of pointers: any thread pushes requests, one worker pops them in order and
+ * sleeps while the queue is empty.
  *
- * The queue stores the pointers it is given and never owns what they point to; only a release function that the caller
- * passes releases an item. Every operation but _common_queue_get_wait_status holds the queue's lock for its whole list
- * work. Functions that the caller passes run under that lock: they must not call an operation of the same queue, and
- * must not throw.
+ * The queue never owns its items; only a release function that the caller passes releases an item. Every operation
+ * except _common_queue_get_wait_status holds the queue's lock while it uses the list. The caller's functions run under
+ * that lock: they must not call an operation of the same queue, and must not throw.
+ *
+ * Several workers. A push signals only when the queue goes from empty to one item, and wakes one worker. So of several
+ * workers that sleep on one queue, only one works while items keep coming. Give each worker a queue of its own, or let
+ * each worker pass the wake on after a pop, before it works on its item:
+ *
+ *     void *item = _common_queue_pop(queue);
+ *     pthread_mutex_lock(&queue->available_lock);
+ *     if (queue->item_list)
+ *         pthread_cond_signal(&queue->available_signal);
+ *     pthread_mutex_unlock(&queue->available_lock);
  */
 #ifndef ZEL_COMMON_QUEUE_H
 #define ZEL_COMMON_QUEUE_H
@@ -21,12 +30,12 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /**
- * A queue. Made by _common_queue_init only. Its fields are for reading under the lock: more is kept behind them, and a
- * change to item_list corrupts the queue.
+ * A queue; only _common_queue_init makes one. Callers may read the fields under the lock and signal available_signal. A
+ * change to item_list corrupts the queue: the library keeps more data next to it.
  */
 typedef struct zel_queue_s {
     pthread_mutex_t available_lock;  /**< guards item_list and queue_wait_status; not recursive */
-    pthread_cond_t available_signal; /**< signalled when the queue goes from empty to one item */
+    pthread_cond_t available_signal; /**< signalled by a push to the empty queue */
     bool queue_wait_status;          /**< a thread is asleep in _common_queue_pop; see _common_queue_get_wait_status */
     GList *item_list;                /**< the items, newest first; NULL when the queue is empty */
 } zel_queue_s;
@@ -34,15 +43,15 @@ typedef struct zel_queue_s {
 /**
  * Releases one item; runs under the queue's lock.
  *
- * @param item the item, NULL if NULL was pushed
+ * @param item the item; NULL if NULL was pushed
  */
 typedef void (*free_queue_member)(void *item);
 
 /**
- * Compares an item with what is looked for; runs under the queue's lock.
+ * Compares an item with the caller's data; runs under the queue's lock.
  *
- * @param item      an item, NULL if NULL was pushed
- * @param user_data what the caller of the search passed
+ * @param item      an item; NULL if NULL was pushed
+ * @param user_data the caller's data
  * @return 0 when the item matches, as a GCompareFunc does
  */
 typedef int (*_common_queue_find_func)(void *item, void *user_data);
@@ -56,11 +65,11 @@ typedef int (*_common_queue_find_func)(void *item, void *user_data);
 zel_err_e _common_queue_init(zel_queue_s **req_queue);
 
 /**
- * Releases a queue. The last operation on it: no thread may be inside another one, asleep in a pop least of all. The
- * caller's variable is not cleared.
+ * Releases a queue. It must be the last operation on the queue: no thread may be inside another one or sleep in a pop.
+ * The caller's variable is not cleared.
  *
  * @param req_queue the queue; NULL is rejected
- * @param func      releases each item left, newest first; with NULL the items are not released
+ * @param func      releases each remaining item, newest first; with NULL the items are not released
  */
 void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func);
 
@@ -73,61 +82,63 @@ void _common_queue_deinit(zel_queue_s *req_queue, free_queue_member func);
 void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func);
 
 /**
- * Adds an item. If it is the only one, one thread asleep in _common_queue_pop is woken; an item added to others wakes
- * nobody, even while several threads sleep and the first has not yet taken its own. Any thread may call it.
+ * Adds an item. A push to the empty queue wakes one thread that sleeps in _common_queue_pop; any other push wakes none,
+ * even while several threads sleep. Any thread may call it.
  *
  * @param req_queue the queue; NULL is rejected
- * @param data      the item; NULL is queued like any other
+ * @param data      the item; NULL is a valid item
  */
 void _common_queue_push(zel_queue_s *req_queue, void *data);
 
 /**
- * Takes the oldest item out; sleeps, without a time limit, while the queue is empty. It wakes once and does not look
- * again: a worker calls it in a loop. Any thread may call it; one that is cancelled in it keeps the lock for good.
+ * Removes and returns the oldest item. On an empty queue it sleeps once, without a time limit; after a wake it looks
+ * once. So a worker calls it in a loop. Any thread may call it. A thread that is cancelled in it keeps the lock for
+ * ever.
  *
  * @param req_queue the queue
- * @return the item, now the caller's, which is NULL if NULL was queued; NULL also when it woke and found nothing, and
- *         when the queue is NULL
+ * @return the item, now owned by the caller; NULL if NULL was pushed, when the queue was still empty after the wake,
+ * and when the queue is NULL
  */
 void *_common_queue_pop(zel_queue_s *req_queue);
 
 /**
- * Tells whether a thread is asleep in _common_queue_pop. Takes no lock: the answer may be out of date when it arrives.
+ * Tests whether a thread sleeps in _common_queue_pop. Takes no lock: the answer can be out of date when it is returned.
  * Any thread may call it.
  *
  * @param req_queue the queue
- * @return true when one is; false when none is, when the first of several has woken, and when the queue is NULL
+ * @return true when a thread sleeps; false when none does, after the first of several has woken, and when the queue is
+ *         NULL
  */
 bool _common_queue_get_wait_status(zel_queue_s *req_queue);
 
 /**
- * Finds the newest item that matches, and leaves it in the queue, where another thread may take it out and release it.
- * Any thread may call it.
+ * Finds the newest item that matches. The item stays in the queue, so another thread can pop and release it. Any thread
+ * may call it.
  *
  * @param req_queue the queue
  * @param func      the comparison
- * @param user_data passed through
+ * @param user_data passed to func
  * @return the item; NULL when none matches, or when the queue or the comparison is NULL
  */
 void *_common_queue_find(zel_queue_s *req_queue, _common_queue_find_func func, void *user_data);
 
 /**
- * Takes one item out by its address, the newest if it was pushed more than once, and does not release it. Any thread
- * may call it.
+ * Removes one item by its address, without releasing it. If the item was pushed more than once, the newest entry goes.
+ * Any thread may call it.
  *
  * @param req_queue the queue; NULL is rejected
- * @param item      the item; one that is not queued is ignored, NULL is rejected
+ * @param item      the item; an item that is not queued is ignored, NULL is rejected
  */
 void _common_queue_remove(zel_queue_s *req_queue, void *item);
 
 /**
- * Takes out the newest item that matches, and releases it. Any thread may call it.
+ * Removes the newest item that matches, and releases it. Any thread may call it.
  *
  * @param req_queue the queue
  * @param func      the comparison
  * @param free_func releases the item
- * @param user_data passed through
- * @return true when an item was taken out; false when none matches, or when the queue or a function is NULL
+ * @param user_data passed to func
+ * @return true when an item was removed; false when none matches, or when the queue or a function is NULL
  */
 bool _common_queue_find_and_remove(zel_queue_s *req_queue, _common_queue_find_func func, free_queue_member free_func,
                                    void *user_data);

@@ -1,7 +1,7 @@
 /*
- * The request that a client hands to the sharing service: its record, its copy and its release.
+ * The request that a client sends to the sharing service: its record, its copy and its release.
  *
- * None of the operations locks anything: a request belongs to one thread at a time.
+ * No operation takes a lock: one thread at a time may use a request.
  */
 #ifndef ZEL_COMMON_REQUEST_H
 #define ZEL_COMMON_REQUEST_H
@@ -16,40 +16,40 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** What a request asks for; 14 and 22 are not used. */
+/** Command of a request; 14 and 22 are not used. */
 typedef enum ZEL_ENUM_INT {
     ZEL_CMD_DOWNLOAD = 0,                            /**< download files of a share */
     ZEL_CMD_UPLOAD = 1,                              /**< send files to recipients */
     ZEL_CMD_GET_SHARE_CONTENT_LIST = 2,              /**< list the received shares */
     ZEL_CMD_GET_SHARE_CONTENT_INFO_FOR_APP = 3,      /**< describe one received share */
-    ZEL_CMD_DELETE_SHARE_CONTENTS_INFO = 4,          /**< forget a received share */
+    ZEL_CMD_DELETE_SHARE_CONTENTS_INFO = 4,          /**< delete a received share */
     ZEL_CMD_DEACTIVATE = 5,                          /**< sign the user off */
     ZEL_CMD_UPLOAD_CANCEL = 6,                       /**< cancel an upload */
     ZEL_CMD_UPLOAD_PAUSE = 7,                        /**< pause an upload */
-    ZEL_CMD_UPLOAD_RESUME = 8,                       /**< go on with a paused upload */
+    ZEL_CMD_UPLOAD_RESUME = 8,                       /**< resume a paused upload */
     ZEL_CMD_DOWNLOAD_CANCEL = 9,                     /**< cancel a download */
     ZEL_CMD_DOWNLOAD_PAUSE = 10,                     /**< pause a download */
-    ZEL_CMD_DOWNLOAD_RESUME = 11,                    /**< go on with a paused download */
+    ZEL_CMD_DOWNLOAD_RESUME = 11,                    /**< resume a paused download */
     ZEL_CMD_GET_UPLOAD_LIST = 12,                    /**< list the uploads */
-    ZEL_CMD_GET_LOGIN_STATUS = 13,                   /**< tell whether the user is signed in */
-    ZEL_CMD_UPLOAD_RESUME_BY_SYSTEM_RESTART = 15,    /**< go on with an upload after a restart of the system */
-    ZEL_CMD_DOWNLOAD_RESUME_BY_SYSTEM_RESTART = 16,  /**< go on with a download after a restart of the system */
-    ZEL_CMD_SET_WIFI_ONLY_SETTING = 17,              /**< set whether transfers keep to wireless LAN */
+    ZEL_CMD_GET_LOGIN_STATUS = 13,                   /**< return whether the user is signed in */
+    ZEL_CMD_UPLOAD_RESUME_BY_SYSTEM_RESTART = 15,    /**< resume an upload after a restart of the system */
+    ZEL_CMD_DOWNLOAD_RESUME_BY_SYSTEM_RESTART = 16,  /**< resume a download after a restart of the system */
+    ZEL_CMD_SET_WIFI_ONLY_SETTING = 17,              /**< set whether transfers use Wi-Fi only */
     ZEL_CMD_DOWNLOAD_THUMBNAIL = 18,                 /**< download thumbnails of a share */
-    ZEL_CMD_GET_RECEIVED_TIME = 19,                  /**< tell when a share was received */
+    ZEL_CMD_GET_RECEIVED_TIME = 19,                  /**< return when a share was received */
     ZEL_CMD_GET_CONTENT_TOKEN_LIST_BY_APP_TYPE = 20, /**< list the share tokens of one kind of client */
-    ZEL_CMD_DELTE_PUSH_INFO = 21,                    /**< forget a push notification */
+    ZEL_CMD_DELTE_PUSH_INFO = 21,                    /**< delete a push notification */
     ZEL_CMD_GET_RECENT_RECIPIENT_MSISDN_LIST = 23,   /**< list the recently used recipients */
     ZEL_CMD_GET_UPLOADED_FILE_INFO = 24,             /**< describe the files of an upload */
     ZEL_CMD_RESHARE_UPLOAD = 25,                     /**< share an upload with further recipients */
-    ZEL_CMD_RECALL_UPLOAD = 26,                      /**< take a share back */
+    ZEL_CMD_RECALL_UPLOAD = 26,                      /**< recall a share */
     ZEL_CMD_GET_REQUEST_IDS_BY_APP_TYPE = 27,        /**< list the request ids of one kind of client */
-    ZEL_CMD_DELETE_UPLOAD_INFO = 28,                 /**< forget an upload */
+    ZEL_CMD_DELETE_UPLOAD_INFO = 28,                 /**< delete an upload */
     ZEL_CMD_GET_UPLOAD_INFO = 29,                    /**< report an upload */
-    ZEL_EVT_CMD_IS_JOINED = 30,                      /**< event: has the user joined */
+    ZEL_EVT_CMD_IS_JOINED = 30,                      /**< event: return whether the user has joined */
     ZEL_EVT_CMD_START = 31,                          /**< event: start */
     ZEL_EVT_CMD_UPLOAD = 32,                         /**< event: upload */
-    ZEL_EVT_CMD_SYNC = 33,                           /**< event: list what the server has */
+    ZEL_EVT_CMD_SYNC = 33,                           /**< event: list the files on the server */
     ZEL_EVT_CMD_DOWNLOAD = 34,                       /**< event: download */
     ZEL_EVT_CMD_DELETE = 35,                         /**< event: delete */
     ZEL_EVT_CMD_MEMBER_URL = 36,                     /**< event: URL of a member */
@@ -65,11 +65,11 @@ typedef enum ZEL_ENUM_INT {
 } quillo_event_thumbnail_type_e;
 
 /**
- * A client's request. Which fields a command uses is settled between client and service; times are in the unit of the
- * party that fills them.
+ * A client's request. Client and service agree on the fields that a command uses, and on the units of times.
  *
- * Make one zero-filled with g_new0, and its strings and lists with GLib too (g_strdup, g_list_append). Whoever uses
- * response_mutex looks after it, in each copy anew: g_mutex_init first, g_mutex_clear before the release.
+ * Allocate it zero-filled with g_new0, and its strings and lists with GLib (g_strdup, g_list_append). The user of
+ * response_mutex initialises it with g_mutex_init and clears it with g_mutex_clear before the release, in each copy
+ * separately.
  */
 typedef struct _zel_request {
     zel_cmd cmd;                                   /**< the command */
@@ -78,14 +78,14 @@ typedef struct _zel_request {
     unsigned int url_count;                        /**< number of entries in url_list */
     unsigned int file_count;                       /**< number of entries in file_list */
     unsigned int cancel_id;                        /**< id of the request to be cancelled */
-    unsigned int setting_status;                   /**< the value that a setting command carries */
-    unsigned int reconnecting_to_server;           /**< non-zero while sent again after reconnecting to the server */
-    quillo_app_type_e type;                        /**< kind of client application that makes the request */
-    quillo_event_thumbnail_type_e thumbnail_type;  /**< thumbnail size asked for */
+    unsigned int setting_status;                   /**< the value of a setting command */
+    unsigned int reconnecting_to_server;           /**< non-zero while it is sent again after a reconnect */
+    quillo_app_type_e type;                        /**< kind of the client application that makes the request */
+    quillo_event_thumbnail_type_e thumbnail_type;  /**< requested thumbnail size */
     char *description;                             /**< description text of a share; owned */
     char *local_path;                              /**< a local file path; owned */
     char *url;                                     /**< a content URL; owned */
-    char *contents_token;                          /**< token that names a share on the server; owned */
+    char *contents_token;                          /**< token of a share on the server; owned */
     unsigned long long content_token_expired_time; /**< when contents_token expires */
     char *folder_token;                            /**< token of a shared folder; owned */
     unsigned long long folder_token_expired_time;  /**< when folder_token expires */
@@ -93,63 +93,64 @@ typedef struct _zel_request {
     GList *receiver_list;                          /**< recipients, strings; owned with its elements */
     GList *url_list;                               /**< URLs, strings; owned with its elements */
     GList *file_list;                              /**< file paths, strings; owned with its elements */
-    GList *server_file_list;             /**< the server's file entries, one allocation each; owned likewise */
+    GList *server_file_list;             /**< the server's file entries, one allocation each; owned with its elements */
     unsigned long long server_timestamp; /**< a time given by the server */
     int list_count;                      /**< number of entries of a server listing */
     char *list_next;                     /**< next-page mark of a server listing; owned */
     char *list_more;                     /**< more-entries mark of a server listing; owned */
-    GMutex response_mutex;               /**< guards the response; never initialised, locked or cleared here */
+    GMutex response_mutex;               /**< guards the response; the library never uses it */
     unsigned int send_push;              /**< non-zero when the recipients are to be notified by push */
-    app_control_h caller;                /**< launch-request handle of the application that asks; owned */
+    app_control_h caller;                /**< launch-request handle of the calling application; owned */
 } zel_request;
 
-/** A request that the service works on, with the state of its connection; the flags are the service's bookkeeping. */
+/** A request in progress, with the state of its connection. The service sets and reads the flags. */
 typedef struct comm_param_s {
     zel_request request;  /**< the request itself */
-    bool ongoing;         /**< being carried out */
-    bool reconnecting;    /**< connecting to the server again */
-    bool pending_destroy; /**< to be released when its work ends */
+    bool ongoing;         /**< in progress */
+    bool reconnecting;    /**< reconnecting to the server */
+    bool pending_destroy; /**< released when its work ends */
     bool is_pause;        /**< paused */
-    bool is_started;      /**< has been taken up */
-    void *handle;         /**< the service's; never released here */
+    bool is_started;      /**< started */
+    void *handle;         /**< owned by the service; never released by the library */
 } comm_param_s;
 
 /**
- * Makes an independent copy of a request. Strings, the string lists and the caller's handle are duplicated; the copy of
- * a string list ends at its first NULL element; a handle that cannot be cloned is NULL in the copy. server_file_list,
- * list_next and list_more are shared afterwards: only one of the two requests may have its members released while the
- * other still refers to those three. response_mutex is copied as it stands and must not be held.
+ * Copies a request. Strings, string lists and the caller's handle are duplicated. The copy of a string list ends at the
+ * first NULL element. A handle that cannot be cloned is NULL in the copy.
+ *
+ * Source and copy share server_file_list, list_next and list_more: set the three to NULL in one of them before both are
+ * released. response_mutex is copied byte by byte and must not be locked.
  *
  * @param src_request the request to copy; unchanged
- * @param dst_request empty storage for the copy: what it held is overwritten, not released
+ * @param dst_request storage for the copy; its old content is overwritten, not released
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when either is NULL
  */
 zel_err_e _common_copy_zel_request_members(const zel_request *src_request, zel_request *dst_request);
 
 /**
- * Releases what a request owns, but not the record. Its lists and its handle are not reset: afterwards the record may
- * only be freed or overwritten as a whole.
+ * Releases the members of a request, but not the record. Lists and handle keep their old pointers: afterwards only free
+ * the record or overwrite it as a whole.
  *
  * @param request the request; NULL is rejected
  */
 void _common_free_zel_request_members(zel_request *request);
 
 /**
- * Releases a request of the GLib allocator with all it owns.
+ * Releases a request of the GLib allocator with its members.
  *
  * @param request the request; NULL is rejected
  */
 void _common_free_zel_request(zel_request *request);
 
 /**
- * Releases a comm_param_s of the GLib allocator with all that its request owns; its handle is left alone.
+ * Releases a comm_param_s of the GLib allocator with the members of its request. Its handle is not released.
  *
  * @param param the record; NULL is ignored
  */
 void _common_free_zel_param_members(comm_param_s *param);
 
 /**
- * Writes the notable fields of a request and its file list to the log, on behalf of a caller whom the lines name.
+ * Logs the main fields of a request and its file list. The log lines name the caller.
  *
  * @param request the request; must not be NULL
  * @param from    name of the calling function
