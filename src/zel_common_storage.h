@@ -666,7 +666,8 @@ void _common_storage_free_sync_content_info(void *data);
  *
  * @param type          the kind
  * @param status        the status
- * @param consider_fail 1: only transfers retried 1 to 5 times; 0: only transfers never retried; -1: any number of retries
+ * @param consider_fail 1: only transfers retried 1 to 5 times; 0: only transfers never retried; -1: any number of
+ * retries
  * @param count         receives the number, at least 1
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when count is NULL; ZEL_ERR_STORAGE_NO_RECORDS when the number is 0;
  *         ZEL_ERR_STORAGE_FAILURE, also for any other consider_fail

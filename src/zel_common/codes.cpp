@@ -1,4 +1,4 @@
-/* Result codes: what a client is told, and their names. */
+/* Result codes: their conversion for clients, and their names. */
 
 #include "zel_common.h"
 #include "zel_common_log/trace.h"

@@ -17,7 +17,7 @@ int _common_util_file_size(const char *file_path, unsigned int *file_size)
     if (!file_path || !file_size)
         return reject("Invalid Parameters");
 
-    /* A size of 2^31 or more fails on every host, as it does where file status has 32 bits. */
+    /* A size of 2^31 or more fails on every target, as on those where a file status has 32 bits. */
     struct stat status;
     if (stat(file_path, &status) != 0 || status.st_size > INT32_MAX) {
         ZEL_CRITICAL("Fail: stat failed");

@@ -7,7 +7,7 @@
 namespace
 {
 
-/** The value of a key. NULL is never stored, and string hashing could not take it. */
+/** Returns the value of a key. NULL is never stored, and string hashing cannot take it. */
 void *lookup(const zel_hash_table *hash_table, const void *key)
 {
     return key ? g_hash_table_lookup(hash_table->table, key) : nullptr;
@@ -169,7 +169,7 @@ GList *_common_get_keys_from_hash_table(zel_hash_table *hash_table)
     if (!hash_table)
         return reject("Invalid params", nullptr);
 
-    /* g_hash_table_get_keys promises no order. */
+    /* g_hash_table_get_keys guarantees no order. */
     const mutex_guard guard(hash_table->mutex);
     GList *keys = nullptr;
     GHashTableIter entries;

@@ -1,12 +1,12 @@
 /*
- * Small holders that release what they hold at the end of their scope.
+ * Small holders that release their resource at the end of their scope.
  */
 #ifndef ZEL_COMMON_HOLDERS_H
 #define ZEL_COMMON_HOLDERS_H
 
 #include <pthread.h>
 
-/** Deleter of a std::unique_ptr: releases with the function it is given. */
+/** Deleter of a std::unique_ptr: calls the function that is its argument. */
 template <auto release> struct releaser {
     template <typename T> void operator()(T *held) const
     {

@@ -24,7 +24,7 @@ using file_holder = std::unique_ptr<FILE, releaser<fclose>>;
 std::atomic<bool> _g_is_checked_feature{false};
 std::atomic<bool> _g_is_enhanced_feature{false};
 
-/** The answer is in place before it counts as checked. */
+/** The answer is stored before the check counts as done. */
 void remember_enhanced_feature(bool enhanced)
 {
     _g_is_enhanced_feature = enhanced;

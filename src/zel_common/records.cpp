@@ -1,4 +1,4 @@
-/* The release of the records that travel between client, service and store. */
+/* The release of the records that client, service and store exchange. */
 
 #include "zel_common/records.h"
 #include "zel_common_log/trace.h"

@@ -1,5 +1,5 @@
 /*
- * Releases of records that only the library itself uses.
+ * Internal releases of records.
  */
 #ifndef ZEL_COMMON_RECORDS_H
 #define ZEL_COMMON_RECORDS_H

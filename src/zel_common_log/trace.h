@@ -1,12 +1,11 @@
 /*
- * The library's own trace: one macro a kind of line, each exactly one platform call whose whole format is a literal.
+ * The library's own trace: one macro for each kind of line, each exactly one platform call with a literal format.
  *
  *     ZEL_BEGIN();  ZEL_END();
  *     ZEL_CRITICAL("open failed - %d", code);  ZEL_WARNING, ZEL_INFO, ZEL_PLAIN (raw content), ZEL_DEBUG
  *
- * A line carries the name and the source line of the function that writes it. Code that writes a line on behalf of an
- * operation takes a log_site as its last parameter, defaulted to log_here(), and uses the _AT form, so that the trace
- * reads by operation.
+ * A line names the function that writes it and its source line. Code that logs for an operation takes a log_site as its
+ * last parameter, with the default log_here(), and uses the _AT form, so that the line names the operation.
  */
 #ifndef ZEL_COMMON_LOG_TRACE_H
 #define ZEL_COMMON_LOG_TRACE_H
@@ -14,19 +13,19 @@
 #include "zel_common.h"
 #include "zel_platform.h"
 
-/** The function and source line that a line names. */
+/** The function and source line in a log line. */
 struct log_site {
     const char *function;
     int line;
 };
 
-/** The place it is called from; as a default argument, the place the function with that argument is called from. */
+/** Returns the site of the call; as a default argument, the site of the call of the function with that argument. */
 constexpr log_site log_here(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
     return {function, line};
 }
 
-/** A text as a log line shows it: what %s would do with NULL is undefined. */
+/** Returns a text for %s, for which NULL is undefined. */
 constexpr const char *log_text(const char *text)
 {
     return text ? text : "(null)";
@@ -59,11 +58,11 @@ constexpr const char *log_text(const char *text)
 #define ZEL_PLAIN(body, ...) ZEL_PLAIN_AT(log_here(), body __VA_OPT__(, ) __VA_ARGS__)
 #define ZEL_DEBUG(body, ...) ZEL_DEBUG_AT(log_here(), body __VA_OPT__(, ) __VA_ARGS__)
 
-/* Inline: no name of the library but its operations is global in a program that links it statically. */
+/* A namespace, since only operations may be global symbols of the static library; inline, for short calls. */
 inline namespace zel_log
 {
 
-/** Logs a rejected argument as a Critical line; returns `result`, what the operation returns then. */
+/** Logs a rejected argument as a Critical line and returns the operation's `result`. */
 template <typename Result = zel_err_e>
 Result reject(const char *message, Result result = ZEL_ERR_INVALID_ARG, log_site site = log_here())
 {

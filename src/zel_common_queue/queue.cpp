@@ -12,12 +12,12 @@
 namespace
 {
 
-/** What _common_queue_init allocates: the public record, and what spares push, pop and length a walk of the list. */
+/** The allocation of _common_queue_init: the public record, and fields that spare push, pop and length a list walk. */
 struct queue_record {
     zel_queue_s queue;
     GList *tail;  /**< the oldest item's node; NULL when the queue is empty */
     int length;   /**< number of nodes */
-    GList *spare; /**< a node that was taken out, for the next push; may be NULL */
+    GList *spare; /**< a removed node, for the next push; may be NULL */
 };
 static_assert(std::is_standard_layout_v<queue_record> && offsetof(queue_record, queue) == 0);
 
@@ -26,7 +26,7 @@ queue_record *record_of(zel_queue_s *req_queue)
     return reinterpret_cast<queue_record *>(req_queue);
 }
 
-/** Takes a node out of the list and hands back its item. */
+/** Removes a node from the list and returns its item. */
 void *unlink_node(zel_queue_s *req_queue, GList *node)
 {
     queue_record *record = record_of(req_queue);
@@ -40,7 +40,7 @@ void *unlink_node(zel_queue_s *req_queue, GList *node)
     return item;
 }
 
-/** The node of the newest item that matches, or NULL. */
+/** Returns the node of the newest item that matches, or NULL. */
 GList *find_node(zel_queue_s *req_queue, _common_queue_find_func func, void *user_data)
 {
     GList *node = req_queue->item_list;
@@ -49,7 +49,7 @@ GList *find_node(zel_queue_s *req_queue, _common_queue_find_func func, void *use
     return node;
 }
 
-/** Releases all nodes, whose items are gone or not the queue's to release. */
+/** Releases all nodes, but not their items. */
 void drop_nodes(zel_queue_s *req_queue)
 {
     g_list_free(req_queue->item_list);
@@ -58,7 +58,7 @@ void drop_nodes(zel_queue_s *req_queue)
     record_of(req_queue)->length = 0;
 }
 
-/** The flag is read without the lock, hence through an atomic reference. */
+/** Reads the flag without the lock, so through an atomic reference. */
 std::atomic_ref<bool> wait_status(zel_queue_s *req_queue)
 {
     return std::atomic_ref<bool>(req_queue->queue_wait_status);

@@ -1,6 +1,6 @@
 /*
- * The single steps that the queue's operations are made of. The queue is one of _common_queue_init and is not tested;
- * every step but the lock itself is taken with the lock held.
+ * The steps of the queue's operations. They do not check the queue, which comes from _common_queue_init. The caller of
+ * every step except __lock_mutex holds the lock.
  */
 #ifndef ZEL_COMMON_QUEUE_STEPS_H
 #define ZEL_COMMON_QUEUE_STEPS_H
@@ -9,10 +9,10 @@
 
 extern "C" {
 
-/** Takes the queue's lock. */
+/** Locks the queue. */
 void __enter_critical_section(zel_queue_s *req_queue);
 
-/** Lets go of the queue's lock. */
+/** Unlocks the queue. */
 void __leave_critical_section(zel_queue_s *req_queue);
 
 /** Puts an item at the head of the list. */
@@ -21,10 +21,10 @@ void __push_front(zel_queue_s *req_queue, void *data);
 /** Wakes one thread that sleeps in __sleep_condition_variable. */
 void __wake_condition_variable(zel_queue_s *req_queue);
 
-/** Sleeps, without a time limit, until woken; the lock is open meanwhile. */
+/** Sleeps, without a time limit, until woken; releases the lock during the sleep. */
 void __sleep_condition_variable(zel_queue_s *req_queue);
 
-/** Takes the item at the tail of the list, the oldest, out of it; NULL when the list is empty. */
+/** Removes and returns the oldest item, the tail of the list; NULL when the list is empty. */
 void *__pop_back(zel_queue_s *req_queue);
 }
 

@@ -1,4 +1,4 @@
-/* What a request and a share hold, written to the log. */
+/* Dumps of a request and a share to the log. */
 
 #include "zel_common_request/dumps.h"
 #include "zel_common_log/trace.h"

@@ -1,5 +1,5 @@
 /*
- * The dump that the reader of a share ends with; that of a request is public.
+ * The dump of a share, the last step of its reader. The dump of a request is public.
  */
 #ifndef ZEL_COMMON_REQUEST_DUMPS_H
 #define ZEL_COMMON_REQUEST_DUMPS_H

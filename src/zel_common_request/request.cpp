@@ -6,7 +6,7 @@
 namespace
 {
 
-/** A null list has nothing to duplicate and is no mistake in a request. */
+/** A null list is valid in a request and is not logged. */
 GList *dup_if_set(const GList *list)
 {
     return list ? _common_glist_dup(list) : nullptr;

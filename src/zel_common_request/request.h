@@ -1,5 +1,5 @@
 /*
- * What the copy of a request is made of.
+ * The steps of the copy of a request.
  */
 #ifndef ZEL_COMMON_REQUEST_REQUEST_H
 #define ZEL_COMMON_REQUEST_REQUEST_H

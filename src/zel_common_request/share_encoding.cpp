@@ -1,4 +1,4 @@
-/* The share encoding: a received share with its items as a run of bytes, written and read back. */
+/* The share encoding: writes and reads the bytes of a received share with its items. */
 
 #include "zel_common_request/share_encoding.h"
 #include "zel_common/holders.h"
@@ -17,7 +17,7 @@
 namespace
 {
 
-/** A string that runs past its buffer is kept up to this length, if it begins at this position or before. */
+/** Greatest length of a string that runs past its buffer, and greatest position at which one may start. */
 constexpr int TRUNCATED_LENGTH_MAX = 4096;
 
 using string_holder = std::unique_ptr<char, releaser<g_free>>;
@@ -43,7 +43,7 @@ zel_err_e read_fixed(const void *data, int *offset, Value *out_value, log_site s
     return ZEL_ERR_NONE;
 }
 
-/** Whether a field of this width lies inside the buffer; says so in the caller's name when it does not. */
+/** True when a field of this width fits into the buffer; else logs a line under the caller's name. */
 bool field_fits(int offset, size_t width, int max_length, log_site site = log_here())
 {
     const bool fits = offset >= 0 && offset + static_cast<long long>(width) <= max_length;
@@ -52,7 +52,7 @@ bool field_fits(int offset, size_t width, int max_length, log_site site = log_he
     return fits;
 }
 
-/** A new string of the bytes at data in a zero-filled allocation; NULL, and a line in the caller's name, on failure. */
+/** Copies bytes into a new string; on failure returns NULL and logs a line under the caller's name. */
 string_holder copy_bytes(const char *data, int length, int allocated, log_site site = log_here())
 {
     string_holder copy(static_cast<char *>(g_try_malloc0(static_cast<size_t>(allocated) + 1)));
@@ -154,7 +154,7 @@ namespace
 using item = zel_trans_content_info;
 using share = zel_trans_share_content_info;
 
-/* The fields of the two records in the order in which they are written. */
+/* The fields of the two records, in the order of the encoding. */
 
 constexpr char *item::*ITEM_STRINGS[] = {
     &item::original, &item::thumbnail,    &item::mid_thumbnail,  &item::big_thumbnail,
@@ -172,12 +172,12 @@ static_assert(ITEM_SIZE == 44);
 constexpr char *share::*SHARE_STRINGS[] = {
     &share::contents_token, &share::description, &share::type, &share::from_msisdn, &share::to_list,
 };
-/** The strings are followed by expired_time, the number of items, and the items. */
+/** After the strings come expired_time, the number of items, and the items. */
 constexpr unsigned int SHARE_SIZE =
     std::size(SHARE_STRINGS) * sizeof(int) + sizeof(unsigned long long) + sizeof(unsigned int);
 static_assert(SHARE_SIZE == 32);
 
-/** Writes a number and hands back where the next field goes. */
+/** Writes a number and returns the position of the next field. */
 template <typename Value> char *put(char *to, Value value)
 {
     memcpy(to, &value, sizeof(value));
@@ -185,8 +185,8 @@ template <typename Value> char *put(char *to, Value value)
 }
 
 /**
- * Writes a string like __set_string, but reads it only once. That writes a terminator as well, which the record's next
- * field covers: no record ends in a string.
+ * Writes a string like __set_string, but reads it only once. It also writes a terminator, which the next field of the
+ * record overwrites: no record ends with a string.
  */
 char *put(char *to, const char *value)
 {
@@ -223,7 +223,7 @@ unsigned int length_of_strings(const Record *record, char *Record::*const (&stri
     return static_cast<unsigned int>(length);
 }
 
-/** Reads a fixed-width field, whose reader knows no bound, if it lies inside the buffer. */
+/** Reads a fixed-width field if it fits into the buffer; the field's own reader does not check. */
 template <typename Value>
 bool read_number(zel_err_e (*reader)(const void *, int *, Value *), const void *buf, int max_length, int *offset,
                  Value *value, log_site site = log_here())
@@ -231,7 +231,7 @@ bool read_number(zel_err_e (*reader)(const void *, int *, Value *), const void *
     return field_fits(*offset, sizeof(Value), max_length, site) && reader(buf, offset, value) == ZEL_ERR_NONE;
 }
 
-/** Brings the item count of a share with a list up to date. */
+/** Sets the item count of a share to the length of its list. */
 void count_items(share *share_content_info)
 {
     if (share_content_info->content_info_list)
@@ -269,9 +269,8 @@ zel_err_e __set_share_content_info_list(void *buf, int *offset, zel_trans_share_
     *offset += static_cast<int>(end - begin);
     for (const GList *node = share_content_info->content_info_list; node; node = node->next) {
         /*
-         * The items of a long list are not in the cache, and each would be waited for: asks for the strings of the next
-         * one, whose record was asked for one node ago, and for the record behind it. (Not a function of its own: the
-         * compiler drops calls of one that only asks ahead.)
+         * The items of a long list are not in the cache. So prefetch the strings of the next item, whose record was
+         * prefetched one node ago, and the record after it. (The compiler drops a function that only prefetches.)
          */
         if (const GList *next = node->next) {
             if (const auto *coming = static_cast<const item *>(next->data)) {

@@ -20,11 +20,11 @@ namespace
 
 constexpr size_t INSERT_BUFFER_SIZE = 8046;
 
-/** Rides out a busy database: ten attempts, a short sleep behind each failed one. */
+/** Retries on a busy database: ten attempts, a short sleep after each failed one. */
 class busy_retry
 {
   public:
-    /** Whether a statement that failed with `code` is to be tried again; sleeps first. */
+    /** Sleeps after a failure with `code`; returns whether to try again. */
     bool wait_and_retry(int code, log_site site = log_here())
     {
         if (code != SQLITE_BUSY)
@@ -41,7 +41,7 @@ class busy_retry
     int failures = 0;
 };
 
-/** For a process whose first use of the store is a statement; creates no tables and stamps no version. */
+/** Opens the store for a process that did not call init; creates no tables and writes no version. */
 bool open_lazily(log_site site = log_here())
 {
     if (_g_sqlite_handle)
@@ -60,9 +60,8 @@ bool open_lazily(log_site site = log_here())
 }
 
 /**
- * One attempt at an insert with the question for its row id. When memory runs out between the two the row is there all
- * the same: it is reported as stored, with its id, lest the caller store it a second time. The mutex keeps the inserts
- * of other threads out of that look.
+ * Runs an insert and the query for its row id once. If memory runs out between the two, the row exists: it is reported
+ * as stored, with its id, so that the caller does not store it again. The mutex keeps other threads' inserts out.
  */
 int insert_once(const char *text, int *row_id, bool *stored, char **message)
 {

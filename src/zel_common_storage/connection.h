@@ -1,5 +1,5 @@
 /*
- * The one connection to the database: the three executors, which ride out a busy database, and the texts they run.
+ * The connection to the database, the three executors, which retry on a busy database, and their statement texts.
  */
 #ifndef ZEL_COMMON_STORAGE_CONNECTION_H
 #define ZEL_COMMON_STORAGE_CONNECTION_H
@@ -14,17 +14,17 @@ extern "C" {
 /** The process-wide connection; null until the store is opened, then set for the life of the process. */
 extern sqlite3 *_g_sqlite_handle;
 
-/** Runs a statement text to its end; opens the store when it is closed. False on any failure. */
+/** Runs a statement text; opens the store when it is closed. Returns false on any failure. */
 bool __execute_query(const char *query);
 
 /**
- * Prepares a statement text; opens the store when it is closed. The caller finalizes the statement.
- * Null on any failure.
+ * Prepares a statement text; opens the store when it is closed. The caller finalizes the statement. Returns null on any
+ * failure.
  */
 sqlite3_stmt *__execute_select_query(const char *query);
 
 /**
- * Runs an insert (one statement, no semicolon behind it) and stores the new row's id in unique_id unless that is null.
+ * Runs an insert (one statement without a semicolon) and sets unique_id, unless it is null, to the new row's id.
  * Never opens the store. 1 on success; 0 on failure, with unique_id unchanged.
  */
 int __execute_insert_query(const char *query, unsigned int *unique_id);
@@ -41,7 +41,7 @@ extern const char DATABASE_PATH[];
 /** A text that SQLite allocated. */
 using sql_text = std::unique_ptr<char, releaser<sqlite3_free>>;
 
-/** A statement text, put together by SQLite's printf; null when memory ran out, which every executor reports. */
+/** Formats a statement text with SQLite's printf; null when memory runs out, which every executor reports. */
 sql_text sql(const char *format, ...);
 
 } // namespace zel_storage

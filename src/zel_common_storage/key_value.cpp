@@ -1,7 +1,7 @@
 /*
  * The key-value table unique_data and the folder records of folder_info.
  *
- * Unlike the other families', most rejections here write an End line, and the two reads finalize through __db_finalize.
+ * Here, unlike in the other families, most rejections write an End line, and the two reads finalize with __db_finalize.
  */
 
 #include "zel_common_storage/patterns.h"
@@ -20,7 +20,7 @@ zel_err_e write_key(const char *key, const char *val, const char *resv0, const c
                "__execute_query error", site);
 }
 
-/* Outputs that the caller may not want. */
+/* Outputs that may be null. */
 
 void hand_out_time(unsigned long long *output, sqlite3_stmt *row, int column)
 {
@@ -104,7 +104,7 @@ zel_err_e _common_storage_upsert_folder_info(const char *group_id, const char *c
               static_cast<long long>(content_token_expired_time), static_cast<const void *>(folder_token),
               static_cast<long long>(folder_token_expired_time), static_cast<long long>(folder_sync_time));
 
-    /* A null or a zero keeps what is stored; a group without a row has nothing to keep. */
+    /* A null or a zero keeps the stored value; a group without a row has none. */
     char *stored_content_token = nullptr;
     char *stored_folder_token = nullptr;
     unsigned long long stored_content_time = 0;

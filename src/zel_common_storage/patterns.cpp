@@ -1,4 +1,4 @@
-/* The patterns that every store operation is a variation of. */
+/* The patterns of the store's operations. */
 
 #include "zel_common_storage/patterns.h"
 

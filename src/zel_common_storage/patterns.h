@@ -10,7 +10,7 @@
  *         hand_out_column(row, 0, contents_token);
  *     return finish(row, result);
  *
- * The functions that write a line for an operation take its name and line through their last parameter.
+ * Functions that log for an operation take the operation's name and line as their last parameter.
  */
 #ifndef ZEL_COMMON_STORAGE_PATTERNS_H
 #define ZEL_COMMON_STORAGE_PATTERNS_H
@@ -29,13 +29,13 @@
 namespace zel_storage
 {
 
-/** For the columns that never hold NULL. */
+/** Returns "" for NULL, for the columns that never hold NULL. */
 inline const char *text_or_empty(const char *text)
 {
     return text ? text : "";
 }
 
-/** A prepared statement that finalizes itself, with the operation's "sqlite3_finalize" line, on every path. */
+/** A prepared statement. Its destructor finalizes it and logs the operation's "sqlite3_finalize" line. */
 struct query {
     explicit query(const sql_text &text, log_site of = log_here())
         : statement(__execute_select_query(text.get())), site(of)
@@ -58,7 +58,7 @@ struct query {
         return statement && sqlite3_step(statement) == SQLITE_ROW;
     }
     void close();
-    /** Leaves the finalizing to the caller. */
+    /** Returns the statement, which the caller finalizes. */
     sqlite3_stmt *release()
     {
         return std::exchange(statement, nullptr);
@@ -68,7 +68,7 @@ struct query {
     log_site site;
 };
 
-/* Columns of the row that a statement stands on. */
+/* Columns of a statement's current row. */
 
 inline int int_column(sqlite3_stmt *row, int column)
 {
@@ -82,14 +82,14 @@ inline unsigned long long ullong_column(sqlite3_stmt *row, int column)
 {
     return static_cast<unsigned long long>(sqlite3_column_int64(row, column));
 }
-/** The text, which lives until the next step; null for SQL NULL. */
+/** Returns the text, valid until the next step; null for SQL NULL. */
 inline const char *text_column(sqlite3_stmt *row, int column)
 {
     return reinterpret_cast<const char *>(sqlite3_column_text(row, column));
 }
-/** A copy for the caller, to be released with g_free; null for SQL NULL and for the empty text. */
+/** Returns a copy, which the caller releases with g_free; null for SQL NULL and for the empty text. */
 char *copy_column(sqlite3_stmt *row, int column);
-/** Hands the caller a copy of the text; SQL NULL and the empty text leave the output as it is. */
+/** Sets the output to a copy of the text; SQL NULL and the empty text leave the output untouched. */
 void hand_out_column(sqlite3_stmt *row, int column, char **output);
 
 /* The patterns. */
@@ -97,16 +97,16 @@ void hand_out_column(sqlite3_stmt *row, int column, char **output);
 /** Logs a Critical line and returns the code. */
 zel_err_e fail(zel_err_e code, const char *message, log_site site = log_here());
 
-/** Runs a statement; a failure is written as the Critical line `failure`. */
+/** Runs a statement; logs a failure as the Critical line `failure`. */
 zel_err_e run(const sql_text &statement, const char *failure, log_site site = log_here());
 
-/** Runs an insert and hands out its row id (row_id may be null); a failure is written as the line `failure`. */
+/** Runs an insert and sets row_id (may be null) to its row id; logs a failure as the Critical line `failure`. */
 zel_err_e insert(const sql_text &statement, unsigned int *row_id, const char *failure, log_site site = log_here());
 
-/** Returns ZEL_ERR_NONE when the query was prepared; else logs the Critical line `failure`, ZEL_ERR_STORAGE_FAILURE. */
+/** ZEL_ERR_NONE when the query was prepared; else logs the line `failure` and returns ZEL_ERR_STORAGE_FAILURE. */
 zel_err_e check_prepared(const query &rows, const char *failure, log_site site = log_here());
 
-/** Moves to the first row; without one, the Critical line "No records found" and the code `none`. */
+/** Moves to the first row; without one logs "No records found" and returns the code `none`. */
 zel_err_e first_row(const query &rows, const char *failure, zel_err_e none, log_site site = log_here());
 
 /** Writes the operation's End line, whatever the result, and returns the result. */
@@ -118,8 +118,8 @@ zel_err_e finish_on_success(zel_err_e result, log_site site = log_here());
 zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site = log_here());
 
 /**
- * Hands out one column of a query's first row, for the operations that say "Failed to get file" and
- * ZEL_ERR_STORAGE_NO_RECORDS when there is none. Writes their End line.
+ * Sets `value` to one column of a query's first row, for the operations that log "Failed to get file" and return
+ * ZEL_ERR_STORAGE_NO_RECORDS without one. Writes their End line.
  */
 template <typename Value>
 zel_err_e read_value(const sql_text &statement, int column, Value (*read)(sqlite3_stmt *, int), Value *value,
@@ -132,21 +132,21 @@ zel_err_e read_value(const sql_text &statement, int column, Value (*read)(sqlite
     return finish(row, result, site);
 }
 
-/** The same for a text, of which the caller gets a copy; SQL NULL and the empty text leave the output as it is. */
+/** The same for a copy of a text; SQL NULL and the empty text leave the output untouched. */
 zel_err_e read_text(const sql_text &statement, int column, char **text, zel_err_e none = ZEL_ERR_STORAGE_NO_RECORDS,
                     log_site site = log_here());
 
 /* Arrays of an unknown length. */
 
-/** An allocator's resize of an array: block, number of elements, size of one. */
+/** Resizes an array: block, number of elements, size of one element. */
 using resize_function = void *(*)(void *block, size_t count, size_t size);
 
-/** realloc, for the arrays that their receiver releases with free. */
+/** realloc, for the arrays that the caller releases with free. */
 void *resize_with_realloc(void *block, size_t count, size_t size);
 
 /**
- * Puts a value behind the `count` elements of an array that only this function has grown, from null: it doubles when
- * the count reaches a power of two. False when it cannot grow: the array is as it was.
+ * Appends a value to an array of `count` elements, which starts as null and which only this function resizes: it
+ * doubles the size when the count is a power of two. Returns false, with the array unchanged, when memory runs out.
  */
 template <typename T> bool append(T *&array, unsigned int &count, T value, resize_function resize)
 {
@@ -162,14 +162,14 @@ template <typename T> bool append(T *&array, unsigned int &count, T value, resiz
 }
 
 /**
- * Appends to an array of request ids. When it cannot grow, that is said with a Critical line and the array is given up:
+ * Appends to an array of request ids. When memory runs out it logs a Critical line, releases the array and sets it to
  * null, with a count of 0.
  */
 bool append_id(unsigned int *&ids, unsigned int &count, unsigned int id, log_site site = log_here());
 
-/* Lists whose length is counted or stored beforehand. */
+/* Lists whose size a first statement reads. */
 
-/** A zero-filled array for an operation to hand out; reports the failure when there is no memory for it. */
+/** Returns a zero-filled array for an output; logs a failed allocation. */
 template <typename T> T *new_array(unsigned int count, log_site site = log_here())
 {
     T *const array = g_try_new0(T, count);
@@ -178,15 +178,15 @@ template <typename T> T *new_array(unsigned int count, log_site site = log_here(
     return array;
 }
 
-/** The number that sizes a list to come; without one, or when it is zero, there is nothing to list. */
+/** Reads the size of a list; without a row, or with the size zero, logs "No records found". */
 zel_err_e read_size(const sql_text &statement, unsigned int *size, log_site site = log_here());
 
-/** The statements of such a list: braces put them together in this order, a call's arguments in the compiler's. */
+/** Both statements of a list. A braced list fixes the order of evaluation; two arguments would not. */
 struct counted_rows {
     sql_text counting, listing;
 };
 
-/** Hands out what is read from the rows of `listing`, in as many places as `counting` says; a row can give nothing. */
+/** Reads the rows of `listing` into an array of the size that `counting` returns; `read` can skip a row. */
 template <typename T>
 zel_err_e list_counted(const counted_rows &statements, bool (*read)(sqlite3_stmt *row, T *place), T **list,
                        unsigned int *count, log_site site = log_here())

@@ -12,7 +12,7 @@ using namespace zel_storage;
 namespace
 {
 
-/** Whether a table has a row of this token. */
+/** True when a table has a row of this token. */
 bool token_exists(const char *table, const char *contents_token, log_site site = log_here())
 {
     if (!contents_token) {
@@ -30,7 +30,7 @@ bool token_exists(const char *table, const char *contents_token, log_site site =
     return exists;
 }
 
-/** Hands out the tokens of a query's rows in an array that its receiver releases with free. */
+/** Returns the tokens of a query's rows in an array that the caller releases with free. */
 void list_tokens(const query &rows, char ***tokens, unsigned int *length, log_site site = log_here())
 {
     char **found = nullptr;
@@ -303,7 +303,7 @@ zel_err_e _common_storage_get_contents(const char *contents_token, zel_trans_sha
     rows.close();
     if (result == ZEL_ERR_NONE)
         *noti_info = share.release();
-    share.reset(); /* its lines stand before the End line */
+    share.reset(); /* its lines come before the End line */
     return finish(result);
 }
 

@@ -24,7 +24,7 @@ zel_err_e count_rows(const char *table, int *count, log_site site = log_here())
     return finish_on_success(row, result, site);
 }
 
-/** The number of groups, 0 when it cannot be read. */
+/** Returns the number of groups; 0 when it cannot be read. */
 int group_count()
 {
     int count = 0;
@@ -32,7 +32,7 @@ int group_count()
     return count;
 }
 
-/** Recipients, found by their id, number and calling code. */
+/** A set of recipients, keyed by id, number and calling code. */
 using recipient_set = std::unique_ptr<GHashTable, releaser<g_hash_table_unref>>;
 
 unsigned int recipient_hash(const void *recipient)
@@ -49,7 +49,7 @@ int recipient_equal(const void *recipient, const void *other)
            g_str_equal(one->ccc, two->ccc);
 }
 
-/** The list that is looked up; it is looked into only when a group of its length is found. */
+/** The list to look up. Its set is filled only when a group of the same length exists. */
 struct recipient_list {
     quillo_msisdn_s *const *records;
     unsigned int length;
@@ -67,7 +67,7 @@ struct recipient_list {
     }
 };
 
-/** Whether the member row that a query stands on is among the recipients. */
+/** True when the query's current row is one of the recipients. */
 bool is_listed(sqlite3_stmt *member, recipient_list &recipients)
 {
     const quillo_msisdn_s sought = {const_cast<char *>(text_column(member, COLUMN_RECENT_RECEIVER_CCC)),
@@ -76,7 +76,7 @@ bool is_listed(sqlite3_stmt *member, recipient_list &recipients)
     return sought.ccc && sought.phone_number && recipients.contains(sought);
 }
 
-/** Whether a group has as many members as there are recipients, and each of them is among those. */
+/** True when a group has as many members as there are recipients, and each member is a recipient. */
 bool group_matches(int group, recipient_list &recipients, log_site site = log_here())
 {
     static constexpr char FAILURE[] = "ExecuteSelectQuery Failed";
@@ -106,7 +106,7 @@ void release_members(quillo_msisdn_s **members, unsigned int count)
     free(members);
 }
 
-/** Puts the members of a group behind those gathered so far; a group that cannot be read is passed over. */
+/** Appends the members of a group to the array; skips a group that cannot be read. */
 zel_err_e gather_members(int group, quillo_msisdn_s **&members, unsigned int &count, log_site site = log_here())
 {
     query rows(sql("SELECT * FROM %Q WHERE group_id=%d", TABLE_RECENT_RECEIVER_DETAILS, group), site);

@@ -1,4 +1,4 @@
-/* The readers that make a record of a row, and the release of the record that only the store has. */
+/* The readers that fill a record from a row, and the release of the store's own record. */
 
 #include "zel_common_storage/rows.h"
 #include "zel_common_storage/patterns.h"

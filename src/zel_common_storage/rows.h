@@ -1,6 +1,6 @@
 /*
- * The readers that make a record of a row: of one that a "SELECT *" of the reader's table stands on. The record is
- * zero-filled; a text that is NULL or empty leaves its member NULL. Without a row or a record nothing happens.
+ * Readers. Each fills a zero-filled record from the current row of a "SELECT *" of its table. A NULL or empty text
+ * leaves its member NULL. A reader without a row or a record does nothing.
  */
 #ifndef ZEL_COMMON_STORAGE_ROWS_H
 #define ZEL_COMMON_STORAGE_ROWS_H
@@ -25,8 +25,8 @@ void __fill_last_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_inf
 void __fill_upload_receiver_info(sqlite3_stmt *stmt, quillo_msisdn_s *receiver_info);
 
 /**
- * Reads a recipient of contact_details as a text: "+", calling code and number, or the number alone without a calling
- * code; a row without a number leaves the place untouched.
+ * Reads a recipient of contact_details as a text: "+", calling code and number, or only the number without a calling
+ * code. A row without a number leaves the output untouched.
  */
 void __fill_upload_receipient_info(sqlite3_stmt *stmt, char **receipient);
 }

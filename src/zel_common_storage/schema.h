@@ -1,6 +1,6 @@
 /*
- * The nine tables: their names, the limits of what they hold and, for the tables that are read by position, the
- * position of each column. schema.cpp holds the statements that create them.
+ * The nine tables: their names, their limits and, for tables read by position, the position of each column. schema.cpp
+ * holds the statements that create them.
  */
 #ifndef ZEL_COMMON_STORAGE_SCHEMA_H
 #define ZEL_COMMON_STORAGE_SCHEMA_H

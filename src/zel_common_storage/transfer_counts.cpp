@@ -1,4 +1,4 @@
-/* The numbers of transfer rows (content_info_status): by kind and status, of a request, and whether it is finished. */
+/* Counts of transfer rows (content_info_status): by kind and status, by request, and whether a request is finished. */
 
 #include "zel_common_storage/patterns.h"
 #include "zel_common_storage/schema.h"
@@ -10,7 +10,7 @@ namespace
 
 constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
 
-/** The first column of a counting query; a row that cannot be read counts as zero. */
+/** Reads the first column of a counting query; zero when the row cannot be read. */
 zel_err_e read_count(const query &row, const char *failure, int *count, log_site site = log_here())
 {
     const zel_err_e result = check_prepared(row, failure, site);
@@ -19,7 +19,7 @@ zel_err_e read_count(const query &row, const char *failure, int *count, log_site
     return result;
 }
 
-/** Hands out a count of rows; a count of zero is a failure. */
+/** Sets `count` to the number of rows; zero is a failure. */
 zel_err_e count_rows(const sql_text &statement, int *count, log_site site = log_here())
 {
     query row(statement, site);
@@ -34,7 +34,7 @@ zel_err_e count_rows(const sql_text &statement, int *count, log_site site = log_
     return finish(row, result, site);
 }
 
-/** As above for the counts by kind, which report zero in another way. */
+/** The same for the counts by kind, which report zero with another code. */
 zel_err_e count_rows_of_kind(const sql_text &statement, unsigned int *count, log_site site = log_here())
 {
     query row(statement, site);
@@ -47,7 +47,7 @@ zel_err_e count_rows_of_kind(const sql_text &statement, unsigned int *count, log
     return finish(row, result, site);
 }
 
-/** Whether all rows of a request are among those that `finished` counts. */
+/** Sets `all` to whether `finished` counts every row of a request. */
 zel_err_e compare_counts(int req_id, const sql_text &finished, const char *failure, bool *all,
                          log_site site = log_here())
 {

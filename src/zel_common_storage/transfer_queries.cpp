@@ -1,4 +1,4 @@
-/* What is read of the transfer rows of content_info_status: lists, records and single fields. */
+/* Reads of the transfer rows of content_info_status: lists, records and single fields. */
 
 #include "zel_common_storage/patterns.h"
 #include "zel_common_storage/rows.h"
@@ -13,7 +13,7 @@ constexpr auto TABLE = TABLE_CONTENT_INFO_STATUS;
 
 /* Lists and records ------------------------------------------------------------------------------------------ */
 
-/** A new record of the current row, null when memory is short. */
+/** Returns a new record of the current row; null when memory runs out. */
 zel_content_sync_info *new_record(sqlite3_stmt *row)
 {
     auto *record = g_try_new0(zel_content_sync_info, 1);
@@ -22,7 +22,7 @@ zel_content_sync_info *new_record(sqlite3_stmt *row)
     return record;
 }
 
-/** Hands out the rows of a query as a list of records. */
+/** Sets `records` to a list of a query's rows. */
 zel_err_e list_records(const sql_text &statement, GList **records, log_site site = log_here())
 {
     query rows(statement, site);
@@ -40,7 +40,7 @@ zel_err_e list_records(const sql_text &statement, GList **records, log_site site
     return finish(rows, result, site);
 }
 
-/** Hands out a record; reports one that could not be allocated. */
+/** Sets the output to a record; logs a record that could not be allocated. */
 zel_err_e hand_out_record(zel_content_sync_info *record, zel_content_sync_info **output, log_site site = log_here())
 {
     if (!record)
@@ -49,7 +49,7 @@ zel_err_e hand_out_record(zel_content_sync_info *record, zel_content_sync_info *
     return ZEL_ERR_NONE;
 }
 
-/** Hands out the request ids of a query's rows, one for each run of equal ids. */
+/** Sets `ids` to the request ids of a query's rows, one for each run of equal ids. */
 zel_err_e list_request_ids(const sql_text &statement, unsigned int **ids, unsigned int *count,
                            log_site site = log_here())
 {

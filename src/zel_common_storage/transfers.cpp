@@ -1,4 +1,4 @@
-/* The transfer rows of content_info_status: adding, rewriting, moving and deleting them. */
+/* The transfer rows of content_info_status: insert, update and delete. */
 
 #include "zel_common_storage/patterns.h"
 #include "zel_common_storage/schema.h"

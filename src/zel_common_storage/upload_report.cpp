@@ -1,6 +1,6 @@
 /*
- * What joins an upload request with its recipients and its transfers: the report, the lists that it is made of, the
- * reshare check and the deletions. It stands above uploads and transfers, and calls both.
+ * Operations that join an upload request with its recipients and its transfers: the report, its lists, the reshare
+ * check and the deletions. The file is above uploads and transfers, and calls both.
  */
 
 #include "zel_common_storage/patterns.h"
@@ -82,7 +82,7 @@ zel_err_e _common_storage_get_upload_data(unsigned int request_id, zel_trans_upl
         if (result != ZEL_ERR_NONE)
             ZEL_CRITICAL("_common_storage_get_sync_content_info_file_path_list() failed [%d]", result);
     }
-    /* A report without its file paths is still worth having; the code tells that they are missing. */
+    /* A report without its file paths is still useful; the code shows that they are missing. */
     *upload_info = report.release();
     return finish(row, result);
 }

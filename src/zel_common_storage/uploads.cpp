@@ -16,7 +16,7 @@ bool read_id(sqlite3_stmt *row, unsigned int *id)
     return true;
 }
 
-/** Whether a bit set of applications stands for all of them. */
+/** True when a bit set of applications selects all of them. */
 bool all_applications(unsigned int app_type)
 {
     return (app_type & 3U) == 3U;

@@ -1,4 +1,4 @@
-/* The wipe: it empties the tables of several families and calls key_value, so it stands above them. */
+/* The wipe. It empties the tables of several families and calls key_value, so it is above the families. */
 
 #include "zel_common_storage/patterns.h"
 #include "zel_common_storage/schema.h"

@@ -172,7 +172,7 @@ void _common_thread_set_is_running(zel_thread_s *req_thread, bool value)
 
 bool _common_thread_get_wait_status(zel_thread_s *req_thread)
 {
-    /* The flag is its owner's, who need not hold the lock to write it. */
+    /* The owner may write the flag without the lock. */
     if (!req_thread)
         return reject("req_thread is NULL", false);
     return std::atomic_ref<bool>(req_thread->thread_wait_status);
