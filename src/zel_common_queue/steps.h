@@ -1,6 +1,6 @@
 /*
  * The steps of the queue's operations. They do not check the queue, which comes from _common_queue_init. The caller of
- * every step except __lock_mutex holds the lock.
+ * every step except __enter_critical_section holds the lock.
  */
 #ifndef ZEL_COMMON_QUEUE_STEPS_H
 #define ZEL_COMMON_QUEUE_STEPS_H
