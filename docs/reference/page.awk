@@ -1,5 +1,6 @@
 #!/usr/bin/awk -f
-# Shows a page to Doxygen with each operation's name, where it stands between backticks, as a link to the operation.
+# Shows a page to Doxygen with each operation's name, where it stands between backticks, as a link to the operation, and
+# without what is for the check of its blocks only (script/checks/snippets): the words of a fence, and comments.
 
 BEGIN {
     while ((getline name < "src/zel_common.map") > 0)
@@ -7,7 +8,14 @@ BEGIN {
             exported[substr(name, RSTART, RLENGTH - 1)]
 }
 
-/^```/ { verbatim = !verbatim }
+/^<!--$/ { hidden = 1 }
+hidden { hidden = !/^-->$/; next }
+
+/^ *```/ {
+    verbatim = !verbatim
+    if (match($0, /```[a-z]+/))
+        $0 = substr($0, 1, RSTART + RLENGTH - 1)
+}
 
 {
     while (!verbatim && match($0, /`[_a-z][_a-zA-Z0-9]*`/)) {
