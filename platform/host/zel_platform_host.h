@@ -6,15 +6,25 @@
  *     2026-11-25 06:34:30.123456 4711 I/QUILLO_COMMON: MESSAGE
  *
  * That is: the time (UTC), the thread's id, the letter of the priority (V, D, I, W, E, F; ? for one that is none of
- * these), the tag, and the message, which is ended with a newline if it has none. Lines stand in the order of their
- * times. Lines of different threads never mix, nor do they with what the program itself writes through stderr; errno
- * stays as it was. The result is the number of bytes of the line, or the negative errno value of a write that failed.
+ * these), the tag, and the message. Lines stand in the order of their times. Lines of different threads never mix, nor
+ * do they with what the program itself writes through stderr; errno stays as it was. The result is the number of bytes
+ * of the line, or a negative errno value: of a write that failed, or -ENOMEM when the line was cut for want of memory
+ * and of file descriptors. For want of memory alone a line is written in several writes.
  *
- * Colours in a message (ESC [ ... m) are left out unless standard error is a terminal, which each thread looks at once
- * a second. The environment variable ZEL_HOST_LOG names the lowest priority that is written: verbose (all lines, as
- * without the variable), debug, info, warn, error, fatal or silent (none). It is read when the program is loaded; a
- * value that is none of these is told in a line, and all lines are written. A line of priority DLOG_SILENT is never
- * written, one of a priority without a letter always.
+ * A message cannot make a second line or reach a terminal's controls: line breaks, control characters, marks that turn
+ * the direction of writing, line separators and invalid UTF-8 are escaped, a backslash is doubled, tabs stay
+ * (docs/log.md has the forms). A newline at the end is left out, and one in front of it. The format is trusted with
+ * colours (ESC [ ... m, the first 16 of it), arguments are not. Colours are left out unless standard error is a
+ * terminal.
+ *
+ * When JOURNAL_STREAM in the environment holds device and inode of standard error, as systemd sets it, the line begins
+ * with the journal's level (<3>) and has no time. What is too long for the journal is written in parts, all of them
+ * with the prefix: a part that goes on ends with a single backslash, the next one's message begins with one.
+ *
+ * Each thread looks once a second where standard error leads. ZEL_HOST_LOG in the environment names the lowest priority
+ * that is written: verbose (all lines, as without the variable), debug, info, warn, error, fatal or silent (none). For
+ * any other value a warning is written, and all lines are. A line of priority DLOG_SILENT is never written, one of a
+ * priority without a letter always. Both variables are read when the program is loaded.
  *
  * The feature registry holds "quillo.feature.enhanced" (true) and no other key.
  *

@@ -9,28 +9,89 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <poll.h>
+#include <sstream>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <termios.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace std::chrono;
 
+namespace
+{
+
+bool has_memory = true, has_files_in_memory = true;
+
+/// Standard error that leads elsewhere: to a socket that keeps every write apart, or to what is given.
+class diverted
+{
+  public:
+    explicit diverted(int to = -1, int from = -1) : ends{to, from}
+    {
+        if (to < 0 && socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
+            ADD_FAILURE();
+        dup2(ends[0], STDERR_FILENO);
+    }
+    ~diverted()
+    {
+        dup2(saved, STDERR_FILENO);
+        for (const int end : {ends[0], ends[1], saved})
+            close(end);
+    }
+    /// A write, or as many as make so many lines.
+    std::string next(std::ptrdiff_t lines = 0) const
+    {
+        std::string written;
+        do {
+            pollfd readable = {ends[1], POLLIN, 0};
+            std::string piece(200000, '\0');
+            const bool has_come = poll(&readable, 1, 10000) == 1;
+            piece.resize(has_come ? static_cast<size_t>(read(ends[1], piece.data(), piece.size())) : 0);
+            EXPECT_NE(piece, "");
+            written += piece;
+        } while (std::count(written.begin(), written.end(), '\n') < lines && !testing::Test::HasFailure());
+        return written;
+    }
+    /// What was written behind time, thread and tag.
+    std::string message(std::ptrdiff_t lines = 0) const
+    {
+        const std::string line = next(lines);
+        return line.substr(std::min(line.size(), line.find("/TAG: ") + sizeof "/TAG: " - 1));
+    }
+
+  private:
+    int ends[2], saved = dup(STDERR_FILENO);
+};
+
+} // namespace
+
+extern "C" void *__real_malloc(size_t);
+extern "C" void *__wrap_malloc(size_t size)
+{
+    return has_memory ? __real_malloc(size) : nullptr;
+}
+extern "C" int __real_memfd_create(const char *, unsigned int);
+extern "C" int __wrap_memfd_create(const char *name, unsigned int flags)
+{
+    return has_files_in_memory ? __real_memfd_create(name, flags) : -1;
+}
+
 TEST(HostPlatform, each_line_is_one_write_to_standard_error)
 {
-    int ends[2] = {-1, -1}; // of a socket that keeps every write apart
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
-    const int saved = dup(STDERR_FILENO);
-    dup2(ends[0], STDERR_FILENO);
+    const diverted standard_error;
     const auto in_front = [] { return "####-##-## ##:##:##.###### " + std::to_string(getpid()) + " "; };
     const auto expect = [&](const std::string &expected, int priority, const std::string &text) {
         const auto before = floor<microseconds>(system_clock::now());
         errno = EDOM;
         const int length = dlog_print(static_cast<log_priority>(priority), "TAG", "%s", text.c_str());
         EXPECT_EQ(errno, EDOM);
-        std::string line(100000, '\0');
-        line.resize(static_cast<size_t>(std::max<ssize_t>(0, recv(ends[1], line.data(), line.size(), MSG_DONTWAIT))));
+        std::string line = standard_error.next();
         EXPECT_EQ(static_cast<size_t>(length), line.size());
         ASSERT_GT(line.size(), in_front().size());
         std::tm second = {};
@@ -50,9 +111,6 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
     for (const std::string &text :
          {std::string(20000, 'x'), std::string(8192 - (in_front() + "I/TAG: ").size(), 'y'), std::string("z")})
         expect("I/TAG: " + text, DLOG_INFO, text);
-    // No terminal: no colours, and nothing but colours is taken out.
-    expect("I/TAG: red \033]0;message\007 \033[2J \033[1\033", DLOG_INFO,
-           "\033[0;31mred\033[0;m \033]0;message\007 \033[2J \033[1\033[0m\033");
     if (fork() == 0) {
         sleep(1); // its second is not the one that its parent has worked out
         expect("I/TAG: a child's line", DLOG_INFO, "a child's line");
@@ -61,7 +119,136 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
     int status = -1;
     EXPECT_GT(wait(&status), 0);
     EXPECT_EQ(status, 0);
-    dup2(saved, STDERR_FILENO);
+}
+
+TEST(HostPlatform, a_text_never_makes_a_line_of_its_own_nor_an_order_to_a_terminal)
+{
+    const diverted standard_error;
+    const std::string padding(70, '.'); // so that each stands in a block of its own, too
+    const std::pair<std::string, std::string> cases[] = {
+        {"a\nb\r\n", R"(a\nb\r)"}, // the format's newline goes, and one of the text's
+        {"tab\t, \\ and \\n", R"(tab	, \\ and \\n)"},
+        {"\033[0;31mred\033[0m \033]0;title\007 \177", R"(\x1b[0;31mred\x1b[0m \x1b]0;title\x07 \x7f)"},
+        {"caf\u00e9 \u65e5\u672c \U0001f600 \u200d \u00a0", "caf\u00e9 \u65e5\u672c \U0001f600 \u200d \u00a0"},
+        {"\u0085 \u009b \u061c \u200e \u2028 \u202e \u2066",
+         R"(\u{85} \u{9b} \u{61c} \u{200e} \u{2028} \u{202e} \u{2066})"},
+        {"\x80 \xc0\xaf \xe0\x80\xaf \xed\xa0\x80 \xf4\x90\x80\x80 \xff \xf0\x9f\x98",
+         R"(\x80 \xc0\xaf \xe0\x80\xaf \xed\xa0\x80 \xf4\x90\x80\x80 \xff \xf0\x9f\x98)"},
+    };
+    for (const auto &[text, expected] : cases) {
+        dlog_print(DLOG_INFO, "TAG", "%s\n", text.c_str());
+        EXPECT_EQ(standard_error.message(), expected + "\n");
+        dlog_print(DLOG_INFO, "TAG", "%s%s|\n", padding.c_str(), text.c_str());
+        EXPECT_TRUE(standard_error.message().starts_with(padding + expected));
+    }
+}
+
+TEST(HostPlatform, only_colours_of_a_format_are_colours_and_only_on_a_terminal)
+{
+    const auto write = [] {
+        dlog_print(DLOG_ERROR, "TAG", "%s(%d): \033[0;31m%s\033[0;m\n", "f", 1, "\033[0;32m%d\033[0;m\n");
+        dlog_print(DLOG_ERROR, "TAG", "\033[1m\033[0m\033[2J\033[1\n");
+    };
+    const std::string text = R"(\x1b[0;32m%d\x1b[0;m)", orders = R"(\x1b[2J\x1b[1)";
+    {
+        const diverted standard_error;
+        write();
+        EXPECT_EQ(standard_error.message(), "f(1): " + text + "\n");
+        EXPECT_EQ(standard_error.message(), orders + "\n");
+        const std::string long_format = "\033[1m" + std::string(600, '.') + "\033[0m%s";
+        dlog_print(DLOG_ERROR, "TAG", long_format.c_str(), "end");
+        EXPECT_EQ(standard_error.message(), std::string(600, '.') + "end\n");
+    }
+    const int controller = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(grantpt(controller) == 0 && unlockpt(controller) == 0);
+    const int terminal = open(ptsname(controller), O_RDWR | O_NOCTTY);
+    termios raw = {};
+    tcgetattr(terminal, &raw);
+    cfmakeraw(&raw);
+    tcsetattr(terminal, TCSANOW, &raw);
+    const diverted standard_error(terminal, controller);
+    std::thread(write).join(); // a thread that has not looked yet where standard error leads
+    const std::string written = standard_error.next(2);
+    EXPECT_NE(written.find("/TAG: f(1): \033[0;31m" + text + "\033[0;m\n"), std::string::npos) << written;
+    EXPECT_NE(written.find("/TAG: \033[1m\033[0m" + orders + "\n"), std::string::npos) << written;
+}
+
+TEST(HostPlatform, the_journal_gets_levels_and_lines_that_it_takes)
+{
+    const std::string text =
+        std::string(49000, 'x') + std::string(100, '\n') + "\u65e5\u672c" + std::string(60000, 'y');
+    constexpr size_t SHIFTS = 100;    // so that each byte stands at a part's end
+    if (getenv("ZEL_TEST_JOURNAL")) { // a process of the case below
+        for (int priority = DLOG_UNKNOWN; priority <= DLOG_FATAL; ++priority)
+            dlog_print(static_cast<log_priority>(priority), "TAG", "\033[1mtext\033[m\n");
+        for (size_t shift = 0; shift < SHIFTS; ++shift)
+            dlog_print(DLOG_ERROR, "TAG", "%s\n", text.c_str() + shift);
+        return;
+    }
+    // Its stream is known by its numbers; any other gets times.
+    FILE *const lines = popen("lines() { " ZEL_TEST_ITSELF " --gtest_filter='*journal*' 2>&1 >/dev/null; };"
+                              "export ZEL_TEST_JOURNAL=1;"
+                              "{ JOURNAL_STREAM=$(stat --dereference --format %d:%i /dev/fd/3) lines; } 3>&1 | cat;"
+                              "JOURNAL_STREAM=1:2 lines | cut -c 1-2 | sort -u",
+                              "r");
+    std::stringstream in;
+    for (int byte = 0; (byte = fgetc(lines)) != EOF;)
+        in.put(static_cast<char>(byte));
+    EXPECT_EQ(pclose(lines), 0);
+    std::string line;
+    for (const std::string expected : {"<6>?", "<6>?", "<7>V", "<7>D", "<6>I", "<4>W", "<3>E", "<2>F"}) {
+        std::getline(in, line);
+        EXPECT_EQ(line.substr(0, 3) + line.substr(line.find(' ') + 1), expected + "/TAG: text");
+    }
+    std::string escaped = text.substr(0, 49000);
+    for (int i = 0; i < 100; ++i)
+        escaped += "\\n";
+    escaped += text.substr(49100);
+    for (size_t shift = 0; shift < SHIFTS; ++shift) {
+        std::string joined;
+        for (bool is_cut = true; is_cut;) {
+            ASSERT_TRUE(std::getline(in, line) && line.size() < 48 * 1024 && line.starts_with("<3>"));
+            std::string part = line.substr(line.find("E/TAG: ") + sizeof "E/TAG: " - 1);
+            is_cut = part.ends_with('\\');
+            if (is_cut)
+                part.pop_back();
+            ASSERT_FALSE(part.ends_with('\\')) << "an escape is cut";
+            if (!joined.empty()) {
+                ASSERT_TRUE(part.starts_with('\\') && (static_cast<unsigned char>(part[1]) & 0xc0) != 0x80);
+                part.erase(0, 1);
+            }
+            joined += part;
+        }
+        ASSERT_EQ(joined, escaped.substr(shift));
+    }
+    std::getline(in, line);
+    EXPECT_EQ(line, "20");
+}
+
+TEST(HostPlatform, without_memory_a_line_is_as_whole)
+{
+    const diverted standard_error;
+    std::string text = "\033", escaped = R"(\x1b)";
+    for (int i = 0; i < 3000; ++i) { // a window's end falls into a character
+        text += "\u65e5.\n";
+        escaped += "\u65e5.\\n";
+    }
+    const auto write = [&](const std::string &some) {
+        has_memory = false;
+        const int result = dlog_print(DLOG_INFO, "TAG", "\033[1m%s%s\033[0m\n", some.c_str(), "|");
+        has_memory = true;
+        return result;
+    };
+    write("a\nb");
+    EXPECT_EQ(standard_error.message(1), "a\\nb|\n");
+    write(text);
+    EXPECT_EQ(standard_error.message(1), escaped + "|\n");
+    has_files_in_memory = false;
+    EXPECT_EQ(write(text), -ENOMEM);
+    has_files_in_memory = true;
+    const std::string beginning = standard_error.message(1);
+    EXPECT_GT(beginning.size(), 8000u);
+    EXPECT_TRUE(escaped.starts_with(beginning.substr(0, beginning.size() - 20)));
 }
 
 TEST(HostPlatform, the_environment_names_the_lowest_priority_that_is_written)
