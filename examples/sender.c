@@ -1,6 +1,6 @@
 /*
- * Sends files in chunks on a worker thread and goes on where it was after a kill: sender [FILE...] ; without a FILE it
- * finishes what earlier runs left. Moving the bytes is a program's own affair: here a file is sent to FILE.sent.
+ * Sends files in chunks on a worker thread and resumes after a kill: sender [FILE...]. Without a FILE it finishes the
+ * files of earlier runs. The library moves no bytes: this program copies a file to FILE.sent.
  */
 #include <stdio.h>
 
@@ -8,7 +8,7 @@
 #include "zel_common_storage.h"
 #include "zel_common_thread.h"
 
-/* Asks again, two seconds at most, while another program's lock keeps a write out; then ends the process. */
+/* Retries a write that meets another program's lock, for two seconds; then ends the process. */
 #define WRITE(call)                                                                                                    \
     do {                                                                                                               \
         int tries = 200;                                                                                               \
@@ -33,7 +33,7 @@ static bool send_file(const zel_content_sync_info *row)
     bool is_fine = target && fseek(source, (long)offset, SEEK_SET) == 0 && fseek(target, (long)offset, SEEK_SET) == 0;
     while (is_fine && (length = (unsigned int)fread(chunk, 1, sizeof chunk, source)) > 0) {
         is_fine = fwrite(chunk, 1, length, target) == length && fflush(target) == 0;
-        if (is_fine) /* noted once it has arrived: after a kill at most this chunk is sent again */
+        if (is_fine) /* stored after the chunk: a kill repeats at most one chunk */
             WRITE(_common_storage_update_upload_info((int)row->sync_id, offset + length, number + 1));
         offset += length, ++number;
     }
@@ -50,7 +50,7 @@ static void *work(void *unused)
     _common_thread_sendSignal(worker);
     for (zel_content_sync_info *row; (void *)(row = _common_queue_pop(to_send)) != end_mark;) {
         if (!row)
-            continue; /* woken, but another worker was faster */
+            continue; /* the queue was empty after the wake */
         const bool is_sent = send_file(row);
         failures += !is_sent;
         WRITE(_common_storage_update_status_sync_content_info((int)row->sync_id,
@@ -61,7 +61,7 @@ static void *work(void *unused)
     return unused;
 }
 
-/* Recipients and transfers first, the request last: once its row is there, the upload is stored as a whole. */
+/* Recipients and transfers first, the request last: an upload counts only with its request. */
 static void store_upload(char **files, unsigned int count)
 {
     zel_upload_request_info request = {.req_id = (unsigned int)g_random_int_range(1, G_MAXINT32), .receiver_count = 1};
@@ -78,7 +78,7 @@ int main(int argc, char **argv)
 {
     if (_common_storage_init() != ZEL_ERR_NONE || _common_queue_init(&to_send) != ZEL_ERR_NONE ||
         _common_queue_init(&ended) != ZEL_ERR_NONE)
-        return 1; /* the trace on standard error tells why */
+        return 1; /* the trace on standard error has the reason */
     WRITE(_common_storage_set_all_status_sync_content_info(ZEL_UPLOAD_FILE, ZEL_SYNC_FAILED, ZEL_SYNC_TODO));
     if (argc > 1)
         store_upload(argv + 1, (unsigned int)argc - 1);
