@@ -1,5 +1,7 @@
+// Start, waits and stop of a worker thread.
 #include "interpose.h"
 #include "platform.h"
+#include "trace.h"
 #include "zel_common_thread.h"
 
 #include <atomic>
@@ -41,7 +43,7 @@ struct worker {
 
 } // namespace
 
-TEST(Thread, wait_status_is_its_owners_the_lock_is_recursive_and_null_is_rejected)
+TEST(Thread, wait_status_is_its_owners_and_the_lock_is_recursive)
 {
     const worker thread;
     std::atomic_ref<bool> flag(thread.record->thread_wait_status); // its owner writes it without the lock
@@ -52,16 +54,21 @@ TEST(Thread, wait_status_is_its_owners_the_lock_is_recursive_and_null_is_rejecte
     while (_common_thread_get_wait_status(thread.record))
         std::this_thread::yield();
     pthread_mutex_lock(&thread.record->available_lock);
-    EXPECT_FALSE(is_locked(thread.record->available_lock)) << "the lock is recursive";
+    EXPECT_FALSE(is_locked(thread.record->available_lock));
     pthread_mutex_unlock(&thread.record->available_lock);
-    leave_out_each(2, _common_thread_start);
-    leave_out_each(1, _common_thread_wait_till_start, _common_thread_notify_started, _common_thread_set_is_running,
-                   _common_thread_sendSignal, _common_thread_stop, _common_thread_get_wait_status,
-                   _common_thread_waitCallback);
-    expect_lines(0x98ad864e);
 }
 
-TEST(Thread, failed_steps_of_start_and_stop_are_told)
+TEST(Thread, null_arguments_are_rejected)
+{
+    expect_null_is_rejected(2, "Invalid arguments", false, _common_thread_start);
+    constexpr char MESSAGE[] = "req_thread is NULL";
+    expect_null_is_rejected(1, MESSAGE, false, _common_thread_wait_till_start, _common_thread_notify_started,
+                            _common_thread_set_is_running, _common_thread_sendSignal, _common_thread_stop,
+                            _common_thread_get_wait_status);
+    expect_null_is_rejected(1, MESSAGE, EINVAL, _common_thread_waitCallback);
+}
+
+TEST(Thread, failed_steps_of_start_and_stop_are_logged)
 {
     {
         const worker thread;
@@ -78,10 +85,16 @@ TEST(Thread, failed_steps_of_start_and_stop_are_told)
     }
     EXPECT_EQ(calls::mutex_destroy.calls, 2);
     EXPECT_EQ(calls::cond_destroy.calls, 2);
-    expect_lines(0x07976066);
+    expect_lines(R"(
+_common_thread_start: Critical: Failed memory allocation
+    Critical: Failed to create thread ret_val[11]
+_common_thread_stop: Critical: pthread_mutex_destroy failed - 16
+    Critical: pthread_cond_broadcast failed - 22
+    Critical: pthread_cond_destroy failed - 1 (End)
+)");
 }
 
-TEST(Thread, waits_end_with_a_signal_or_at_their_deadlines)
+TEST(Thread, waits_end_with_a_signal)
 {
     const worker thread;
     const auto expect_woken = [&](auto wait, auto result) {
@@ -93,22 +106,40 @@ TEST(Thread, waits_end_with_a_signal_or_at_their_deadlines)
     };
     expect_woken(_common_thread_wait_till_start, true);
     expect_woken(_common_thread_waitCallback, 0);
+    expect_lines("");
+}
 
+TEST(Thread, start_is_waited_for_once_and_for_five_seconds)
+{
+    const worker thread;
     const scripted_clock clock(1000, 999999); // long past: a real wait ends at once
-    _common_thread_set_is_running(thread.record, false);
     EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
     calls::cond_timedwait.answer(0); // woken too early
     EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
     EXPECT_EQ(std::pair(last_deadline.tv_sec, last_deadline.tv_nsec), std::pair(time_t(1005), 0L));
     _common_thread_set_is_running(thread.record, true);
     EXPECT_TRUE(_common_thread_wait_till_start(thread.record));
-    EXPECT_EQ(calls::cond_timedwait.calls, 4);
-    EXPECT_EQ(calls::cond_signal.calls, 2) << "a change of the state alone wakes nobody";
+    EXPECT_EQ(calls::cond_timedwait.calls, 2);
+    _common_thread_set_is_running(thread.record, false);
+    EXPECT_FALSE(_common_thread_wait_till_start(thread.record));
+    _common_thread_notify_started(thread.record);
+    EXPECT_TRUE(_common_thread_wait_till_start(thread.record));
+    EXPECT_EQ(calls::cond_signal.calls, 0) << "a change of the state wakes nobody";
+    expect_lines("");
+}
 
+TEST(Thread, callback_is_waited_for_once_and_for_ten_seconds)
+{
+    const worker thread;
+    const scripted_clock clock(1000, 999999);
     _common_thread_sendSignal(thread.record); // lost: nobody waits yet
     EXPECT_EQ(_common_thread_waitCallback(thread.record), -110);
     EXPECT_EQ(std::pair(last_deadline.tv_sec, last_deadline.tv_nsec), std::pair(time_t(1010), 999999000L));
     calls::cond_timedwait.answer(EINVAL);
     EXPECT_EQ(_common_thread_waitCallback(thread.record), EINVAL);
-    expect_lines(0xd503f174);
+    expect_lines(R"(
+_common_thread_waitCallback: Info: access mutex lock
+    Critical: waitCallback() TIME-OUT (End)
+    Info: access mutex lock
+)");
 }

@@ -99,7 +99,7 @@ struct StorageCrash : testing::TestWithParam<const char *> {
         steps = {{call("init"), false, stored_rows(), 0}};
         world::end();
         first = {{std::filesystem::canonical(database_file), content_of(database_file)}};
-        noted_changes = &made;
+        recorded_changes = &made;
         std::vector<call> calls = operations();
         calls.insert(calls.begin(), steps[0].made); // opens it as a service does
         for (const call &made_now : calls) {
@@ -111,7 +111,7 @@ struct StorageCrash : testing::TestWithParam<const char *> {
         }
         EXPECT_GT(steps.size(), 40u);
         world::end();
-        noted_changes = nullptr;
+        recorded_changes = nullptr;
     }
     /// Whether these can be the rows when so many calls were acknowledged and the next is under way.
     bool explain(size_t acknowledged, const rows_of_tables &found) const
@@ -180,9 +180,9 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_power_cut)
         files left = put(after_power_cut(first, std::span(made).first(instant), random));
         while (random() % 2) { // the recovery is cut too
             std::vector<disk_change> recovery;
-            noted_changes = &recovery;
+            recorded_changes = &recovery;
             rows_of_opened_store();
-            noted_changes = nullptr;
+            recorded_changes = nullptr;
             const size_t kept = random() % (recovery.size() + 1);
             left = put(after_power_cut(left, std::span(recovery).first(kept), random));
         }

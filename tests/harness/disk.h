@@ -30,15 +30,15 @@ struct disk_change {
     size_t place = 0; ///< where the bytes are written; what size is left
     std::string bytes = {};
 };
-/// Where changes are noted while it is set. For one thread.
-inline std::vector<disk_change> *noted_changes = nullptr;
+/// Where changes are recorded while it is set. For one thread.
+inline std::vector<disk_change> *recorded_changes = nullptr;
 inline thread_local std::map<const sqlite3_file *, std::string> opened_files; ///< names; "" for a nameless one
 
-/// Passes the code on, and notes what was carried out if that is success.
-inline int note(int code, const disk_change &change)
+/// Passes the code on, and records the change if that is success.
+inline int record(int code, const disk_change &change)
 {
-    if (code == SQLITE_OK && noted_changes && !change.file.empty())
-        noted_changes->push_back(change);
+    if (code == SQLITE_OK && recorded_changes && !change.file.empty())
+        recorded_changes->push_back(change);
     return code;
 }
 
@@ -49,9 +49,9 @@ struct file_methods {
 };
 
 template <auto METHOD, unsigned CALL, int CODE, typename... Arguments>
-int meet_fault_or_call(sqlite3_file *file, Arguments... arguments)
+int fail_or_call(sqlite3_file *file, Arguments... arguments)
 {
-    const int code = fault::meet(CALL, CODE);
+    const int code = fault::code_of(CALL, CODE);
     return code ? code : (reinterpret_cast<const file_methods *>(file->pMethods)->real->*METHOD)(file, arguments...);
 }
 
@@ -60,22 +60,22 @@ inline file_methods in_front_of(const sqlite3_io_methods *real)
     using io = sqlite3_io_methods;
     io shim = *real;
     shim.iVersion = 2; // with the shared memory of a log's index, without mapped files, which are read past xRead
-    shim.xRead = meet_fault_or_call<&io::xRead, DISK_OTHER, SQLITE_IOERR_READ>;
+    shim.xRead = fail_or_call<&io::xRead, DISK_OTHER, SQLITE_IOERR_READ>;
     shim.xWrite = [](sqlite3_file *file, const void *bytes, int count, sqlite3_int64 place) {
-        const int code = meet_fault_or_call<&io::xWrite, DISK_WRITE, SQLITE_IOERR_WRITE>(file, bytes, count, place);
+        const int code = fail_or_call<&io::xWrite, DISK_WRITE, SQLITE_IOERR_WRITE>(file, bytes, count, place);
         const std::string written(static_cast<const char *>(bytes), static_cast<size_t>(count));
-        return note(code, {disk_change::WRITE, opened_files[file], static_cast<size_t>(place), written});
+        return record(code, {disk_change::WRITE, opened_files[file], static_cast<size_t>(place), written});
     };
     shim.xTruncate = [](sqlite3_file *file, sqlite3_int64 size) {
-        const int code = meet_fault_or_call<&io::xTruncate, DISK_OTHER, SQLITE_IOERR_TRUNCATE>(file, size);
-        return note(code, {disk_change::TRUNCATION, opened_files[file], static_cast<size_t>(size)});
+        const int code = fail_or_call<&io::xTruncate, DISK_OTHER, SQLITE_IOERR_TRUNCATE>(file, size);
+        return record(code, {disk_change::TRUNCATION, opened_files[file], static_cast<size_t>(size)});
     };
     shim.xSync = [](sqlite3_file *file, int) {
-        return note(fault::meet(DISK_OTHER, SQLITE_IOERR_FSYNC), {disk_change::SYNC, opened_files[file]});
+        return record(fault::code_of(DISK_OTHER, SQLITE_IOERR_FSYNC), {disk_change::SYNC, opened_files[file]});
     };
-    shim.xFileSize = meet_fault_or_call<&io::xFileSize, DISK_OTHER, SQLITE_IOERR_FSTAT>;
-    shim.xLock = meet_fault_or_call<&io::xLock, DISK_LOCK, SQLITE_IOERR_LOCK>;
-    shim.xCheckReservedLock = meet_fault_or_call<&io::xCheckReservedLock, DISK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK>;
+    shim.xFileSize = fail_or_call<&io::xFileSize, DISK_OTHER, SQLITE_IOERR_FSTAT>;
+    shim.xLock = fail_or_call<&io::xLock, DISK_LOCK, SQLITE_IOERR_LOCK>;
+    shim.xCheckReservedLock = fail_or_call<&io::xCheckReservedLock, DISK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK>;
     return {shim, real};
 }
 
@@ -83,7 +83,7 @@ inline int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int fl
 {
     static std::map<const sqlite3_io_methods *, file_methods> known;
     file->pMethods = nullptr;
-    if (const int code = fault::meet(DISK_OTHER, SQLITE_CANTOPEN))
+    if (const int code = fault::code_of(DISK_OTHER, SQLITE_CANTOPEN))
         return code;
     if (disk_is_read_only)
         flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
@@ -91,7 +91,7 @@ inline int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int fl
     const bool is_new = name && access(name, F_OK) != 0;
     const int code = disk->xOpen(disk, name, file, flags, given);
     if (is_new)
-        note(code, {disk_change::CREATION, name});
+        record(code, {disk_change::CREATION, name});
     if (file->pMethods)
         file->pMethods = &known.try_emplace(file->pMethods, in_front_of(file->pMethods)).first->second.shim;
     return code;
@@ -110,9 +110,9 @@ inline void use_faulty_disk()
     sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
     sqlite3_config(SQLITE_CONFIG_GETMALLOC, &memory);
     sqlite3_mem_methods failing = memory;
-    failing.xMalloc = [](int size) { return fault::meet(SQLITE_MEMORY, 1) ? nullptr : memory.xMalloc(size); };
+    failing.xMalloc = [](int size) { return fault::code_of(SQLITE_MEMORY, 1) ? nullptr : memory.xMalloc(size); };
     failing.xRealloc = [](void *block, int size) {
-        return fault::meet(SQLITE_MEMORY, 1) ? nullptr : memory.xRealloc(block, size);
+        return fault::code_of(SQLITE_MEMORY, 1) ? nullptr : memory.xRealloc(block, size);
     };
     sqlite3_config(SQLITE_CONFIG_MALLOC, &failing);
 
@@ -122,11 +122,11 @@ inline void use_faulty_disk()
     faulty.pNext = nullptr;
     faulty.xOpen = open_file;
     faulty.xDelete = [](sqlite3_vfs *, const char *name, int sync) {
-        const int code = fault::meet(DISK_OTHER, SQLITE_IOERR_DELETE);
-        return note(code ? code : disk->xDelete(disk, name, sync), {disk_change::DELETION, name});
+        const int code = fault::code_of(DISK_OTHER, SQLITE_IOERR_DELETE);
+        return record(code ? code : disk->xDelete(disk, name, sync), {disk_change::DELETION, name});
     };
     faulty.xAccess = [](sqlite3_vfs *, const char *name, int flags, int *result) {
-        const int code = fault::meet(DISK_OTHER, SQLITE_IOERR_ACCESS);
+        const int code = fault::code_of(DISK_OTHER, SQLITE_IOERR_ACCESS);
         return code ? code : disk->xAccess(disk, name, flags, result);
     };
     faulty.xSleep = [](sqlite3_vfs *, int microseconds) {

@@ -26,7 +26,7 @@ bool allocation_fails(size_t count, size_t size)
     if (__builtin_mul_overflow(count, size, &bytes))
         bytes = SIZE_MAX;
     fault::now.largest = std::max(fault::now.largest, bytes);
-    return fault::meet(LIBRARY_MEMORY, 1);
+    return fault::code_of(LIBRARY_MEMORY, 1);
 }
 
 } // namespace
@@ -46,7 +46,7 @@ bool allocation_fails(size_t count, size_t size)
 #define SCRIPTED(script, name, parameters, arguments)                                                                  \
     STAND_IN(int, name, parameters)                                                                                    \
     {                                                                                                                  \
-        return calls::script.meet([&] { return __real_##name arguments; });                                            \
+        return calls::script.run([&] { return __real_##name arguments; });                                             \
     }
 
 extern "C" {
@@ -74,7 +74,7 @@ STAND_IN(int, pthread_cond_timedwait, (pthread_cond_t * condition, pthread_mutex
 {
     last_deadline = *until;
     waits_entered.release();
-    return calls::cond_timedwait.meet([&] { return pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, until); });
+    return calls::cond_timedwait.run([&] { return pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, until); });
 }
 
 STAND_IN(int, gettimeofday, (timeval * value, void *))
@@ -95,7 +95,7 @@ STAND_IN(time_t, time, (time_t * value))
 
 STAND_IN(int, stat, (const char *path, struct stat *status))
 {
-    errno = calls::file_status.meet([&] { return fstatat(AT_FDCWD, path, status, 0) == 0 ? 0 : errno; });
+    errno = calls::file_status.run([&] { return fstatat(AT_FDCWD, path, status, 0) == 0 ? 0 : errno; });
     return errno == 0 ? 0 : -1;
 }
 
@@ -107,7 +107,7 @@ STAND_IN(FILE *, fopen, (const char *path, const char *mode))
 STAND_IN(void, g_usleep, (gulong microseconds))
 {
     last_sleep = microseconds;
-    calls::sleep.meet([&] {
+    calls::sleep.run([&] {
         __real_g_usleep(microseconds);
         return 0;
     });
@@ -115,7 +115,7 @@ STAND_IN(void, g_usleep, (gulong microseconds))
 
 STAND_IN(char *, sqlite3_vmprintf, (const char *format, va_list arguments))
 {
-    return fault::meet(STATEMENT_TEXT, 1) ? nullptr : __real_sqlite3_vmprintf(format, arguments);
+    return fault::code_of(STATEMENT_TEXT, 1) ? nullptr : __real_sqlite3_vmprintf(format, arguments);
 }
 
 STAND_IN(char *, sqlite3_mprintf, (const char *format, ...))

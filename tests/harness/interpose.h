@@ -27,7 +27,7 @@ enum fallible : unsigned {
 struct fault_plan {
     unsigned calls = 0;
     bool lasting = false; ///< once a call has failed all further ones do
-    int code = 0;         ///< what is reported; 0 for the code that is usual for the call
+    int code = 0;         ///< the result of a call that fails; 0 for the usual one
 };
 
 /// While it lives, the n-th of the planned calls fails; they are only counted if that is 0.
@@ -42,19 +42,19 @@ struct fault {
     }
     static bool happened()
     {
-        return now.met >= now.nth;
+        return now.count >= now.nth;
     }
-    /// What a call is to report instead of being carried out; 0 to go on.
-    static int meet(unsigned call, int usual_code)
+    /// The code with which a call fails; 0 when it is made.
+    static int code_of(unsigned call, int usual_code)
     {
         // Nothing is written while nothing is planned: threads may come here.
-        if ((now.plan.calls & call) == 0 || ++now.met < now.nth || (now.met > now.nth && !now.plan.lasting))
+        if ((now.plan.calls & call) == 0 || ++now.count < now.nth || (now.count > now.nth && !now.plan.lasting))
             return 0;
         return now.plan.code ? now.plan.code : usual_code;
     }
     inline static struct {
         fault_plan plan;
-        int nth, met;
+        int nth, count; ///< of the planned calls
         size_t largest; ///< bytes of the largest single allocation of the library
     } now;
 };
@@ -78,18 +78,18 @@ struct scripted_clock {
 /// Counts the calls of one function and answers some of them in its place.
 struct call_script {
     std::atomic<int> calls = 0, result = 0, left = 0;
-    /// So many calls are not carried out but give this result.
+    /// So many calls are not made but return this result.
     void answer(int with, int times = 1)
     {
         result = with;
         left = times;
     }
-    /// For the stand-in: counts a call and carries it out, or gives the answer.
-    int meet(auto carry_out)
+    /// For the stand-in: counts a call, and makes it or answers in its place.
+    int run(auto call)
     {
         ++calls;
         if (left == 0)
-            return carry_out();
+            return call();
         --left;
         return result;
     }

@@ -1,11 +1,10 @@
 #include "platform.h"
 
 #include <glib.h>
+#include <gtest/gtest.h>
 
 #include <cstdarg>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <utility>
 
@@ -26,7 +25,7 @@ std::string take_trace()
     return std::exchange(written, {});
 }
 
-void note(const std::string &text)
+void add_line(const std::string &text)
 {
     written += text + "\n";
 }
@@ -48,16 +47,6 @@ std::string without_addresses(std::string text)
     return text;
 }
 
-void expect_lines(unsigned int checksum, const std::string &addresses)
-{
-    const std::string told = take_trace(), lines = without_addresses(told);
-    EXPECT_NE(told.find(addresses), std::string::npos) << addresses << " in\n" << told;
-    const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
-    std::filesystem::create_directories(ZEL_TEST_TOLD);
-    std::ofstream(std::string(ZEL_TEST_TOLD) + "/" + test.test_suite_name() + "." + test.name() + ".txt") << lines;
-    EXPECT_EQ(g_str_hash(lines.c_str()), checksum) << lines;
-}
-
 app_control_h new_handle()
 {
     static std::intptr_t last = 0;
@@ -77,7 +66,6 @@ int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
     const std::unique_ptr<char, decltype(&g_free)> text(g_strdup_vprintf(fmt, arguments), g_free);
     va_end(arguments);
 
-    platform.before_line();
     std::string line = std::string(1, "??VDIWEFS"[prio]) + " " + tag + " " + text.get();
     const size_t number = line.find('(');
     written += line.erase(number, line.find_first_not_of("0123456789", number + 1) + 1 - number);
