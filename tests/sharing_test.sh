@@ -107,12 +107,12 @@ refused 1 '(-13)' share status 999
 refused 1 'another sharingd' "${emulator[@]}" "$programs/sharingd" --state device
 refused 3 '(-4)' "${emulator[@]}" "$programs/share" --state sent status
 
-# A file that vanishes is given up, and does not keep the other from arriving.
-head -c 400000 /dev/urandom >sent/vanishing.bin
-id=$(share send sent/vanishing.bin sent/two.bin --to 44:7700900123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
-rm sent/vanishing.bin
-! share status "$id" --follow >said || fail "a file that is not there was sent"
-[[ $(<said) == *'shared, 1 of 2 files'*'vanishing.bin: The file'* ]] || fail "$(<said)"
+# A file that is overwritten is given up, and does not keep the other from arriving.
+head -c 400000 /dev/urandom >sent/changing.bin
+id=$(share send sent/changing.bin sent/two.bin --to 44:7700900123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
+head -c 400000 /dev/urandom >sent/changing.bin
+! share status "$id" --follow >said || fail "a file that has changed was sent"
+[[ $(<said) == *'shared, 1 of 2 files'*'changing.bin: The file has changed'* ]] || fail "$(<said)"
 
 # Both end in order, and leave nothing half-said: under a sanitizer a leak would show.
 kill "$service" "$server"

@@ -61,6 +61,7 @@ struct file {
     guint32 percentage = 0;
     guint64 offset = 0;
     guint32 retries = 0;
+    gboolean is_given_up = FALSE;
     gint32 code = 0;
     const char *trouble = nullptr; /**< why it failed last */
 };
@@ -72,6 +73,7 @@ struct request {
     gboolean is_settled = FALSE;
     guint64 size = 0;
     const char *token = nullptr;
+    guint64 waits_since = 0; /**< milliseconds since the epoch; 0 while it does not wait for the server */
     gint32 code = 0;
     const char *trouble = nullptr;
     std::vector<file> files;
@@ -84,10 +86,11 @@ inline request describe(session &service, guint32 id)
     request state;
     state.answer = service.call("Describe", g_variant_new("(u)", id));
     g_autoptr(GVariantIter) files = nullptr;
-    g_variant_get(state.answer.get(), "((uubt&si&sa" SHARING_FILE "))", nullptr, &state.status, &state.is_settled,
-                  &state.size, &state.token, &state.code, &state.trouble, &files);
-    for (file one; g_variant_iter_next(files, "(u^&ay^&ayuutui&s)", &one.id, &one.name, &one.path, &one.status,
-                                       &one.percentage, &one.offset, &one.retries, &one.code, &one.trouble);) {
+    g_variant_get(state.answer.get(), "((uubt&sti&sa(uayayuutubis)))", nullptr, &state.status, &state.is_settled,
+                  &state.size, &state.token, &state.waits_since, &state.code, &state.trouble, &files);
+    for (file one;
+         g_variant_iter_next(files, "(u^&ay^&ayuutubi&s)", &one.id, &one.name, &one.path, &one.status, &one.percentage,
+                             &one.offset, &one.retries, &one.is_given_up, &one.code, &one.trouble);) {
         state.files.push_back(one);
         state.passed += one.offset;
         state.done += one.status == ZEL_SYNC_COMPLETE ? 1 : 0;
@@ -97,7 +100,7 @@ inline request describe(session &service, guint32 id)
 
 inline bool is_through(const file &one)
 {
-    return one.status == ZEL_SYNC_COMPLETE || (one.status == ZEL_SYNC_FAILED && one.retries > 5);
+    return one.status == ZEL_SYNC_COMPLETE || one.is_given_up;
 }
 
 inline void report(const request &state, guint32 id)

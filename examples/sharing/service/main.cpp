@@ -1,34 +1,35 @@
 /*
  * sharingd: the sharing service of one user.
  */
-#include "command_line.h"
-
 #include <csignal>
 #include <cstring>
+#include <curl/curl.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <glib-unix.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
-#include "service.h"
+#include "door.h"
+#include "inbox.h"
+#include "options.h"
 
 namespace fs = std::filesystem;
 using namespace sharing;
 
-constexpr char trace_file[] = "trace.log";
-constexpr char last_trace_file[] = "trace.old.log";
-constexpr off_t longest_trace = off_t{4} * 1024 * 1024;
-
-/** Where complaints go; standard error itself becomes the trace. */
-static int complaints = STDERR_FILENO;
+constexpr char summary[] =
+    "The sharing service: sends and receives files for the clients of one user, through a server. Says \"ready\" on "
+    "standard output when clients can come, at a socket in the state folder; writes its trace to standard error; ends, "
+    "with 0, on SIGINT or SIGTERM. May be killed at any moment: the next one goes on.";
+constexpr unsigned int longest_stop = 4; // seconds
 
 /** Makes the state folder the working directory, with nobody else in it. */
 static void enter(const std::string &state)
 {
-    require(fs::path(ZEL_APPS_ROOT).is_relative(), ZEL_ERR_STORAGE_INIT_FAILURE,
-            "This build keeps its database below " ZEL_APPS_ROOT ", which an example must not touch; configure "
-            "it with -DZEL_APPS_ROOT=apps/, as script/demo does.");
+    require(fs::path(SHARING_DATABASE).is_relative(), ZEL_ERR_STORAGE_INIT_FAILURE,
+            "The library's database is " SHARING_DATABASE ", which an example must not touch; build the library with "
+            "-DZEL_APPS_ROOT=apps/, as script/demo does.");
     umask(077);
     fs::create_directories(state);
     struct stat folder = {};
@@ -39,74 +40,117 @@ static void enter(const std::string &state)
     const int lock = open("sharingd.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     require(lock >= 0 && flock(lock, LOCK_EX | LOCK_NB) == 0, ZEL_ERR_PERMISSION_DENIED,
             state + ": another sharingd is at work there.");
-    fs::create_directories(fs::path(ZEL_APPS_ROOT) / "quillo.service" / "data");
+    for (const fs::path &part :
+         {fs::path(SHARING_DATABASE).parent_path(), fs::path(incoming_folder), fs::path(thumbnail_folder)})
+        fs::create_directories(part);
 }
 
-/** Has the trace go to a new file. Other threads may be writing to it. */
-static void begin_trace()
+static settings chosen_by(int &argc, char **&argv, std::string &state)
 {
-    rename(trace_file, last_trace_file);
-    const int trace = open(trace_file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    require(trace >= 0 && dup2(trace, STDERR_FILENO) >= 0, ZEL_ERR_PERMISSION_DENIED,
-            std::string(trace_file) + ": " + strerror(errno));
-    close(trace);
+    settings chosen;
+    g_autofree char *folder = nullptr;
+    g_autofree char *server = nullptr;
+    g_autofree char *number = nullptr;
+    g_autofree char *chunk = nullptr;
+    int patience = static_cast<int>(chosen.patience.count());
+    int first_pause = static_cast<int>(chosen.first_pause.count());
+    int longest_pause = static_cast<int>(chosen.longest_pause.count());
+    const GOptionEntry entries[] = {
+        {"state", 0, 0, G_OPTION_ARG_FILENAME, &folder,
+         "Folder for the database, the socket and received files (sharing-state)", "FOLDER"},
+        {"server", 0, 0, G_OPTION_ARG_STRING, &server,
+         "Where a tus server creates uploads (http://127.0.0.1:8420/files)", "URL"},
+        {"number", 0, 0, G_OPTION_ARG_STRING, &number,
+         "This device's own phone number, at which shares arrive (+447700900123)", "NUMBER"},
+        {"chunk", 0, 0, G_OPTION_ARG_STRING, &chunk,
+         "How much is sent at once: 4096, 64K, 2M (a thirty-second of the file, 64K to 4M)", "SIZE"},
+        {"timeout", 0, 0, G_OPTION_ARG_INT, &patience, "How many seconds to wait for a server that does not move (10)",
+         "SECONDS"},
+        {"retry-delay", 0, 0, G_OPTION_ARG_INT, &first_pause,
+         "Milliseconds before the first retry, doubled before each further one (500)", "MS"},
+        {"longest-delay", 0, 0, G_OPTION_ARG_INT, &longest_pause, "The most milliseconds before a retry (60000)", "MS"},
+        {}};
+    read_options(nullptr, summary, entries, argc, argv);
+    const auto check = [](const char *option, int value, int most) {
+        if (value < 1 || value > most)
+            reject_command_line(std::string(option) + " takes a number from 1 to " + std::to_string(most));
+    };
+    check("--timeout", patience, 3600);
+    check("--retry-delay", first_pause, 3'600'000);
+    check("--longest-delay", longest_pause, 3'600'000);
+    state = folder ? folder : "sharing-state";
+    chosen.server = server ? server : chosen.server;
+    chosen.number = number ? number : chosen.number;
+    chosen.chunk_size = bytes_of("--chunk", chunk, 0, 0, 64ULL * 1024 * 1024);
+    chosen.patience = std::chrono::seconds(patience);
+    chosen.first_pause = std::chrono::milliseconds(first_pause);
+    chosen.longest_pause = std::max(std::chrono::milliseconds(longest_pause), chosen.first_pause);
+    return chosen;
 }
 
-/** Keeps the trace bounded: the file that is written and the one before it. */
-static gboolean look_after_trace(void *)
+/** Quits the loop on SIGINT or SIGTERM, and ends the process when something keeps it from stopping in time. */
+static void await_end(GMainLoop *loop)
 {
-    struct stat trace = {};
-    if (fstat(STDERR_FILENO, &trace) == 0 && trace.st_size > longest_trace)
-        begin_trace();
-    return G_SOURCE_CONTINUE;
+    static sigset_t ends; // blocked in all threads, so that one of its own takes them, whatever the others do
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGALRM, [](int) { _exit(EXIT_SUCCESS); }); // all that lasts is in the store
+    std::thread([loop] {
+        int signal = 0;
+        sigwait(&ends, &signal);
+        alarm(longest_stop);
+        is_stopping = true;
+        g_main_loop_quit(loop);
+    }).detach();
 }
 
 int main(int argc, char **argv)
 try {
-    settings chosen;
-    std::string state = "sharing-state";
-    double patience = 10;
-    unsigned int retry_delay = 500;
-    CLI::App app(
-        "The sharing service: sends and receives files for the clients of one user, through a server. Says "
-        "\"ready\" on standard output when clients can come, at a socket in the state folder; ends, with 0, on "
-        "SIGINT or SIGTERM. May be killed at any moment: the next one goes on.");
-    app.option_defaults()->always_capture_default();
-    app.add_option("--state", state, "Folder for the database, the socket, received files and the trace")
-        ->type_name("FOLDER");
-    app.add_option("--server", chosen.server, "The URL of a tus server at which uploads are created")->type_name("URL");
-    app.add_option("--number", chosen.number, "This device's own phone number, at which shares arrive");
-    app.add_option("--chunk", chosen.chunk_size, "Bytes moved at once; 0: a thirty-second of the file, 64K to 4M")
-        ->transform(CLI::AsSizeValue(false).description(""))
-        ->check(CLI::Range(size_t{0}, size_t{64} * 1024 * 1024).description(""));
-    app.add_option("--timeout", patience, "How many seconds to wait for the server's answer")
-        ->check(CLI::Range(0.1, 3600.0));
-    app.add_option("--retry-delay", retry_delay, "Milliseconds before the first retry, doubled before each further one")
-        ->check(CLI::Range(1, 60'000));
-    read_command_line(app, argc, argv);
-    chosen.patience = std::chrono::milliseconds(static_cast<long>(patience * 1000));
-    chosen.retry_delay = std::chrono::milliseconds(retry_delay);
-
-    std::signal(SIGPIPE, SIG_IGN);
+    std::string state;
+    const settings chosen = chosen_by(argc, argv, state);
     enter(state);
-    complaints = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-    begin_trace();
-    must(_common_storage_init());
-    const auto quit = [](void *loop) -> gboolean {
-        g_main_loop_quit(static_cast<GMainLoop *>(loop));
-        return G_SOURCE_CONTINUE;
-    };
     const std::unique_ptr<GMainLoop, releaser<g_main_loop_unref>> loop(g_main_loop_new(nullptr, FALSE));
-    g_unix_signal_add(SIGINT, quit, loop.get());
-    g_unix_signal_add(SIGTERM, quit, loop.get());
-    g_timeout_add(200, look_after_trace, nullptr);
-    service sharing(chosen);
-    sharing.start();
+    await_end(loop.get());
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    open_store(SHARING_DATABASE);
+
+    door *entrance = nullptr; // who is told of what happens inside
+    std::optional<movers> carriers;
+    const auto tell = [&](const auto &step) {
+        try {
+            step();
+        } catch (const std::exception &) { // nobody is told of what the store does not tell; Describe will
+        }
+    };
+    carriers.emplace(chosen, news{[&](const zel_content_sync_info &row) {
+                                      tell([&] { entrance->tell_progress(row.req_id, describe_file(*carriers, row)); });
+                                  },
+                                  [&](unsigned int req_id) { entrance->tell_state(req_id); }});
+    requests methods(*carriers);
+    desk calls(methods);
+    door clients(calls);
+    entrance = &clients;
+    inbox received(chosen, *carriers);
+    const std::shared_ptr<void> at_the_end(nullptr, [&](void *) {
+        is_stopping = true;
+        clients.let_nobody_in();
+        received.stop();
+        carriers->stop();
+        calls.stop();
+    });
+    methods.finish_forgetting();
+    carriers->start();
+    calls.start();
+    received.start();
+    clients.let_in();
     printf("ready\n");
     fflush(stdout);
     g_main_loop_run(loop.get());
     return EXIT_SUCCESS;
 } catch (const std::exception &reason) {
-    dprintf(complaints, "sharingd: %s\n", reason.what());
+    fprintf(stderr, "sharingd: %s\n", reason.what());
     return EXIT_FAILURE;
 }

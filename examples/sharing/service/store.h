@@ -1,13 +1,16 @@
 /*
- * The ways in which the service asks the store, holders for what comes out, and the questions asked at several places.
+ * The floor of the service: how the library's store is asked, holders for what comes out, and the keys under which the
+ * service keeps what the store has no columns for (README.md lists them).
+ *
+ * The store does not tell "busy" from "nothing there". So nothing is believed before a key that always exists was read
+ * before and after; what cannot be asked within two seconds is a failure.
  */
 #ifndef SHARING_SERVICE_STORE_H
 #define SHARING_SERVICE_STORE_H
 
-#include <chrono>
-#include <mutex>
-#include <thread>
+#include <optional>
 
+#include "settings.h"
 #include "share_message.h"
 #include "zel_common_storage.h"
 
@@ -18,73 +21,85 @@ using transfer = std::unique_ptr<zel_content_sync_info, releaser<_common_storage
 using text = std::unique_ptr<char, releaser<g_free>>;
 using upload_report = std::unique_ptr<zel_trans_upload_info, releaser<_common_free_upload_info>>;
 
-constexpr zel_file_sync_type all_kinds[] = {ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE};
-
 /** Throws unless an operation of the library succeeded. */
-inline void must(zel_err_e result)
-{
-    if (result != ZEL_ERR_NONE)
-        throw failure(result, "The library answered " + std::to_string(result) + "; the trace tells where.");
-}
-
-inline void require(bool holds, zel_err_e otherwise, const std::string &sentence)
-{
-    if (!holds)
-        throw failure(otherwise, sentence);
-}
+void must(zel_err_e result);
+void require(bool holds, zel_err_e otherwise, const std::string &sentence);
 
 /** An exception as a failure. */
-inline failure as_failure(const std::exception &reason)
+failure as_failure(const std::exception &reason);
+
+/** Sets WAL on the database file, opens the store and makes its tables; throws unless all of it can be used. */
+void open_store(const char *database);
+
+/** Whether the store answers at this moment: the key that always exists is there. */
+bool store_answers();
+
+/** The time within which the store must answer. */
+class patience
 {
-    const auto *known = dynamic_cast<const failure *>(&reason);
-    return known ? *known : failure(ZEL_ERR_INTERNAL_ERROR, reason.what());
+  public:
+    /** Pauses before the next try; throws when the time is up or the service stops. */
+    void wait();
+
+  private:
+    std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    std::chrono::milliseconds pause_{1};
+};
+
+/** Asks again until the answer, even an empty one, can be believed. */
+template <typename question> auto surely(question ask)
+{
+    for (patience left;; left.wait())
+        if (store_answers())
+            if (auto answer = ask(); store_answers())
+                return answer;
 }
 
 /**
- * Asks the store until it does not refuse. Another program may hold the database for a moment: the library tries for a
- * millisecond and answers ZEL_ERR_STORAGE_FAILURE then, so this tries again, for two seconds. Any other answer is one
- * that will not change. Ids go in as the operation wants them: the store takes some as signed, and keeps all unsigned.
+ * Writes. A refusal (ZEL_ERR_STORAGE_FAILURE) is worth another try; what stays refused is thrown, never taken for done.
+ * Ids go in as the operation wants them: the store takes some as signed, and keeps all unsigned.
  */
 template <typename... parameters, typename... arguments>
-zel_err_e ask(zel_err_e (*operation)(parameters...), arguments... given)
+void store(zel_err_e (*change)(parameters...), arguments... given)
 {
-    using namespace std::chrono;
-    const auto end = steady_clock::now() + seconds(2);
-    for (milliseconds pause(1);; pause = std::min(pause * 2, milliseconds(100))) {
-        const zel_err_e result = operation(static_cast<parameters>(given)...);
-        if (result != ZEL_ERR_STORAGE_FAILURE || steady_clock::now() >= end)
-            return result;
-        std::this_thread::sleep_for(pause);
-    }
-}
-
-/** Writes; what stays refused is thrown, never taken for done. */
-template <typename operation, typename... arguments> void write(operation change, arguments... given)
-{
-    must(ask(change, given...));
+    for (patience left;; left.wait())
+        if (const zel_err_e result = change(static_cast<parameters>(given)...); result != ZEL_ERR_STORAGE_FAILURE)
+            return must(result);
 }
 
 /** Reads; whether there is something. */
-template <typename operation, typename... arguments> bool found(operation question, arguments... given)
+template <typename... parameters, typename... arguments>
+bool found(zel_err_e (*question)(parameters...), arguments... given)
 {
-    const zel_err_e result = ask(question, given...);
-    if (result == ZEL_ERR_STORAGE_NO_RECORDS || result == ZEL_ERR_RESOURCE_DOESNT_EXIST)
-        return false;
-    must(result);
-    return true;
+    const auto is_nothing = [](zel_err_e result) {
+        return result == ZEL_ERR_STORAGE_NO_RECORDS || result == ZEL_ERR_RESOURCE_DOESNT_EXIST;
+    };
+    for (patience left;; left.wait()) {
+        zel_err_e result = question(static_cast<parameters>(given)...);
+        if (is_nothing(result) && store_answers()) {
+            result = question(static_cast<parameters>(given)...);
+            if (is_nothing(result) && store_answers())
+                return false;
+        }
+        if (result == ZEL_ERR_NONE)
+            return true;
+        if (result != ZEL_ERR_STORAGE_FAILURE && !is_nothing(result))
+            must(result);
+    }
 }
 
 /** Reads a value that the question hands out last; 0 or NULL when there is nothing. */
-template <typename value, typename operation, typename... arguments> value read(operation question, arguments... given)
+template <typename value, typename operation, typename... arguments>
+value value_of(operation question, arguments... given)
 {
     value answer = {};
     found(question, given..., &answer);
     return answer;
 }
 
-/** Reads transfers, by a question that hands out their list behind the arguments but the last one. */
+/** Reads transfers, by a question that hands out their list before its last argument. */
 template <typename operation, typename limit, typename... arguments>
-std::vector<transfer> read_transfers(operation question, limit last, arguments... given)
+std::vector<transfer> transfers_from(operation question, limit last, arguments... given)
 {
     GList *list = nullptr;
     found(question, given..., &list, last);
@@ -95,73 +110,56 @@ std::vector<transfer> read_transfers(operation question, limit last, arguments..
     return transfers;
 }
 
+/* Transfers ------------------------------------------------------------------------------------------------------- */
+
+/** A transfer that failed more often than this is given up. */
+constexpr unsigned int most_retries = 5;
+
 /** The transfers of one kind of a request, in the order in which they were stored. */
-inline std::vector<transfer> transfers_of(zel_file_sync_type kind, unsigned int req_id)
-{
-    return read_transfers(_common_storage_get_sync_content_info_list_only_by_req_id, req_id, kind);
-}
+std::vector<transfer> transfers_of(zel_file_sync_type kind, unsigned int req_id);
 
-inline transfer transfer_of(unsigned int sync_id)
-{
-    return transfer(read<zel_content_sync_info *>(_common_storage_get_sync_content_info_by_sync_id, sync_id));
-}
+transfer transfer_of(unsigned int sync_id);
 
-/** Stores a transfer that waits; row has what it is to have besides. */
-inline void add_transfer(zel_content_sync_info row, zel_file_sync_type kind, unsigned int req_id, std::string name,
-                         std::string path)
+/** Stores a transfer; its id goes to the record. The record has its kind, request and status, and texts as needed. */
+void add_transfer(zel_content_sync_info &row, std::string name, std::string path);
+
+/** Rewrites status and retries of a transfer. */
+void set_retries(zel_content_sync_info &row, zel_file_sync_status status, unsigned int retries);
+
+inline bool is_given_up(const zel_content_sync_info &row)
 {
-    row.type = kind;
-    row.status = ZEL_SYNC_TODO;
-    row.req_id = req_id;
-    row.name = name.data();
-    row.local_path = path.data();
-    write(_common_storage_add_sync_content_info, &row);
+    return row.status == ZEL_SYNC_FAILED && row.fail_retry_count > most_retries;
 }
 
 /** The kind of a request's transfers; ZEL_UNKNOWN when it has none. */
-inline zel_file_sync_type kind_of(unsigned int req_id)
-{
-    return static_cast<zel_file_sync_type>(read<int>(_common_storage_get_sync_type_by_req_id, req_id));
-}
+zel_file_sync_type kind_of(unsigned int req_id);
 
 /** QUILLO_UPLOAD_STATUS_NONE when the upload is not stored (yet). */
-inline quillo_upload_status_e upload_status_of(unsigned int req_id)
-{
-    return static_cast<quillo_upload_status_e>(read<int>(_common_storage_get_upload_status, req_id));
-}
+quillo_upload_status_e upload_status_of(unsigned int req_id);
 
 /** Every upload, the latest first. */
-inline std::vector<unsigned int> all_uploads()
-{
-    unsigned int *ids = nullptr;
-    unsigned int count = 0;
-    found(_common_storage_get_request_id_list, APP_TYPE_NONE, &ids, &count);
-    const std::unique_ptr<unsigned int[], releaser<g_free>> owned(ids);
-    return {ids, ids + count};
-}
+std::vector<unsigned int> all_uploads();
 
-/** A number of the key-value table; 0 when there is none. */
-inline unsigned long long number_at(const char *key)
-{
-    char *value = nullptr;
-    found(_common_storage_get_unique_data, key, &value, nullptr, nullptr, nullptr);
-    return std::strtoull(text_of(text(value).get()).c_str(), nullptr, 10);
-}
+/* Keys ------------------------------------------------------------------------------------------------------------ */
 
-inline void set_number(const char *key, unsigned long long value)
-{
-    write(_common_storage_upsert_unique_data, key, std::to_string(value).c_str(), nullptr, nullptr, nullptr);
-}
+/** What stands under a key. */
+struct entry {
+    std::string value;
+    std::string extra[3];
+};
+
+std::optional<entry> entry_at(const std::string &key);
+void set_entry(const std::string &key, const entry &content);
+void remove_entry(const std::string &key);
+
+/** A number that stands under a key; 0 when there is none. */
+unsigned long long number_at(const std::string &key);
+
+/** The last request id that was given away. */
+constexpr char last_request[] = "sharingd.request";
 
 /** A request id that was never used with this store. */
-inline unsigned int next_request_id()
-{
-    static std::mutex one_at_a_time;
-    const std::lock_guard lock(one_at_a_time);
-    const auto next = static_cast<unsigned int>(number_at("sharingd.request") + 1);
-    set_number("sharingd.request", next);
-    return next;
-}
+unsigned int next_request_id();
 
 /** Why a transfer or a request failed last, and the code that clients get for it. */
 struct trouble {
@@ -169,26 +167,33 @@ struct trouble {
     std::string sentence;
 };
 
-inline trouble trouble_of(const std::string &what, unsigned int id)
-{
-    char *sentence = nullptr;
-    char *code = nullptr;
-    found(_common_storage_get_unique_data, ("sharingd.trouble." + what + "." + std::to_string(id)).c_str(), &sentence,
-          &code, nullptr, nullptr);
-    const text owned(code);
-    return {code ? static_cast<int>(std::strtol(code, nullptr, 10)) : 0, text_of(text(sentence).get())};
-}
+trouble trouble_of(const char *what, unsigned int id);
+void set_trouble(const char *what, unsigned int id, const failure &reason);
+void clear_trouble(const char *what, unsigned int id);
 
-/** Stores why a transfer or a request failed last, or that it did not. */
-inline void note_trouble(const std::string &what, unsigned int id, const failure *reason)
-{
-    const std::string key = "sharingd.trouble." + what + "." + std::to_string(id);
-    if (!reason)
-        return write(_common_storage_delete_unique_data, key.c_str());
-    const int code = _common_util_convert_service_error_to_client_error(reason->code);
-    write(_common_storage_upsert_unique_data, key.c_str(), reason->what(), std::to_string(code).c_str(), nullptr,
-          nullptr);
-}
+/** What a fetch is of, and where to. Stored last of a fetch, it makes the transfers of its request count. */
+struct fetch {
+    std::string token;
+    std::string folder;
+    size_t items = 0;
+    bool is_cancelled = false;
+};
+
+std::optional<fetch> fetch_of(unsigned int req_id);
+void set_fetch(unsigned int req_id, const fetch &content);
+
+/** The request that fetches, or fetched, a share to a folder. */
+std::optional<unsigned int> request_for(const std::string &token, const std::string &folder);
+
+/** Removes the way to a request, if it is (still) that one's. */
+void remove_folder_key(const std::string &token, const std::string &folder, unsigned int req_id);
+
+/** What a transfer's file is: for an upload when the request was made, for a download when it is complete. */
+std::string file_key(unsigned int sync_id);
+
+/** Removes what the service keeps of a transfer or a request under keys. */
+void remove_keys_of_transfer(unsigned int sync_id);
+void remove_keys_of_request(unsigned int req_id);
 
 } // namespace sharing
 
