@@ -218,9 +218,9 @@ GVariant *requests::describe(unsigned int req_id) const
     std::string token = fetched ? fetched->token : "";
     if (is_upload)
         token = text_of(text(value_of<char *>(_common_storage_get_upload_contents_token, req_id)).get());
-    else
-        for (const auto *item : elements_of<share_item>(received_share(token)->content_info_list))
-            total += item->size;
+    const share received = fetched ? received_share(token) : share();
+    for (const auto *item : elements_of<share_item>(received ? received->content_info_list : nullptr))
+        total += item->size;
     array files("a(uayayuutubis)");
     std::optional<waiting> waits;
     bool moves = false;
