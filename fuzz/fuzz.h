@@ -1,5 +1,5 @@
-// What the fuzz targets share: bytes taken apart, and a quiet trace. What they require they ask of g_assert_true, which
-// tells where it was not so and aborts.
+// What the fuzz targets share: the input taken apart, and a log without output. They check with g_assert_true, which
+// prints the place of a failure and aborts.
 #ifndef ZEL_FUZZ_FUZZ_H
 #define ZEL_FUZZ_FUZZ_H
 
@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <fuzzer/FuzzedDataProvider.h>
 
-// Formats every line, so that each of its arguments is looked at.
+// Formats every line, so that each of its arguments is read.
 int dlog_print(log_priority, const char *, const char *fmt, ...)
 {
     va_list arguments;

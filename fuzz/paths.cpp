@@ -1,4 +1,4 @@
-// The path functions, against what they promise of any path.
+// The path functions on any path, checked against what the header promises.
 #include "fuzz.h"
 #include "zel_common.h"
 
@@ -7,7 +7,7 @@
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    // Many times over, for the ends of buffers.
+    // Repeated, to reach the ends of buffers.
     FuzzedDataProvider input(data, size);
     const int times = input.ConsumeIntegralInRange(1, 100);
     const std::string part = input.ConsumeRemainingBytesAsString();

@@ -1,5 +1,5 @@
-// The share encoding, entered at the decoders of a share, an item and a string: any bytes, read at any offset with any
-// length; they are cut to it or repeated up to it. What is read is written: the same bytes, if no string was odd. Those
+// The readers of a share, an item and a string, on any bytes at any offset with any length; the bytes are cut or
+// repeated to that length. What is read is written again: the same bytes, unless a string was irregular. Those bytes
 // are read and written once more.
 #include "fuzz.h"
 #include "zel_common/records.h"
@@ -12,7 +12,7 @@
 namespace
 {
 
-using buffer = std::vector<uint8_t>; // of no room to spare: the address check sees every step beyond
+using buffer = std::vector<uint8_t>; // of the exact size: the address check sees every step beyond
 constexpr uint8_t nothing = 0;
 
 unsigned int length_of_string(const char *text)

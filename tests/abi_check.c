@@ -1,4 +1,4 @@
-/* In C an enumeration takes the type that its values ask for. The layout of the records stands in abi/. */
+/* In C the values of an enumeration determine its type. abi/ holds the layout of the records. */
 #include <assert.h>
 
 #include "zel_common_request.h"

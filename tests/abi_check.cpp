@@ -1,2 +1,2 @@
-// The same in C++, where an enumeration has the type that it is given.
+// The same in C++, where the declaration names the type.
 #include "abi_check.c"

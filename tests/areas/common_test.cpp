@@ -43,7 +43,7 @@ TEST(Codes, clients_get_codes_of_their_own)
         for (int i = 0; i < std::ssize(internal_codes); ++i)
             expected = internal_codes[i].contains(code) ? -i : expected;
         EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)), expected) << code;
-        expect_lines("_common_util_convert_service_error_to_client_error: Debug: err [" + std::to_string(code) + "]\n");
+        expect_lines(printed("_common_util_convert_service_error_to_client_error: Debug: err [%d]\n", code));
     }
 }
 
@@ -58,8 +58,10 @@ TEST(Codes, those_up_to_36_are_printed_as_in_the_header)
             continue;
         ++codes;
         _common_print_error_info(code);
-        const std::string line = "Error code [" + std::to_string(code) + "]: Error Msg[" + name + "]\n";
-        expect_lines(code >= 0 && code <= 36 ? "_common_print_error_info: Critical: " + line : "");
+        const bool is_printed = code >= 0 && code <= 36;
+        expect_lines(is_printed ? printed("_common_print_error_info: Critical: Error code [%d]: Error Msg[%s]\n", code,
+                                          name.c_str())
+                                : "");
     }
     EXPECT_EQ(codes, 1 + 49) << "-1 to 48";
     for (const int code : {INT_MIN, INT_MAX})

@@ -6,9 +6,8 @@
 #include "zel_common_queue.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <future>
 #include <string>
+#include <thread>
 #include <utility>
 
 using namespace zel_test;
@@ -25,13 +24,6 @@ constexpr auto item = [](intptr_t number) { return reinterpret_cast<void *>(numb
 std::string shown(const void *item)
 {
     return std::to_string(reinterpret_cast<intptr_t>(item));
-}
-
-std::string address(const void *pointer)
-{
-    char text[20];
-    std::snprintf(text, sizeof text, "%p", pointer);
-    return text;
 }
 
 /// A callback is logged with its item, and with whether a lock is held.
@@ -157,9 +149,8 @@ TEST_F(HashTable, a_second_write_keeps_the_key_and_releases_the_value)
     const void *const first_key = stored_key();
     char *const key = g_strdup("b");
     _common_write_to_hash_table(table, key, item(2));
-    expect_lines("_common_write_to_hash_table: Info: " + address(table) + " " + address(key) +
-                 " 0x2\n"
-                 "release 1, locked\n");
+    expect_lines(printed("_common_write_to_hash_table: Info: %p %p 0x2\nrelease 1, locked\n",
+                         static_cast<void *>(table), static_cast<void *>(key)));
     EXPECT_EQ(stored_key(), first_key);
     EXPECT_EQ(take("b"), "2, 2 left");
 }
@@ -215,12 +206,15 @@ compare 17, locked
         _common_queue_remove(queue, item(removed));
     EXPECT_EQ(pass({}, 0), "| 3 27 1 17");
 
-    const std::string node = address(queue->item_list->next);
+    const void *const node = queue->item_list->next;
     EXPECT_TRUE(_common_queue_find_and_remove(queue, last_digits_differ, release, item(7)));
-    expect_lines("compare 3, locked\n"
-                 "compare 27, locked\n"
-                 "_common_queue_find_and_remove: Debug: elem[" +
-                 node + "]\nrelease 27, locked\n");
+    expect_lines(printed(R"(
+compare 3, locked
+compare 27, locked
+_common_queue_find_and_remove: Debug: elem[%p]
+release 27, locked
+)",
+                         node));
     EXPECT_FALSE(_common_queue_find_and_remove(queue, last_digits_differ, release, item(9)));
     EXPECT_EQ(pass({}, 1), "17 | 3 1");
 }
@@ -317,9 +311,10 @@ _common_init_hash_table: Critical: Memory allocation failed
 TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
 {
     for (void *pushed : {item(0), item(5)}) {
-        auto popped = std::async(std::launch::async, [] {
-            const std::string items = pass({}, 1);
-            return items + "\n" + calls_of(take_trace());
+        std::string popped;
+        std::thread consumer([&] {
+            popped = pass({}, 1) + "\n";
+            popped += calls_of(take_trace());
         });
         wait_for_sleeper(queue->available_lock);
         EXPECT_TRUE(_common_queue_get_wait_status(queue));
@@ -327,7 +322,8 @@ TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
             _common_queue_push(queue, pushed);
         else // woken while the queue is empty
             pthread_cond_broadcast(&queue->available_signal);
-        EXPECT_EQ(popped.get(), shown(pushed) + R"( |
+        consumer.join();
+        EXPECT_EQ(popped, shown(pushed) + R"( |
 _common_queue_pop(__enter_critical_section __sleep_condition_variable __pop_back __leave_critical_section)
 _common_queue_length(__enter_critical_section __leave_critical_section)
 )");
@@ -336,9 +332,9 @@ _common_queue_length(__enter_critical_section __leave_critical_section)
 
 TEST_F(Queue, threads_lose_nothing_in_a_queue_and_a_table)
 {
-    std::future<void> producers[4];
+    std::jthread producers[4];
     for (const intptr_t producer : {0, 1, 2, 3})
-        producers[producer] = std::async(std::launch::async, [producer] {
+        producers[producer] = std::jthread([producer] {
             for (intptr_t n = producer * 1000 + 1; n % 1000 <= 200; ++n) {
                 const std::string key = std::to_string(n);
                 _common_write_to_hash_table(table, g_strdup(key.c_str()), item(n));

@@ -107,9 +107,9 @@ TEST(Request, a_copy_is_independent_but_for_three_members)
 
     nth = 0;
     for (const auto string : strings)
-        EXPECT_EQ(copy->*string, "text " + std::to_string(++nth));
+        EXPECT_EQ(copy->*string, printed("text %d", ++nth));
     for (const auto list : lists)
-        EXPECT_EQ(static_cast<const char *>((copy->*list)->data), "text " + std::to_string(++nth));
+        EXPECT_EQ(static_cast<const char *>((copy->*list)->data), printed("text %d", ++nth));
     EXPECT_EQ(copy->req_id, 4000000001U);
     platform.destroy_result = -7;
     _common_free_zel_request_members(copy); // resets the strings only
@@ -136,7 +136,7 @@ TEST(Request, a_copied_list_ends_before_null_and_a_handle_that_cannot_be_cloned_
         source.receiver_list = g_list_append(source.receiver_list, g_strdup(text));
     for (const app_control_h caller : {app_control_h(), new_handle()}) {
         request copy{};
-        source.caller = platform.clone_left_behind = caller;
+        source.caller = platform.failed_clone = caller;
         platform.clone_result = -12;
         EXPECT_EQ(_common_copy_zel_request_members(&source, &copy), ZEL_ERR_NONE);
         const std::string cloned = "_common_copy_zel_request_members: Debug: app_control_clone result : [-12]\n";
@@ -260,12 +260,11 @@ TEST(Share, a_string_is_cut_at_the_end_of_its_buffer)
         EXPECT_EQ(offset, end);
         EXPECT_EQ(result, expected);
         g_free(result == given ? nullptr : result);
-        std::string lines;
-        if (length > std::ssize(rest))
-            lines = "__get_string: Critical: offset to large, offset=" + std::to_string(start + 4) +
-                    ", length=" + std::to_string(length) + ", max_length=" + std::to_string(content.size()) +
-                    "\n    Warning: truncated data: " + expected + "\n";
-        expect_lines(lines);
+        const bool is_cut = length > std::ssize(rest);
+        expect_lines(is_cut ? printed("__get_string: Critical: offset to large, offset=%d, length=%d, max_length=%zu\n"
+                                      "    Warning: truncated data: %s\n",
+                                      start + 4, length, content.size(), expected.c_str())
+                            : "");
     }
 }
 
@@ -292,8 +291,8 @@ __get_string: Critical: Memory allcation failure
             char *result = nullptr;
             int offset = start;
             EXPECT_FALSE(read(__get_string, content, &offset, &result));
-            expect_lines("__get_string: Critical: offset to large, offset=" + std::to_string(start) +
-                         ", max_length=" + std::to_string(content.size()) + "\n");
+            expect_lines(
+                printed("__get_string: Critical: offset to large, offset=%d, max_length=%zu\n", start, content.size()));
         }
 }
 
@@ -367,8 +366,9 @@ TEST(Share, is_refused_when_its_bytes_end_too_early)
     EXPECT_TRUE(decode(bytes + "more"));
     for (size_t length = 0; length < bytes.size(); ++length) {
         EXPECT_FALSE(decode(bytes.substr(0, length))) << length;
-        const std::string last = "max_length=" + std::to_string(length) + "\n", lines = lines_of(take_trace());
-        EXPECT_TRUE(lines.ends_with(last) && count(lines, "Critical: offset to large") <= 2) << lines;
+        const std::string lines = lines_of(take_trace());
+        EXPECT_TRUE(lines.ends_with(printed("max_length=%zu\n", length))) << lines;
+        EXPECT_LE(count(lines, "Critical: offset to large"), 2) << lines;
     }
     // Within a string, the expiry time, the number of items, and a number of an item.
     for (const size_t length : {62U, 74U, 75U, 195U})

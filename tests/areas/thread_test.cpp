@@ -6,8 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <future>
 #include <pthread.h>
+#include <semaphore>
 #include <thread>
 
 using namespace zel_test;
@@ -15,17 +15,18 @@ using namespace zel_test;
 namespace
 {
 
-// A thread that has begun, and its record.
+/// A thread that has begun, and its record.
 struct worker {
     worker()
     {
         EXPECT_TRUE(_common_thread_start(&record, work, this));
-        EXPECT_TRUE(pthread_equal(self.get_future().get(), record->thread_id));
+        has_begun.acquire();
+        EXPECT_TRUE(pthread_equal(self, record->thread_id));
     }
     ~worker()
     {
-        // Asked by another thread, for the lock is recursive.
-        EXPECT_FALSE(std::async(std::launch::async, [this] { return is_locked(record->available_lock); }).get());
+        // Another thread looks, for the lock is recursive.
+        std::thread([this] { EXPECT_FALSE(is_locked(record->available_lock)); }).join();
         _common_thread_stop(record);
     }
     static void *work(void *data)
@@ -33,12 +34,14 @@ struct worker {
         worker &me = *static_cast<worker *>(data);
         EXPECT_NE(me.record, nullptr) << "it stands there before the thread runs";
         EXPECT_EQ(pthread_detach(pthread_self()), EINVAL) << "it is detached";
-        me.self.set_value(pthread_self());
+        me.self = pthread_self();
+        me.has_begun.release();
         return nullptr;
     }
 
     zel_thread_s *record = nullptr;
-    std::promise<pthread_t> self;
+    std::binary_semaphore has_begun{0};
+    pthread_t self = 0;
 };
 
 } // namespace
@@ -50,7 +53,7 @@ TEST(Thread, wait_status_is_its_owners_and_the_lock_is_recursive)
     EXPECT_FALSE(_common_thread_get_wait_status(thread.record));
     flag = true;
     EXPECT_TRUE(_common_thread_get_wait_status(thread.record));
-    const auto lowered = std::async(std::launch::async, [&] { flag = false; });
+    const std::jthread owner([&] { flag = false; });
     while (_common_thread_get_wait_status(thread.record))
         std::this_thread::yield();
     pthread_mutex_lock(&thread.record->available_lock);
@@ -97,15 +100,16 @@ _common_thread_stop: Critical: pthread_mutex_destroy failed - 16
 TEST(Thread, waits_end_with_a_signal)
 {
     const worker thread;
-    const auto expect_woken = [&](auto wait, auto result) {
-        auto woken = std::async(std::launch::async, wait, thread.record);
+    const auto wake = [&] {
         wait_for_sleeper(thread.record->available_lock);
         _common_thread_notify_started(thread.record);
         _common_thread_sendSignal(thread.record);
-        EXPECT_EQ(woken.get(), result);
     };
-    expect_woken(_common_thread_wait_till_start, true);
-    expect_woken(_common_thread_waitCallback, 0);
+    std::jthread starter([&] { EXPECT_TRUE(_common_thread_wait_till_start(thread.record)); });
+    wake();
+    starter.join();
+    const std::jthread waiter([&] { EXPECT_EQ(_common_thread_waitCallback(thread.record), 0); });
+    wake();
     expect_lines("");
 }
 

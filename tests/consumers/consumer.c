@@ -1,5 +1,5 @@
-/* What no example shows, in what C and C++ have in common: every header of the library, an operation of each, and the
- * share encoding, which only the static library has. */
+/* Every header of the library, an operation of each, and the share encoding, which only the static library has; in the
+ * common subset of C and C++. */
 #include <string.h>
 
 #include <zel_common.h>

@@ -1,5 +1,5 @@
-// A disk and a memory that fail on purpose: an SQLite VFS in front of the usual one, and the allocators of SQLite and
-// the library. The disk never really syncs, and its clock stands.
+// A disk and a memory that fail on purpose: an SQLite VFS in front of the usual one, and the allocators of SQLite. The
+// disk never really syncs, and its clock stands still.
 #ifndef ZEL_TESTS_DISK_H
 #define ZEL_TESTS_DISK_H
 
@@ -20,14 +20,14 @@ namespace zel_test
 inline sqlite3_vfs *disk = nullptr; ///< the real one
 /// While it is set, files can be opened for reading only.
 inline bool disk_is_read_only = false;
-/// How often SQLite has waited for a lock by itself.
+/// How often SQLite itself has waited for a lock.
 inline std::atomic<int> disk_sleeps = 0;
 
-/// Something that the disk has carried out.
+/// A completed change of the disk.
 struct disk_change {
     enum { CREATION, DELETION, WRITE, TRUNCATION, SYNC } kind;
     std::string file;
-    size_t place = 0; ///< where the bytes are written; what size is left
+    size_t place = 0; ///< where the bytes are written, or the size after a truncation
     std::string bytes = {};
 };
 /// Where changes are recorded while it is set. For one thread.
@@ -97,8 +97,8 @@ inline int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int fl
     return code;
 }
 
-/// Makes the VFS the default one, for connections opened from now on, and lets SQLite's allocations fail too. To be
-/// called before anything is opened.
+/// Makes the VFS the default one for new connections, and lets SQLite's allocations fail too. Call it before anything
+/// is opened.
 inline void use_faulty_disk()
 {
     static sqlite3_vfs faulty;

@@ -1,6 +1,6 @@
-// Stand-ins between the library and what it calls: CMakeLists.txt lists the functions that ld redirects here. Left
-// alone, each does what the function it stands for does; "/tmp/quillo.pid" always means quillo.pid in the test's
-// own folder.
+// Stand-ins for functions that the library calls: CMakeLists.txt lists those that ld redirects here. Without a fault or
+// a script each does what the function it stands for does; "/tmp/quillo.pid" always means quillo.pid in the test's own
+// folder.
 #ifndef ZEL_TESTS_INTERPOSE_H
 #define ZEL_TESTS_INTERPOSE_H
 
@@ -102,8 +102,8 @@ inline call_script file_status; ///< stat; an answer is an errno, with the resul
 inline call_script sleep;       ///< g_usleep; an answer only skips the sleep
 } // namespace calls
 
-/// Released once for every pthread_cond_wait and pthread_cond_timedwait, while the waiter still holds its mutex:
-/// whoever gets the mutex after acquiring one knows that the waiter sleeps.
+/// Released once for every pthread_cond_wait and pthread_cond_timedwait, while the waiter still holds its mutex: a
+/// thread that acquires it and then the mutex knows that the waiter sleeps.
 inline std::counting_semaphore<> waits_entered(0);
 /// Returns when a thread has fallen asleep that had this mutex.
 inline void wait_for_sleeper(pthread_mutex_t &mutex)
@@ -112,7 +112,7 @@ inline void wait_for_sleeper(pthread_mutex_t &mutex)
     pthread_mutex_lock(&mutex);
     pthread_mutex_unlock(&mutex);
 }
-/// Whether anybody holds a mutex that is not recursive.
+/// Whether a thread holds a mutex that is not recursive.
 inline bool is_locked(pthread_mutex_t &mutex)
 {
     const bool is_free = pthread_mutex_trylock(&mutex) == 0;

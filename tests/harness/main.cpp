@@ -1,4 +1,4 @@
-// Runs the chosen cases in a folder of their own below the build folder, made anew, and removed again on success.
+// Runs the selected cases in a new scratch folder below the build folder, and removes it on success.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,7 +12,7 @@ int main(int argc, char **argv)
     if (testing::GTEST_FLAG(list_tests))
         return RUN_ALL_TESTS();
 
-    // ctest runs one case a process; several at once, started by hand, share a folder named for the process.
+    // ctest runs each case in a process of its own. Several cases in one process share a folder named for the process.
     std::string name = testing::GTEST_FLAG(filter);
     if (name.find_first_of("*:?-") != std::string::npos)
         name = "process_" + std::to_string(getpid());

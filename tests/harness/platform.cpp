@@ -84,7 +84,7 @@ int app_control_clone(app_control_h *clone, app_control_h app_control)
 {
     EXPECT_TRUE(platform.handles.contains(app_control)) << "a handle that does not exist is cloned";
     const int result = std::exchange(platform.clone_result, 0);
-    *clone = result == 0 ? zel_test::new_handle() : platform.clone_left_behind;
+    *clone = result == 0 ? zel_test::new_handle() : platform.failed_clone;
     return result;
 }
 

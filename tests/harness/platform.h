@@ -24,9 +24,9 @@ std::string without_addresses(std::string text);
 struct platform_state {
     int feature_result = SYSTEM_INFO_ERROR_INVALID_PARAMETER;
     bool feature_value = false;
-    std::set<app_control_h> handles; ///< those that exist
-    int clone_result = 0;            ///< other than 0: the next clone fails with it, leaving this in its output
-    app_control_h clone_left_behind = nullptr;
+    std::set<app_control_h> handles;      ///< those that exist
+    int clone_result = 0;                 ///< other than 0: the next clone fails with it
+    app_control_h failed_clone = nullptr; ///< the output of a clone that fails
     int destroy_result = 0;
 };
 extern platform_state platform;

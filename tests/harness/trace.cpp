@@ -2,6 +2,10 @@
 
 #include "diff.h"
 
+#include <glib.h>
+
+#include <cstdarg>
+#include <cstdint>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -143,6 +147,24 @@ std::string calls_of(const std::string &trace)
         }
     }
     return all;
+}
+
+std::string printed(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    char *const text = g_strdup_vprintf(format, arguments);
+    va_end(arguments);
+    const std::string copy = text;
+    g_free(text);
+    return copy;
+}
+
+void expect_rejection(const std::string &message)
+{
+    const std::string lines = lines_of(take_trace());
+    EXPECT_EQ(lines, lines.substr(0, lines.find(':')) + ": Critical: " + message + "\n");
+    EXPECT_EQ(std::string(untouched, sizeof untouched), std::string(sizeof untouched, '\0'));
 }
 
 void expect_lines(const std::string &expected, const char *file, int line)

@@ -6,11 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <iterator>
 #include <string>
-#include <tuple>
 #include <type_traits>
+#include <utility>
 
 namespace zel_test
 {
@@ -31,38 +29,56 @@ void expect_lines(const std::string &expected, const char *file = __builtin_FILE
 /// The same for the calls.
 void expect_calls(const std::string &expected, const char *file = __builtin_FILE(), int line = __builtin_LINE());
 
-/// For arguments that are not to be looked at: zeros, which have to stay zeros.
+/// A text as printf makes it.
+[[gnu::format(printf, 1, 2)]] std::string printed(const char *format, ...);
+
+/// For arguments that must not be used: zeros, which must stay zeros.
 alignas(16) inline char untouched[512];
 
-/// Calls each function with NULL for each of its first `count` pointers in turn. It logs one Critical line with this
+/// An argument that is left alone, or NULL.
+template <typename Value> Value argument(bool is_null)
+{
+    if constexpr (std::is_pointer_v<Value>)
+        return is_null ? nullptr : reinterpret_cast<Value>(untouched);
+    else
+        return Value{};
+}
+
+/// A rejected call has logged one Critical line with this message, and left alone what it was given.
+void expect_rejection(const std::string &message);
+
+template <typename Result, typename... Parameters, size_t... I>
+void expect_null_is_rejected_by(Result (*function)(Parameters...), std::index_sequence<I...>, size_t count,
+                                const std::string &message, int result)
+{
+    constexpr bool is_pointer[] = {std::is_pointer_v<Parameters>...};
+    for (size_t null = 0; count > 0; ++null) {
+        if (!is_pointer[null])
+            continue;
+        --count;
+        take_trace();
+        if constexpr (std::is_void_v<Result>)
+            function(argument<Parameters>(I == null)...);
+        else if constexpr (std::is_pointer_v<Result>)
+            EXPECT_TRUE(function(argument<Parameters>(I == null)...) == nullptr) << message;
+        else
+            EXPECT_TRUE(function(argument<Parameters>(I == null)...) == static_cast<Result>(result)) << message;
+        expect_rejection(message);
+    }
+}
+
+/// Calls a function with NULL for each of its first `count` pointers in turn. It logs one Critical line with this
 /// message, returns the result (NULL for a pointer), and leaves alone what the other pointers point to.
+template <typename Result, typename... Parameters>
+void expect_null_is_rejected(size_t count, const std::string &message, int result, Result (*function)(Parameters...))
+{
+    expect_null_is_rejected_by(function, std::index_sequence_for<Parameters...>(), count, message, result);
+}
+
 template <typename... Functions>
 void expect_null_is_rejected(size_t count, const std::string &message, int result, Functions... functions)
 {
-    const auto check = [&]<typename Result, typename... Parameters>(Result (*function)(Parameters...)) {
-        for (size_t victim = 0; victim < count; ++victim) {
-            size_t index = 0;
-            const auto pick = [&]<typename Value>(Value value) {
-                if constexpr (std::is_pointer_v<Value>)
-                    return index++ == victim ? nullptr : reinterpret_cast<Value>(untouched);
-                else
-                    return value;
-            };
-            const std::tuple<Parameters...> arguments = {pick(Parameters{})...};
-            take_trace();
-            if constexpr (std::is_void_v<Result>)
-                std::apply(function, arguments);
-            else if constexpr (std::is_pointer_v<Result>)
-                EXPECT_EQ(std::apply(function, arguments), nullptr);
-            else
-                EXPECT_EQ(static_cast<int>(std::apply(function, arguments)), result);
-            const std::string lines = lines_of(take_trace());
-            EXPECT_EQ(lines, lines.substr(0, lines.find(':')) + ": Critical: " + message + "\n")
-                << "pointer " << victim;
-        }
-    };
-    (check(functions), ...);
-    EXPECT_EQ(std::count(std::begin(untouched), std::end(untouched), 0), std::ssize(untouched));
+    (expect_null_is_rejected(count, message, result, functions), ...);
 }
 
 } // namespace zel_test
