@@ -1,7 +1,7 @@
 /*
- * A store and a trace as they can be looked at while others use them. Both stand in a database in memory, and SQL
- * answers and puts the lines together; what comes out of it can hold any bytes, and reaches the terminal through
- * shown() alone.
+ * A store and a trace as they can be looked at while others use them. A store stands in a database in memory, and SQL
+ * answers and puts the lines together; a trace is added up line by line. What comes out of them can hold any bytes, and
+ * reaches the terminal through shown() alone.
  */
 #ifndef ZEL_STORE_H
 #define ZEL_STORE_H
