@@ -1,7 +1,7 @@
 /*
- * What programs have compiled in of the public headers: every record with its size and its fields' types and offsets,
- * as on 32 and on 64 bits, every enumerator with its value, and the callbacks. A change that a program built before
- * would not survive does not compile here; what is new stands here from the release on that promises it.
+ * The parts of the public headers that programs have compiled in: the size of every record and the types and offsets of
+ * its fields, on 32 and on 64 bits, the value of every enumerator, and the callbacks. A change that breaks an old
+ * program does not compile here. Additions enter with the release that promises them.
  */
 #include "zel_common.h"
 #include "zel_common_queue.h"

@@ -73,7 +73,7 @@ side encode(const share_holder &share, const buffer &to)
     });
 }
 
-/** What an encoding is made of, its lengths known beforehand. */
+/** The pieces of an encoding, with known lengths. */
 struct piece {
     const void *bytes;
     int length;
@@ -114,7 +114,7 @@ side copy_pieces(const share_holder &share, const buffer &to)
     });
 }
 
-/** Decoded shares are kept until the time has been taken. */
+/** Keeps decoded shares until the time is measured. */
 template <typename Decode> side decode_each(Decode decode_one)
 {
     return repeat(
@@ -143,7 +143,7 @@ template <typename Record> Record *copy_record(const Record &from)
     return to;
 }
 
-/** Makes the records that decoding makes, with its lines, of those that are there already. */
+/** Copies existing records into the records and log lines of a decoding. */
 side copy_records(size_t items)
 {
     return decode_each([share = new_share(items)] {
@@ -163,7 +163,7 @@ const group measures([] {
     for (const size_t items : {10U, 1000U}) {
         const std::string share_of = "a share of " + std::to_string(items) + " items";
         add({"encoding: " + share_of + " / memcpy piece by piece", 0.9, [=] {
-                 // The same memory for both: where the pieces lie decides what reading and writing them costs.
+                 // Both sides use the same memory, since the place of the pieces decides the cost.
                  const share_holder share = new_share(items);
                  const buffer to = buffer_for(share);
                  return std::pair(encode(share, to), copy_pieces(share, to));

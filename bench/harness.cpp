@@ -14,17 +14,17 @@ namespace bench
 namespace
 {
 
-/** Two for the step from one cache to the next: what grows faster than its work shows a hundred. */
+/** Two for the step from one cache to the next; work that grows faster shows a hundred. */
 constexpr double GROWTH_BOUND = 2.0;
 constexpr double FLAT_BOUND = 1.5;
 
-/** A ratio that is over its bound is measured once more, for so many times as long; that figure counts. */
+/** A ratio over its bound is measured once more, this many times as long; the second figure counts. */
 constexpr int IN_DOUBT = 4;
 constexpr double SECONDS_A_REPETITION = 0.002;
 
 bool smoke;
 
-/** What a row of the table comes from: prints it, and says whether all is well. */
+/** The source of a row of the table: prints the row and returns whether it passes. */
 struct row {
     std::string name;
     std::function<bool()> make;
@@ -38,7 +38,7 @@ class medians : public benchmark::BenchmarkReporter
   public:
     medians(const measure &measured, const std::pair<side, side> &sides, int repetitions) : from(measured)
     {
-        // What is held up while the number of runs is looked for can end up with too few of them.
+        // A side that is delayed while the number of runs is chosen can get too few of them.
         for (int attempt = 0; attempt < 5 && too_short; ++attempt) {
             too_short = false;
             for (const auto &[name, timed] : {std::pair("own", &sides.first), std::pair("peer", &sides.second)}) {
@@ -74,7 +74,7 @@ class medians : public benchmark::BenchmarkReporter
     }
 
     const measure &from;
-    std::map<std::string, double> times, lines; /**< of a run, in microseconds, and its log lines */
+    std::map<std::string, double> times, lines; /**< of a run: microseconds, log lines */
     bool too_short = true;
     double own, peer; /**< of a thing */
     bool same_lines;

@@ -31,7 +31,7 @@ struct measure {
     std::function<std::pair<side, side>()> make;
     int repetitions = 41;
     int threads = 1;
-    bool sets_time = false; /**< the sides take their time themselves; else it is the CPU time of all threads */
+    bool sets_time = false; /**< the sides measure their time; otherwise it is the CPU time of all threads */
 };
 
 /** Adds measures when the program has started. */
@@ -45,7 +45,7 @@ struct group {
 
 void add(measure added);
 
-/** A side that repeats what setup() gives; the setting up is not timed. */
+/** A side that repeats the result of setup(), which is not timed. */
 template <typename Setup> side repeat(Setup setup)
 {
     return {[setup](benchmark::State &state) {
@@ -64,11 +64,11 @@ template <typename Setup> side repeat(Setup setup)
  */
 void add_growth(const std::string &name, size_t n, std::function<side(size_t n)> make, bool flat = false);
 
-/** What is no time, of the library and of the peer. It is judged in a smoke run too. */
+/** A measure that is not a time, of the library and of the peer. A smoke run judges it too. */
 void add_value(const std::string &name, double bound, const char *unit,
                std::function<std::pair<double, double>()> find);
 
-/** Ends the program when something that a measure rests on is not so. */
+/** Ends the program if a precondition of a measure does not hold. */
 void require(bool condition, const char *what);
 
 } // namespace bench

@@ -1,4 +1,4 @@
-/* The bytes that the library holds beside those that its data takes. */
+/* The bytes that the library holds, beside the bytes of its data. */
 
 #include "harness.h"
 #include "recording.h"
@@ -19,7 +19,7 @@ double allocated()
     return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-/** Bytes that an action leaves allocated. */
+/** Returns the bytes that an action leaves allocated. */
 double held_by(const std::function<void()> &action)
 {
     const double before = allocated();

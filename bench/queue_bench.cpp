@@ -78,7 +78,7 @@ template <typename Make> side push_and_pop(Make make, size_t length)
     });
 }
 
-/** Two threads, of which the second hands back on one queue what it takes from the other. */
+/** Two threads: the second returns on one queue the items that it takes from the other. */
 template <typename Make> side hand_over(Make make)
 {
     return {[there = make(0), back = make(0)](benchmark::State &state) {

@@ -1,6 +1,6 @@
 /*
- * What an operation of the store asks of SQLite and the log, recorded while it runs once, so that the same can be asked
- * again bare: that is the operation's peer.
+ * Records the calls of one operation of the store to SQLite and the log. Repeated bare, these calls are the operation's
+ * peer.
  */
 #ifndef ZEL_BENCH_RECORDING_H
 #define ZEL_BENCH_RECORDING_H
@@ -23,19 +23,19 @@ class recording
     recording(const recording &) = delete;
     recording &operator=(const recording &) = delete;
 
-    /** Asks the same; each answer has to be the recorded one. The texts handed out are freed by release(). */
+    /** Repeats the calls; each answer must be the recorded one. release() frees the texts handed out. */
     void replay(sqlite3 *database);
     void release();
-    /** Whether any statement was run otherwise than by steps: that is how all that change rows are run. */
+    /** Whether any statement ran without steps, as all do that change rows. */
     bool writes() const;
     /**
-     * What was asked, in its order and whatever the number of rows: "exec", "insert", for each step "row of 17", 17
-     * columns being read, or "end"; what comes several times in a row stands once. Behind it the number of statements
-     * that were run, if more than one, of the texts composed, if another, and of the copies, if more than texts read.
+     * The calls in their order: "exec", "insert", for each step "row of 17" (17 columns are read) or "end". Repetitions
+     * are written once, so the number of rows does not matter. Three numbers can follow: of the statements if it is
+     * above one, of the composed texts if it differs, of the copies if they are more than the texts read.
      */
     std::string shape() const;
 
-    /** That which is recording now; null when none is. */
+    /** The active recording, or null. */
     static inline recording *current;
 
     /* For the stand-ins of what is recorded. */

@@ -13,7 +13,7 @@
 #include <map>
 #include <memory>
 
-/* The tests' world wants their platform for this. */
+/* The tests' world needs this of their platform. */
 std::string zel_test::take_trace()
 {
     return {};
@@ -38,7 +38,7 @@ constexpr setting FEW_ROWS = {"few rows", 1.1, 41, 1, 40};
 constexpr setting MANY_ROWS = {"many rows", 1.2, 11, MANY, 40};
 constexpr setting LONG_TEXTS = {"long texts", 2.0, 11, 1, 20000};
 
-/** A file to start from again and again; there is one database open at a time. */
+/** A file that is the start of each run; one database is open at a time. */
 class world
 {
   public:
@@ -103,7 +103,7 @@ double now()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/** Seconds that the operation takes, without the reading of its arguments and the release of what it hands out. */
+/** Returns the seconds of the operation, without reading its arguments and releasing its outputs. */
 double time_of(const zel_test::call &call)
 {
     static double start, elapsed;
@@ -129,7 +129,7 @@ struct run_of {
     recording asked;
 };
 
-/** Measures what seconds() gives, from a world that is put back for each run when the operation changes it. */
+/** Measures seconds(), from a world that is restored for each run if the operation changes it. */
 side in_world(const world &in, const std::shared_ptr<run_of> &run, const std::function<double()> &seconds)
 {
     return {[&in, run, seconds](benchmark::State &state) {
@@ -143,7 +143,7 @@ side in_world(const world &in, const std::shared_ptr<run_of> &run, const std::fu
     }};
 }
 
-/** The operation's name without what all have in common. */
+/** Returns the operation's name without the common prefix. */
 std::string short_name(const zel_test::call &call)
 {
     const std::string name = call.function(), head = "_common_storage_";
@@ -170,11 +170,11 @@ void add_beside(const zel_test::call &call, const setting &with)
          .sets_time = true});
 }
 
-/** Writes what each operation asks of SQLite, and compares that with what is kept beside this source. */
+/** Writes the calls of each operation to SQLite, and compares them with the list beside this source. */
 std::pair<double, double> compare_calls()
 {
     constexpr size_t WIDTH = 120;
-    std::map<std::string, std::string> operations; // by what they ask
+    std::map<std::string, std::string> operations; // by their calls
     for (const zel_test::call &call : zel_test::operations()) {
         const run_of few(world_of(FEW_ROWS), call), many(world_of(MANY_ROWS), call);
         const double growth = many.loops / few.loops;

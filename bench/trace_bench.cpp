@@ -1,7 +1,7 @@
 /* A line of the trace when the host platform writes it. Standard error is a file meanwhile. */
 
-#include "zel_common_log/trace.h"
 #include "harness.h"
+#include "zel_common_log/trace.h"
 
 namespace bench
 {

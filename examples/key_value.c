@@ -9,7 +9,7 @@ int main(void)
     if (_common_storage_init() != ZEL_ERR_NONE ||
         _common_storage_upsert_unique_data("greeting", "Hello", NULL, NULL, NULL) != ZEL_ERR_NONE ||
         _common_storage_get_unique_data("greeting", &value, NULL, NULL, NULL) != ZEL_ERR_NONE)
-        return 1; /* the trace on standard error tells why */
+        return 1; /* the trace on standard error has the reason */
     printf("%s\n", value);
     g_free(value);
     return 0;

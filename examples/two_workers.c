@@ -1,5 +1,5 @@
 /*
- * Two workers that share one queue and work at the same time. A push wakes a worker only when the queue was empty, so
+ * Two workers that share one queue and work at the same time. A push wakes a worker only when the queue was empty. So
  * each worker passes the wake on when it leaves items in the queue. Ends with 0 if both were at work at once.
  */
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// The readers of a share, an item and a string, on any bytes at any offset with any length; the bytes are cut or
+// The readers of a share, an item and a string, on any bytes at any offset with any length. The bytes are cut or
 // repeated to that length. What is read is written again: the same bytes, unless a string was irregular. Those bytes
 // are read and written once more.
 #include "fuzz.h"
@@ -42,8 +42,8 @@ void try_reader(zel_err_e (*reader)(const void *, int, int *, Record **), auto w
     g_assert_true(start >= 0 && end > start);
     const buffer written = encode(record);
     const buffer read(bytes.begin() + start, bytes.begin() + std::min(end, length));
-    // A string with a zero in it is written up to there, one of a negative length as absent, a cut one with the length
-    // that was left.
+    // A string is written up to a zero in it. One of a negative length is written as absent, a cut one with the rest of
+    // its length.
     g_assert_cmpuint(written.size(), <=, read.size());
     if (written.size() == read.size() && end <= length) {
         const auto difference = std::mismatch(read.begin(), read.end(), written.begin()).first;
