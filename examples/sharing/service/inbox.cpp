@@ -12,16 +12,34 @@ constexpr char last_push[] = "sharingd.push";
 constexpr char log_tag[] = "SHARINGD";
 constexpr size_t largest_push = size_t{8} * 1024 * 1024;
 constexpr std::chrono::seconds long_poll(30); // longer than the server's
-constexpr unsigned int most_copies = 9;
+constexpr unsigned int most_attempts = 100; // to store a share
 
-share received_share(const std::string &token)
+/** The notification of a share tells that all its items are stored too. */
+static bool is_stored(const std::string &token)
 {
+    return surely([&] { return _common_storage_exist_push_noti(token.c_str()); });
+}
+
+/** Where the token is kept under which a share could be stored, when it is not its own. */
+static std::string token_key(const std::string &token)
+{
+    return "sharingd.token." + token;
+}
+
+share received_share(const std::string &given)
+{
+    const auto other = entry_at(token_key(given));
+    const std::string token = other ? other->value : given;
     share record;
-    // The notification tells that all items are there too.
-    if (surely([&] { return _common_storage_exist_push_noti(token.c_str()); }))
+    if (is_stored(token))
         record.reset(value_of<zel_trans_share_content_info *>(_common_storage_get_notification_data, token.c_str()));
     require(record != nullptr, ZEL_ERR_RESOURCE_DOESNT_EXIST, "There is no received share with this token.");
     return record;
+}
+
+void forget_token(const std::string &stored)
+{
+    remove_entry(token_key(stored.substr(0, stored.find('~'))));
 }
 
 /** Throws unless a message is a share that can be stored. */
@@ -41,29 +59,38 @@ static share checked(const std::string &message)
 
 /**
  * Stores a share's items, and the notification last: it makes them count. Items that a service has stored a part of
- * before it died cannot be removed, so the next attempt stores them under the token with a number.
+ * before it died can be neither completed nor removed, so the next attempt stores them under the token with a number.
  */
 static std::string store_share(zel_trans_share_content_info &record)
 {
     const std::string given = text_of(record.contents_token);
-    for (unsigned int copy = 1; copy <= most_copies; ++copy) {
-        const std::string token = given + (copy > 1 ? "~" + std::to_string(copy) : "");
-        if (surely([&] { return _common_storage_exist_push_noti(token.c_str()); }))
-            return token;
-        g_free(record.contents_token);
-        record.contents_token = g_strdup(token.c_str());
-        for (auto *item : elements_of<share_item>(record.content_info_list))
-            item->content_id = 0;
-        set_entry(last_push, {std::to_string(number_at(last_push)), {}}); // the store can be written to now
-        _common_storage_add_notification(&record);
-        share stored(value_of<zel_trans_share_content_info *>(_common_storage_get_notification_data, token.c_str()));
-        if (stored && g_list_length(stored->content_info_list) == g_list_length(record.content_info_list)) {
+    const auto count_of = [](const std::string &token) {
+        const share items(value_of<zel_trans_share_content_info *>(_common_storage_get_notification_data, token.c_str()));
+        return items ? g_list_length(items->content_info_list) : 0;
+    };
+    std::string token = given;
+    for (unsigned int attempt = 1; !is_stored(token); ++attempt) {
+        const unsigned int wanted = g_list_length(record.content_info_list);
+        const bool is_new = count_of(token) == 0;
+        if (is_new) {
+            g_free(record.contents_token);
+            record.contents_token = g_strdup(token.c_str());
+            for (auto *item : elements_of<share_item>(record.content_info_list))
+                item->content_id = 0;
+            if (attempt > 1)
+                set_entry(token_key(given), {token, {}});
+            _common_storage_add_notification(&record);
+        }
+        if (count_of(token) == wanted) {
             store(_common_storage_add_push_noti_info, token.c_str(), share_type, record.expired_time,
                   _common_util_get_current_unix_time());
-            return token;
+        } else {
+            require(attempt < most_attempts, ZEL_ERR_INTERNAL_ERROR, "The store has never taken the whole share.");
+            require(!is_new, ZEL_ERR_STORAGE_FAILURE, "The store has not taken the whole share.");
+            token = given + "~" + std::to_string(attempt + 1);
         }
     }
-    throw failure(ZEL_ERR_INTERNAL_ERROR, "The store has never taken the whole share.");
+    return token;
 }
 
 /** Stores a share, and has its thumbnails fetched. A message that comes again changes nothing. */

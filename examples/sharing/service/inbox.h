@@ -13,7 +13,10 @@ constexpr char unreadable_pushes[] = "sharingd.push.unreadable"; /**< how many p
 constexpr char share_type[] = "files";                           /**< of every stored notification */
 
 /** A received share; throws when there is none. */
-share received_share(const std::string &token);
+share received_share(const std::string &given);
+
+/** Removes what is kept under keys of a received share. */
+void forget_token(const std::string &stored);
 
 class inbox
 {

@@ -265,6 +265,18 @@ static GVariant *list_recent()
 
 /* Receiving ------------------------------------------------------------------------------------------------------- */
 
+static std::vector<std::string> received_tokens(bool only_new)
+{
+    char **tokens = nullptr;
+    unsigned int count = 0;
+    found(_common_storage_get_contents_token_list, nullptr, only_new, &tokens, &count);
+    std::vector<std::string> list(tokens, tokens + count);
+    for (unsigned int i = 0; i < count; ++i)
+        g_free(tokens[i]);
+    free(tokens); // the C library's
+    return list;
+}
+
 work requests::list_received()
 {
     struct listing {
@@ -273,19 +285,9 @@ work requests::list_received()
         array shares{"a(tbuay)"};
         size_t next = 0;
     };
-    const auto tokens_of = [](bool only_new) {
-        char **tokens = nullptr;
-        unsigned int count = 0;
-        found(_common_storage_get_contents_token_list, nullptr, only_new, &tokens, &count);
-        std::vector<std::string> list(tokens, tokens + count);
-        for (unsigned int i = 0; i < count; ++i)
-            g_free(tokens[i]);
-        free(tokens); // the C library's
-        return list;
-    };
     const auto one = std::make_shared<listing>();
-    one->unread = tokens_of(true);
-    one->tokens = tokens_of(false);
+    one->unread = received_tokens(true);
+    one->tokens = received_tokens(false);
     return [one]() -> GVariant * {
         const auto list = [&](size_t i) {
             const std::string &token = one->tokens[i];
@@ -418,6 +420,8 @@ static void forget_the_rest()
         for (const auto &file : fs::directory_iterator(folder))
             if (file.path().extension() != ".left") // see open_incoming
                 fs::remove(file.path());
+    for (const std::string &token : received_tokens(false))
+        forget_token(token);
     store(_common_storage_clear);
     remove_entry(unreadable_pushes);
     remove_entry(forgetting);
