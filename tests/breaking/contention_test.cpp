@@ -17,7 +17,7 @@ namespace
 constexpr char ACKNOWLEDGED[] = "acknowledged";
 constexpr unsigned int PROCESSES = 3, THREADS = 3, ROUNDS = 80;
 
-/// With SQLite's log nobody who reads meets a lock, nor does a single process that writes.
+/// With SQLite's log a reader never finds the store locked, nor does the only process that writes.
 struct form {
     const char *name;
     unsigned int writers; ///< processes that write and read; the others read
@@ -34,7 +34,7 @@ using StorageContention = testing::TestWithParam<form>;
 INSTANTIATE_TEST_SUITE_P(With, StorageContention, testing::ValuesIn(forms),
                          [](const auto &it) { return it.param.name; });
 
-/// What all write to the same rows: one number in each column, so that a row out of two writes would show.
+/// All workers write the same rows: one number in each column, so that a row mixed from two writes would show.
 void write_shared(unsigned int time, const form &set)
 {
     const std::string text = std::to_string(time);
@@ -77,7 +77,7 @@ void write_and_read(unsigned int worker, const form &set)
 
 } // namespace
 
-/// A row whose id was handed out twice would have the other's number, and a row that was told deleted would be there.
+/// The rows are those that were acknowledged: an id handed out twice would show, and so would a lost deletion.
 TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
 {
     const form &set = GetParam();
@@ -103,7 +103,7 @@ TEST_P(StorageContention, the_tables_hold_what_was_acknowledged)
             EXPECT_LE(calls::sleep.calls, static_cast<int>(10 * 12 * ROUNDS * THREADS));
             _exit(HasFailure());
         }
-    // Open all the time: whoever is the first at a log locks it while making its index.
+    // Stays open, for the first connection to a log locks it while it makes the index.
     EXPECT_EQ(_common_storage_init(), ZEL_ERR_NONE);
     write_shared(0, set);
     std::ofstream(signal).close();

@@ -30,9 +30,9 @@ files put(const files &all)
     return all;
 }
 
-/// What is left of these files after these changes and a cut behind the last. What was synced is, and with a journal or
-/// log its folder, as SQLite has it. Of the rest each write is kept, dropped or torn by sectors of 512 bytes, and each
-/// truncation, creation and deletion is kept or lost, whatever became of the others.
+/// The files after these changes and a power cut after the last one. Synced changes are kept, and with a journal or log
+/// also those of its folder, as SQLite assumes. Of the others each write is kept, dropped or torn by sectors of 512
+/// bytes, and each truncation, creation and deletion is kept or lost, independently of the others.
 files after_power_cut(files left, std::span<const disk_change> changes, std::mt19937 &random)
 {
     const auto luck = random() % 5; // from a disk that has written nothing on its own to one that has written all
@@ -85,14 +85,14 @@ unsigned int setting(const char *name, unsigned int otherwise)
 struct step {
     call made;
     bool in_steps;
-    rows_of_tables rows; ///< behind it
+    rows_of_tables rows; ///< after it
     size_t changes;      ///< of the disk, up to its end
 };
 
 struct StorageCrash : testing::TestWithParam<const char *> {
-    /// Makes every call of the table, one on top of the other, and keeps those that change something behind a first one
-    /// that only has the rows of before. The disk never waits for a sync: a killed process loses nothing that is in the
-    /// system's cache. The texts spill over to further pages.
+    /// Makes the calls of the table one after the other and keeps those that change rows, after a first step with the
+    /// rows of before. The disk never waits for a sync: what a killed process wrote stays in the system's cache. The
+    /// texts are so long that they take overflow pages.
     StorageCrash() : rows(ROWS, std::string(3000, 'x'))
     {
         rows.begin(std::string("PRAGMA journal_mode = ") + GetParam());
@@ -113,14 +113,14 @@ struct StorageCrash : testing::TestWithParam<const char *> {
         world::end();
         recorded_changes = nullptr;
     }
-    /// Whether these can be the rows when so many calls were acknowledged and the next is under way.
+    /// Whether these rows are possible after so many acknowledged calls, while the next one is under way.
     bool explain(size_t acknowledged, const rows_of_tables &found) const
     {
         const rows_of_tables &kept = steps[acknowledged].rows;
         const step &next = steps[std::min(acknowledged + 1, steps.size() - 1)];
         return found == kept || found == next.rows || (next.in_steps && lies_between(found, {kept, next.rows}));
     }
-    /// Interrupts the calls so many times, each time giving how many were acknowledged, and opens what is left.
+    /// Interrupts the calls so many times and opens what is left; `interrupt` returns how many calls were acknowledged.
     void survive(unsigned int wanted, bool may_undo, const std::function<size_t(std::mt19937 &)> &interrupt) const
     {
         const unsigned int seed = setting("ZEL_SEED", std::random_device()());
@@ -137,8 +137,8 @@ struct StorageCrash : testing::TestWithParam<const char *> {
             in_flight += !is_undone && found != steps[acknowledged].rows;
             undone += is_undone;
         }
-        std::cout << done << " times, " << journals << " with a journal left behind, " << in_flight
-                  << " behind a write that was not acknowledged any more, " << undone << " undid the last statement\n";
+        std::cout << done << " times, " << journals << " with a journal left, " << in_flight
+                  << " after a write that was not acknowledged, " << undone << " undid the last statement\n";
     }
 
     const world rows;

@@ -1,5 +1,5 @@
-// Each call of the disk and each allocation made to fail, one after the other, under every operation of the store.
-// The short form takes every few allocations; with ZEL_ALL_FAULTS set, all of them.
+// Every call of the disk and every allocation fails once, one after the other, in every operation of the store. Only
+// every few allocations do unless ZEL_ALL_FAULTS is set.
 #include "operations.h"
 
 #include <algorithm>
@@ -28,7 +28,7 @@ const kind_of_fault kinds[] = {
     {"all allocations of SQLite from one on", {SQLITE_MEMORY, true}, 23, true},
 };
 
-/// What is handed out besides, with success, when a step between others fails: it is the absence of a row.
+/// Successes although a step in the middle failed, whose row counts as absent.
 const std::map<std::string, std::set<std::string>> answers_of_absence = {
     {"get_recent_receiver_group_list", {"0. - 0"}},
     {"check_all_file_completed_by_req_id", {"0. 0"}},
@@ -42,8 +42,8 @@ INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](co
 
 } // namespace
 
-/// Every operation of a section with the first, second, third ... opportunity to fail taken, until there is no further
-/// one: what comes of it has come of some trouble in the table. A full disk is no reason to try again.
+/// Every operation of a family with a fault at its first, second, third ... opportunity, until there is none left: the
+/// outcome is one that the table lists. A full disk is not retried.
 TEST_P(StorageFaults, meet)
 {
     calls::sleep.answer(0, INT_MAX);
@@ -82,11 +82,11 @@ TEST_P(StorageFaults, meet)
     }
     for (const auto &[name, times] : injected) {
         std::cout << name << ": " << times << "\n";
-        EXPECT_TRUE(times == 0 || failures[name] > 0) << "no " << name << " was felt";
+        EXPECT_TRUE(times == 0 || failures[name] > 0) << "no " << name << " had an effect";
     }
 }
 
-TEST(StorageCreation, what_was_not_created_is_created_next_time)
+TEST(StorageCreation, a_failed_creation_is_completed_by_the_next_start)
 {
     std::set<rows_of_tables> created;
     bool happened = true;

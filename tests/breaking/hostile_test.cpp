@@ -1,4 +1,4 @@
-// Texts, rows and files that nobody would hand to the store on purpose.
+// Hostile texts, rows of other shapes, and files that are damaged, foreign or missing.
 #include "operations.h"
 
 #include <random>
@@ -8,8 +8,8 @@ using namespace zel_test;
 namespace
 {
 
-/// Opens the store, if it lets itself be opened, and calls every operation: each reports one of the codes that the
-/// store's operations know. Gives the number of successes.
+/// Opens the store, if it can be opened, and calls every operation: each returns one of the codes of the store's
+/// operations. Returns the number of successes.
 int successes()
 {
     _common_storage_init();
@@ -39,7 +39,7 @@ const std::string long_text = "long" + std::string(100 * 1024, '\'');
 
 } // namespace
 
-/// All texts of the rows and the calls begin with a hostile one: answers and rows are the same behind it.
+/// Every text of the rows and the calls begins with a hostile one; outputs and rows are the same after it.
 TEST(StorageHostile, texts_are_stored_and_returned_unchanged)
 {
     const auto usual = effects(world(FIRST_ROWS));
@@ -55,7 +55,7 @@ TEST(StorageHostile, texts_are_stored_and_returned_unchanged)
     }
 }
 
-/// As other programs may leave them, one table at a time; no matter which answers they get.
+/// Tables as other programs may leave them, one at a time, whatever the outputs are.
 TEST(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
 {
     const world rows(ROWS);
@@ -85,8 +85,8 @@ TEST(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
     }
 }
 
-/// Without the folder every operation tells what it tells when each of its statements fails.
-TEST(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
+/// Without the folder every operation returns what it returns when each of its statements fails.
+TEST(StorageFiles, a_missing_file_is_created_and_a_missing_folder_is_not)
 {
     const world rows(ROWS);
     const auto failed = effects(rows, {STATEMENT_TEXT, true});
@@ -97,7 +97,7 @@ TEST(StorageFiles, what_is_missing_is_made_anew_but_for_the_folder)
         SCOPED_TRACE(made.text);
         const outcome now = attempt(made);
         EXPECT_EQ(now.brief, failed[i++].brief);
-        EXPECT_EQ(count(now.lines, ":  query"), 0) << "nothing is asked of no database";
+        EXPECT_EQ(count(now.lines, ":  query"), 0) << "no statement runs without a database";
         EXPECT_GT(count(now.lines, "sqlite3_open error(14)") + // an insert opens nothing
                       count(now.lines, "Invalid Param or sqlite handle is NULL"),
                   0)
