@@ -19,7 +19,7 @@
 #include <unistd.h>
 
 struct app_control_s {
-    const char *app_id; /**< stored behind the record, in the same block */
+    const char *app_id; /**< stored after the record, in the same block */
 };
 
 namespace
@@ -44,7 +44,7 @@ class stderr_guard
   public:
     stderr_guard()
     {
-        // A thread cancelled while it writes would leave standard error locked for good.
+        // A thread cancelled while it writes would leave standard error locked for ever.
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
         flockfile(stderr);
     }
@@ -308,7 +308,7 @@ class message
         }
     }
 
-    static constexpr size_t MOST_COLOURS = 16; // of a format; those behind them are left out
+    static constexpr size_t MOST_COLOURS = 16; // of a format; later ones are left out
     colour colours[MOST_COLOURS];
     size_t colour_count = 0;
 
@@ -440,7 +440,7 @@ size_t escape(const character &shown, char *to)
 }
 constexpr size_t LONGEST_ESCAPE = sizeof "\\u{12345}";
 
-/** The journal cuts lines of more than 48 KiB, and what is behind the cut loses its level: part and backslash fit. */
+/** The journal cuts lines of more than 48 KiB, and the rest after the cut loses its level: part and backslash fit. */
 constexpr size_t JOURNAL_PART = 48 * 1024 - 2;
 
 /** What follows the prefix: the text escaped, with its colours, and for the journal in parts. */
@@ -598,7 +598,7 @@ int print_line(const prefix &before, message &said)
     const bool is_short = before.length + length <= JOURNAL_PART || !before.is_for_journal();
     if (is_short && said.colour_count == 0 && harmless_length(text, length) == length) {
         text[length] = '\n';
-        const stderr_guard guard; // the clock is read behind it, so that the lines stand in the order of their times
+        const stderr_guard guard; // the clock is read after it, so that the lines stand in the order of their times
         output to = {line, before.length + length + 1};
         before.put(to);
         to.used = to.total = to.size;

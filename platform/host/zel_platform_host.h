@@ -17,9 +17,9 @@
  * colours (ESC [ ... m, the first 16 of it), arguments are not. Colours are left out unless standard error is a
  * terminal.
  *
- * When JOURNAL_STREAM in the environment holds device and inode of standard error, as systemd sets it, the line begins
- * with the journal's level (<3>) and has no time. What is too long for the journal is written in parts, all of them
- * with the prefix: a part that goes on ends with a single backslash, the next one's message begins with one.
+ * systemd sets JOURNAL_STREAM to the device and inode of standard error. If they match, the line begins with the
+ * journal's level (<3>) and has no time. A line that is too long for the journal is written in parts, each with the
+ * prefix: an unfinished part ends with a single backslash, and the message of the next part begins with one.
  *
  * Each thread looks once a second where standard error leads. ZEL_HOST_LOG in the environment names the lowest priority
  * that is written: verbose (all lines, as without the variable), debug, info, warn, error, fatal or silent (none). For
