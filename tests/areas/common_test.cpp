@@ -11,7 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <fstream>
-#include <set>
+#include <map>
 #include <sstream>
 #include <sys/stat.h>
 #include <thread>
@@ -34,15 +34,15 @@ void make_file(const std::string &path, const std::string &content = "")
 
 TEST(Codes, clients_get_codes_of_their_own)
 {
-    // The internal codes of each client code, from 0 to -22. All others give -100.
-    const std::set<int> internal_codes[] = {
-        {0, 7, 33}, {1},  {2}, {3, 13}, {4},  {5},  {6}, {8}, {9},  {10, 28, 29, 30}, {11}, {12}, {},
-        {16},       {26}, {},  {31},    {45}, {44}, {},  {},  {46}, {20, 42}};
+    // Internal codes with their client codes. All others give -100.
+    const std::map<int, int> client_codes = {
+        {0, 0},   {1, -1},  {2, -2},   {3, -3},   {4, -4},   {5, -5},   {6, -6},   {7, 0},    {8, -7},
+        {9, -8},  {10, -9}, {11, -10}, {12, -11}, {13, -3},  {16, -13}, {20, -22}, {26, -14}, {28, -9},
+        {29, -9}, {30, -9}, {31, -16}, {33, 0},   {42, -22}, {44, -18}, {45, -17}, {46, -21}};
     for (int code = -1; code < 60; ++code) {
-        int expected = -100;
-        for (int i = 0; i < std::ssize(internal_codes); ++i)
-            expected = internal_codes[i].contains(code) ? -i : expected;
-        EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)), expected) << code;
+        const auto found = client_codes.find(code);
+        EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)),
+                  found == client_codes.end() ? -100 : found->second);
         expect_lines(printed("_common_util_convert_service_error_to_client_error: Debug: err [%d]\n", code));
     }
 }
