@@ -1,6 +1,4 @@
-# What cmake --install puts in place. Its components become the Debian packages that cpack makes (packages.cmake):
-# runtime the library, platform that of an ordinary Linux, development what it takes to build against both, tools what
-# looks into a store.
+# What cmake --install puts in place, of which the component runtime goes to a device. debian/ makes packages of it.
 include(CMakePackageConfigHelpers)
 
 set(cmake_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/zel_common)
@@ -17,8 +15,7 @@ if(ZEL_HOST_PLATFORM)
   install(
     TARGETS zel_platform zel_platform_static
     EXPORT zel_common
-    LIBRARY COMPONENT platform NAMELINK_COMPONENT development
-    ARCHIVE COMPONENT development
+    LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
     INCLUDES
     DESTINATION ${header_folder})
 else()
@@ -31,45 +28,36 @@ install(
   TARGETS zel_common zel_common_static zel_platform_seam
   EXPORT zel_common
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
-  ARCHIVE COMPONENT development
   INCLUDES
   DESTINATION ${header_folder})
-install(
-  FILES ${headers}
-  DESTINATION ${header_folder}
-  COMPONENT development)
+install(FILES ${headers} DESTINATION ${header_folder})
 if(TARGET zel-store)
-  install(TARGETS zel-store RUNTIME COMPONENT tools)
+  install(TARGETS zel-store RUNTIME COMPONENT runtime)
   install(
     FILES tools/zel_store/zel-store.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-    COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(
     FILES tools/zel_store/zel-store.bash
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
-    RENAME zel-store
-    COMPONENT tools)
+    RENAME zel-store)
 endif()
 # For programs that link statically: the shared library does not export it.
 install(
   FILES src/zel_common_request/share_encoding.h
   DESTINATION ${header_folder}
-  RENAME zel_common_share_encoding.h
-  COMPONENT development)
+  RENAME zel_common_share_encoding.h)
 install(
   EXPORT zel_common
   NAMESPACE zel_common::
   FILE zel_common-targets.cmake
-  DESTINATION ${cmake_package_folder}
-  COMPONENT development)
+  DESTINATION ${cmake_package_folder})
 
 configure_package_config_file(cmake/zel_common-config.cmake.in ${PROJECT_BINARY_DIR}/zel_common-config.cmake
                               INSTALL_DESTINATION ${cmake_package_folder})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/zel_common-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(
   FILES ${PROJECT_BINARY_DIR}/zel_common-config.cmake ${PROJECT_BINARY_DIR}/zel_common-config-version.cmake
-  DESTINATION ${cmake_package_folder}
-  COMPONENT development)
+  DESTINATION ${cmake_package_folder})
 
 # The prefix is found from where the file lies, so that an installed tree can be moved.
 file(RELATIVE_PATH ZEL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
@@ -77,8 +65,7 @@ string(REGEX REPLACE "/$" "" ZEL_PC_PREFIX ${ZEL_PC_PREFIX})
 configure_file(cmake/zel-common.pc.in ${PROJECT_BINARY_DIR}/zel-common.pc @ONLY)
 install(
   FILES ${PROJECT_BINARY_DIR}/zel-common.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-  COMPONENT development)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # The library's pages are found by the header's name and by that of each operation.
 if(ZEL_BUILD_MAN)
@@ -95,12 +82,13 @@ if(ZEL_BUILD_MAN)
   install(
     DIRECTORY ${PROJECT_BINARY_DIR}/man/man/man3
     DESTINATION ${CMAKE_INSTALL_MANDIR}
-    COMPONENT development
     FILES_MATCHING
     REGEX "/(_common|__|zel_common|zel_platform|zel_service_log|dlog_print)[^/]*\\.3$")
 endif()
 
-# Debian's tools find architecture and dependencies of a package only where it is for the machine itself.
-if(NOT CMAKE_CROSSCOMPILING)
-  include(cmake/packages.cmake)
-endif()
+# The headers name these pages, and the pages one another.
+install(FILES README.md CHANGELOG.md TYPE DOC)
+file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
+install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES platform/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/platform)
+install(DIRECTORY examples TYPE DOC)
