@@ -3,6 +3,19 @@
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
 
+# show_status: passes ninja's status lines on to a terminal, each over the one before; without a terminal nothing.
+show_status() {
+    if [[ ! -t 2 ]]; then
+        cat >/dev/null
+        return
+    fi
+    local line
+    while IFS= read -r line; do
+        [[ $line != \[* ]] || printf '\r\033[K%.79s' "$line" >&2
+    done
+    printf '\r\033[K' >&2
+}
+
 # build_preset PRESET: configures the preset of that name and builds it, quietly unless something fails.
 build_preset() {
     local folder=build/$1
@@ -11,7 +24,8 @@ build_preset() {
         return 1
     fi
     echo "Building in $folder" >&2
-    if ! { cmake --preset "$1" && cmake --build --preset "$1" --parallel "$(nproc)"; } >"$folder/build.log" 2>&1; then
+    if ! { cmake --preset "$1" && cmake --build --preset "$1" --parallel "$(nproc)"; } 2>&1 |
+        tee "$folder/build.log" | show_status; then
         cat "$folder/build.log" >&2
         return 1
     fi
