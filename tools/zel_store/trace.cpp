@@ -20,14 +20,19 @@ constexpr char NO_THREADS[] = "The lines carry no thread ids, so lines of severa
 std::string advice_for(const std::string &text, int code)
 {
     static const std::vector<texts> reasons = matches(R"((?m)^\| (\d[\d, ]*) \| (.*) \| (.*) \|$)", LOG_MD);
-    static const std::vector<texts> troubles = matches(R"((?m)^\| (`.*) \| (.*) \|$)", LOG_MD);
+    static const std::vector<texts> troubles = [] {
+        std::vector<texts> beginnings; // with the advice
+        for (const texts &row : matches(R"((?m)^\| (`.*) \| (.*) \|$)", LOG_MD))
+            for (const texts &beginning : matches("`(.*?)(?:\\.\\.\\..*?)?`", row[1]))
+                beginnings.push_back({beginning[1], row[2]});
+        return beginnings;
+    }();
     for (const texts &row : reasons)
         if ((", " + row[1] + ",").find(", " + std::to_string(code) + ",") != std::string::npos)
             return row[2] + ": " + row[3];
     for (const texts &row : troubles)
-        for (const texts &beginning : matches("`(.*?)(?:\\.\\.\\..*?)?`", row[1]))
-            if (text.starts_with(beginning[1]))
-                return row[2];
+        if (text.starts_with(row[0]))
+            return row[1];
     return "the header of the operation tells its results";
 }
 

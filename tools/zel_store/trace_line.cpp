@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,7 +13,6 @@ namespace
 {
 
 constexpr std::string_view TAG = "QUILLO_COMMON";
-constexpr std::string_view MONTHS = "JanFebMarAprMayJunJulAugSepOctNovDec";
 constexpr size_t LONGEST_NAME = 200;
 
 bool is_digit(char letter)
@@ -37,13 +37,12 @@ struct cursor {
     bool take(std::string_view text)
     {
         const bool is_next = rest.starts_with(text);
-        if (is_next)
-            rest.remove_prefix(text.size());
+        rest.remove_prefix(is_next ? text.size() : 0);
         return is_next;
     }
-    std::string_view take_all(bool (*is_wanted)(char), size_t most = std::string_view::npos)
+    template <typename Letters> std::string_view take_all(Letters are_wanted, size_t most = std::string_view::npos)
     {
-        const auto end = std::find_if_not(rest.begin(), rest.begin() + std::min(most, rest.size()), is_wanted);
+        const auto end = std::find_if_not(rest.begin(), rest.begin() + std::min(most, rest.size()), are_wanted);
         const std::string_view taken = rest.substr(0, static_cast<size_t>(end - rest.begin()));
         rest.remove_prefix(taken.size());
         return taken;
@@ -52,106 +51,54 @@ struct cursor {
     {
         return !take_all([](char letter) { return letter == ' '; }).empty();
     }
-    /** A number of so many digits. */
-    template <typename Number> bool take_number(Number &number, size_t least, size_t most)
+    template <typename Number> bool take_number(Number &number, size_t most)
     {
         const std::string_view digits = take_all(is_digit, most);
-        const char *const digits_end = digits.data() + digits.size();
-        return digits.size() >= least && std::from_chars(digits.data(), digits_end, number).ec == std::errc();
+        return std::from_chars(digits.data(), digits.data() + digits.size(), number).ec == std::errc();
     }
 };
 
-/** 2026-11-25, 11-25 or Nov 25. */
-bool take_date(cursor &at, std::chrono::sys_days &date)
-{
-    int year = 1970;
-    unsigned int month = 0;
-    unsigned int day = 0;
-    const size_t name = MONTHS.find(at.rest.substr(0, 3));
-    if (at.rest.size() > 3 && name != std::string_view::npos && name % 3 == 0) {
-        month = static_cast<unsigned int>(name / 3 + 1);
-        at.rest.remove_prefix(3);
-        if (!at.take_blanks() || !at.take_number(day, 1, 2))
-            return false;
-    } else {
-        if (at.rest.size() > 4 && at.rest[4] == '-' && !(at.take_number(year, 4, 4) && at.take("-")))
-            return false;
-        if (!at.take_number(month, 2, 2) || !at.take("-") || !at.take_number(day, 2, 2))
-            return false;
-    }
-    const std::chrono::year_month_day found{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
-    date = found;
-    return found.ok();
-}
-
-/** The part of a second, in microseconds. */
-bool take_fraction(cursor &at, long long &microseconds)
-{
-    if (!at.take(".") && !at.take(","))
-        return false;
-    const std::string_view digits = at.take_all(is_digit, 6);
-    for (size_t i = 0; i < 6; ++i)
-        microseconds = microseconds * 10 + (i < digits.size() ? digits[i] - '0' : 0);
-    return !digits.empty();
-}
-
-/** A date and a time of day, with a zone if there is one. Whole seconds would measure nothing, they are no time. */
+/** A date and a time of day. One of whole seconds would measure nothing: it is taken, but is no time. */
 bool take_stamp(cursor &at, std::optional<long long> &time)
 {
-    cursor rest = at;
-    std::chrono::sys_days date;
-    int hours = 0;
-    int minutes = 0;
-    int seconds = 0;
-    if (!take_date(rest, date) || !(rest.take("T") || rest.take_blanks()) || !rest.take_number(hours, 2, 2) ||
-        !rest.take(":") || !rest.take_number(minutes, 2, 2) || !rest.take(":") || !rest.take_number(seconds, 2, 2))
-        return false;
-    long long microseconds = 0;
-    const bool is_exact = take_fraction(rest, microseconds);
-    const bool is_east = rest.rest.starts_with('+');
-    int zone_hours = 0;
-    int zone_minutes = 0;
-    if (!rest.take("Z") && (rest.take("+") || rest.take("-"))) {
-        if (!rest.take_number(zone_hours, 2, 2))
+    const std::string start(at.rest.substr(0, 64)); // strptime wants an end
+    for (const char *const form : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%m-%d %H:%M:%S", "%b %d %H:%M:%S"}) {
+        std::tm second = {};
+        second.tm_year = 70;
+        const char *const end = strptime(start.c_str(), form, &second);
+        if (!end)
+            continue;
+        cursor rest{at.rest.substr(static_cast<size_t>(end - start.c_str()))};
+        std::string fraction(rest.take(".") || rest.take(",") ? rest.take_all(is_digit, 6) : "");
+        const char *const zone = start.c_str() + (at.rest.size() - rest.rest.size());
+        const char *const zone_end = is_digit(*zone) || *zone == ' ' ? zone : strptime(zone, "%z", &second);
+        if (!zone_end)
             return false;
-        rest.take(":");
-        if (!rest.take_number(zone_minutes, 2, 2))
+        rest.rest.remove_prefix(static_cast<size_t>(zone_end - zone));
+        if (!rest.take_blanks())
             return false;
-    }
-    if (!rest.take_blanks())
-        return false;
-    minutes -= (is_east ? 1 : -1) * (zone_hours * 60 + zone_minutes);
-    if (is_exact)
-        time = ((date.time_since_epoch().count() * 24LL + hours) * 60 + minutes) * 60'000'000 + seconds * 1'000'000LL +
-               microseconds;
-    at = rest;
-    return true;
-}
-
-/** The level that a line for the journal begins with. */
-void take_level(cursor &at)
-{
-    if (at.rest.size() > 2 && at.rest[0] == '<' && is_digit(at.rest[1]) && at.rest[2] == '>')
-        at.rest.remove_prefix(3);
-}
-
-/** Host, program and its process, as the system's log puts them in front: "host service[12]: ". */
-bool take_sender(cursor &at, bool has_stamp)
-{
-    for (const bool has_host : {true, false}) {
-        cursor rest = at;
-        unsigned int process = 0;
-        if (has_host && (rest.take_all(is_of_host).empty() || !rest.take_blanks()))
-            continue;
-        if (rest.take_all(is_of_host).empty())
-            continue;
-        const bool has_process = rest.take("[") && rest.take_number(process, 1, 9) && rest.take("]");
-        if (!rest.take(": ") || (!has_process && !(has_host && has_stamp)))
-            continue;
+        if (!fraction.empty()) {
+            fraction.resize(6, '0');
+            const long long east = second.tm_gmtoff;
+            time = (timegm(&second) - east) * 1'000'000LL + std::strtol(fraction.c_str(), nullptr, 10);
+        }
         at = rest;
         return true;
     }
     return false;
+}
+
+/** Host, program and process, as the system's log puts them behind the time: "host service[12]: ". */
+bool take_sender(cursor &at)
+{
+    cursor rest = at;
+    unsigned int process = 0;
+    rest.take_all(is_of_host);
+    if (rest.take_blanks())
+        rest.take_all(is_of_host);
+    const bool is_sender = rest.take("[") && rest.take_number(process, 9) && rest.take("]: ");
+    at = is_sender ? rest : at;
+    return is_sender;
 }
 
 /** "I/NAME: ", "I NAME: ", "I/NAME( 12): ". The library's may stand without a letter. */
@@ -185,31 +132,23 @@ bool take_tag(cursor &at, std::string_view &tag, bool &is_host_form)
 /** What comes behind the time and the sender: thread, tag and "function(line): text". */
 owner take_message(cursor at, trace_line &line)
 {
-    line.thread.reset();
-    for (int i = 0; i < 2; ++i) { // the thread is the last: some platforms write the process in front of it
-        cursor rest = at;
-        unsigned long long number = 0;
-        if (!rest.take_number(number, 1, 19) || !rest.take_blanks())
-            break;
-        line.thread = number;
-        at = rest;
-    }
+    unsigned long long number = 0;
+    for (cursor rest = at; rest.take_number(number, 19) && rest.take_blanks(); at = rest)
+        line.thread = number; // the last one: some platforms write the process in front of it
     std::string_view tag;
     bool is_host_form = false;
     line.is_tagged = take_tag(at, tag, is_host_form);
+    line.is_escaped = is_host_form && line.thread;
     if (line.is_tagged && tag != TAG)
         return owner::OTHER_TAG;
-    line.is_escaped = is_host_form && line.thread;
-    const owner not_found = line.is_tagged ? owner::OTHER_TAG : owner::UNKNOWN;
     if (line.is_escaped && at.take("\\")) {
         line.body = at.rest;
         return owner::CONTINUATION;
     }
-    unsigned int source_line = 0;
     line.function = at.take_all(is_of_name, LONGEST_NAME);
-    if (line.function.empty() || is_digit(line.function[0]) || !at.take("(") || !at.take_number(source_line, 1, 9) ||
+    if (line.function.empty() || is_digit(line.function[0]) || !at.take("(") || !at.take_number(number, 9) ||
         !at.take("): "))
-        return not_found;
+        return line.is_tagged ? owner::OTHER_TAG : owner::UNKNOWN;
     at.take(" ");
     line.body = at.rest;
     return owner::LIBRARY;
@@ -224,7 +163,7 @@ void classify(trace_line &line)
     if (at.take("failed to execute [")) {
         const size_t end = at.rest.rfind("], err["); // the last one is the library's, others may stand in the text
         cursor number{at.rest.substr(std::min(end, at.rest.size()))};
-        if (number.take("], err[") && number.take_number(line.code, 1, 9)) {
+        if (number.take("], err[") && number.take_number(line.code, 9)) {
             line.what = step::REFUSAL;
             line.text = at.rest.substr(0, end);
             return;
@@ -239,7 +178,7 @@ void classify(trace_line &line)
     } else if (at.take("query [") || at.take("query[")) {
         line.what = step::STATEMENT;
         line.text = at.rest.substr(0, at.rest.rfind(']'));
-    } else if (at.take("sqlite3_finalize = [") && at.take_number(line.code, 1, 9) && line.code != 0) {
+    } else if (at.take("sqlite3_finalize = [") && at.take_number(line.code, 9) && line.code != 0) {
         line.what = step::BROKEN_READ;
     }
 }
@@ -284,14 +223,12 @@ trace_line parsed(std::string_view text)
 {
     trace_line line;
     cursor at{text};
-    take_level(at);
+    if (text.size() > 2 && text[0] == '<' && is_digit(text[1]) && text[2] == '>') // the level, for the journal
+        at.rest.remove_prefix(3);
     const bool has_stamp = take_stamp(at, line.time);
+    if (has_stamp && take_sender(at))
+        take_stamp(at, line.time); // of a platform that does not know the journal
     line.whose = take_message(at, line);
-    if (line.whose == owner::UNKNOWN && take_sender(at, has_stamp)) {
-        take_level(at);
-        take_stamp(at, line.time);
-        line.whose = take_message(at, line);
-    }
     if (line.whose == owner::LIBRARY)
         classify(line);
     return line;
@@ -300,39 +237,31 @@ trace_line parsed(std::string_view text)
 std::string unescaped(std::string_view text)
 {
     std::string plain;
-    plain.reserve(text.size());
-    while (!text.empty()) {
-        const size_t backslash = std::min(text.find('\\'), text.size());
-        plain += text.substr(0, backslash);
-        cursor at{text.substr(backslash)};
-        unsigned int number = 0;
-        const std::string_view digits = at.rest.substr(std::min<size_t>(2, at.rest.size()), 2);
-        const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number, 16);
+    unsigned int number = 0;
+    for (cursor at{text}; !at.rest.empty();) {
+        plain += at.take_all([](char letter) { return letter != '\\'; });
+        const cursor escape = at;
+        const auto take_hexadecimal = [&](size_t most) {
+            const std::string_view digits = at.take_all([](char letter) { return g_ascii_isxdigit(letter); }, most);
+            std::from_chars(digits.data(), digits.data() + digits.size(), number, 16);
+            return !digits.empty();
+        };
         if (at.take("\\\\")) {
             plain += '\\';
         } else if (at.take("\\n")) {
             plain += '\n';
         } else if (at.take("\\r")) {
             plain += '\r';
-        } else if (digits.size() == 2 && read.ptr == digits.data() + 2 && at.take("\\x")) {
+        } else if (at.take("\\x") && take_hexadecimal(2)) {
             plain += static_cast<char>(number);
-            at.rest.remove_prefix(2);
-        } else if (at.take("\\u{")) {
-            const std::string_view hexadecimal = at.rest.substr(0, 6);
-            const char *const last = hexadecimal.data() + hexadecimal.size();
-            const char *const end = std::from_chars(hexadecimal.data(), last, number, 16).ptr;
+        } else if (at.take("\\u{") && take_hexadecimal(6) && at.take("}") && g_unichar_validate(number)) {
             char letter[6];
-            if (end < last && *end == '}' && g_unichar_validate(number)) {
-                plain.append(letter, static_cast<size_t>(g_unichar_to_utf8(number, letter)));
-                at.rest.remove_prefix(static_cast<size_t>(end + 1 - hexadecimal.data()));
-            } else {
-                plain += "\\u{";
-            }
-        } else if (!at.rest.empty()) {
-            plain += at.rest[0];
-            at.rest.remove_prefix(1);
+            plain.append(letter, static_cast<size_t>(g_unichar_to_utf8(number, letter)));
+        } else { // no escape, but an old trace
+            at = escape;
+            plain += at.rest.substr(0, 1);
+            at.rest.remove_prefix(std::min<size_t>(1, at.rest.size()));
         }
-        text = at.rest;
     }
     return plain;
 }

@@ -59,8 +59,7 @@ size_t trace_sums::operation_of(std::string_view name)
 /** Takes a call as going on up to a line: the statements in front of it are its own. */
 void trace_sums::extend(call &one, size_t last, std::optional<long long> end)
 {
-    for (const auto &[by, count] : std::exchange(one.statements, {}))
-        operations[one.operation].statements += count;
+    operations[one.operation].statements += std::exchange(one.statements, 0);
     one.last = last;
     one.end = end;
 }
@@ -73,12 +72,7 @@ void trace_sums::end_call(thread &of, calls &among, calls::iterator ended)
     if (__builtin_add_overflow(its.total_us, us, &its.total_us)) // of times that somebody made up
         its.total_us = std::numeric_limits<long long>::max();
     its.longest_us = std::max(its.longest_us, us);
-    // Statements behind its last line are of the call around it, if there is one.
-    const bool has_caller = ended != among.begin();
-    if (has_caller && std::prev(ended)->statements.size() < ended->statements.size())
-        std::prev(ended)->statements.swap(ended->statements);
-    for (const auto &[by, count] : ended->statements)
-        (has_caller ? std::prev(ended)->statements[by] : operations[by].statements) += count;
+    (ended == among.begin() ? its.statements : std::prev(ended)->statements) += ended->statements;
     if (on_call)
         on_call(*ended);
     of.open.erase(ended->operation);
@@ -171,7 +165,7 @@ void trace_sums::add(const trace_line &line)
     if (line.what == step::BEGIN) {
         if (known != its.open.end()) // it was rejected, or called itself
             end_call(its, among, known->second);
-        among.push_back({line.thread, who, lines, lines, line.time, line.time, {}});
+        among.push_back({line.thread, who, lines, lines, line.time, line.time});
         its.open[who] = std::prev(among.end());
         ++kept;
     } else if (known != its.open.end()) {
@@ -188,10 +182,7 @@ void trace_sums::add(const trace_line &line)
 
     outcome_of_statement &step_now = its.latest;
     if (line.what == step::STATEMENT) {
-        if (its.operations.empty())
-            ++operations[who].statements;
-        else
-            ++its.operations.back().statements[who];
+        ++(its.operations.empty() ? operations[who].statements : its.operations.back().statements);
         step_now.statement = cut(line.text, LONGEST_STATEMENT);
         step_now.is_escaped = line.is_escaped;
     } else if (line.what == step::REFUSAL) {

@@ -31,7 +31,8 @@ struct call {
     size_t operation;
     size_t first, last; /**< line, counting the library's only */
     std::optional<long long> begin, end;
-    std::map<size_t, long long> statements; /**< in it since its last line, by the operation that has run them */
+    long long statements =
+        0; /**< since its last line: its own if it writes one more, else those of the call around it */
 
     long long us() const; /**< 0 when it is not known */
 };
