@@ -148,9 +148,7 @@ class shares::posted final : public exchange
     }
     std::optional<reply> answer() override
     {
-        g_autofree char *own =
-            g_compute_checksum_for_string(G_CHECKSUM_MD5, body_.data(), static_cast<gssize>(body_.size()));
-        return wants_body() ? all_.issue(key_.empty() ? own : key_, body_) : refuse(413, "A share has 4 MiB at most.");
+        return wants_body() ? all_.issue(key_, body_) : refuse(413, "A share has 4 MiB at most.");
     }
 
   private:
@@ -245,8 +243,6 @@ std::unique_ptr<exchange> shares::open(const request &asked, connection &line)
 {
     if (asked.path == "/shares" && asked.method == "POST") {
         const std::string key = asked.header("Share-Key");
-        if (key.empty())
-            return std::make_unique<posted>(*this, key, line);
         if (!g_regex_match_simple("^[0-9a-f]{32}$", key.c_str(), {}, G_REGEX_MATCH_NOTEMPTY))
             return settled(line, refuse(400, "A share has a Share-Key of 32 hexadecimal digits."));
         return std::make_unique<posted>(*this, key, line);
