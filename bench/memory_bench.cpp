@@ -93,7 +93,8 @@ std::pair<double, double> weigh_list()
 /** Opens a store that exists; the bare connection asks what the library asks of it. */
 std::pair<double, double> weigh_store()
 {
-    recording asked(open_store);
+    recording asked;
+    asked.record(open_store);
     close_store();
     sqlite3 *bare = nullptr;
     const double peer = held_by([&] {

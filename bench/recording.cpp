@@ -35,7 +35,7 @@ static int read_row_id(void *, int, char **values, char **)
     return values[0] ? 0 : 1;
 }
 
-recording::recording(const std::function<void()> &action)
+void recording::record(const std::function<void()> &action)
 {
     current = this;
     action();
@@ -68,7 +68,6 @@ void recording::note_composed(const char *format, va_list arguments)
     }
     require(values.size() <= ARGUMENTS, "a text of more arguments than are passed on");
     values.resize(ARGUMENTS);
-    ++texts;
     note([text = std::string(format), values](recording &it) {
         it.composed.push_back(compose(text.c_str(), values.data()));
     });
@@ -89,31 +88,6 @@ void recording::release()
     for (char *each : copies)
         g_free(each);
     copies.clear();
-}
-
-bool recording::writes() const
-{
-    return std::any_of(parts.begin(), parts.end(),
-                       [](const auto &part) { return part.first == "exec" || part.first == "insert"; });
-}
-
-std::string recording::shape() const
-{
-    std::string all;
-    int statements_run = static_cast<int>(statements.size());
-    for (size_t i = 0; i < parts.size(); ++i) {
-        const auto &[part, columns] = parts[i];
-        statements_run += part == "exec" || part == "insert";
-        if (i == 0 || parts[i] != parts[i - 1])
-            all += (i ? ", " : "") + part + (part == "row of " ? std::to_string(columns) : "");
-    }
-    const auto behind = [&](bool said, const char *what, int count) {
-        all += said ? what + std::to_string(count) : "";
-    };
-    behind(statements_run > 1, ", statements: ", statements_run);
-    behind(texts != statements_run, ", texts: ", texts);
-    behind(surplus_copies > 0, ", surplus copies: ", surplus_copies);
-    return all;
 }
 
 } // namespace bench
@@ -142,7 +116,7 @@ int __wrap_sqlite3_exec(sqlite3 *database, const char *text, int (*callback)(voi
                         char **message)
 {
     if (recording::current) {
-        recording::current->parts.emplace_back(callback ? "insert" : "exec", 0);
+        recording::current->writes = true;
         recording::current->note(
             [again = std::string(text), row_id = callback ? bench::read_row_id : nullptr](recording &it) {
                 sqlite3_exec(it.database, again.c_str(), row_id, nullptr, nullptr);
@@ -166,7 +140,7 @@ int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *text, int length, s
     return result;
 }
 
-#define OF_STATEMENT(name, part)                                                                                       \
+#define OF_STATEMENT(name)                                                                                             \
     decltype(sqlite3_##name) __real_sqlite3_##name;                                                                    \
     int __wrap_sqlite3_##name(sqlite3_stmt *statement)                                                                 \
     {                                                                                                                  \
@@ -175,21 +149,18 @@ int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *text, int length, s
             recording::current->note([i = recording::current->index_of(statement), result](recording &it) {            \
                 require(sqlite3_##name(it.statements[i]) == result, "another answer than the recorded one");           \
             });                                                                                                        \
-            part;                                                                                                      \
         }                                                                                                              \
         return result;                                                                                                 \
     }
-OF_STATEMENT(step, recording::current->parts.emplace_back(result == SQLITE_ROW ? "row of " : "end", 0))
-OF_STATEMENT(reset, )
-OF_STATEMENT(finalize, )
+OF_STATEMENT(step)
+OF_STATEMENT(reset)
+OF_STATEMENT(finalize)
 
 #define OF_COLUMN(name, use)                                                                                           \
     decltype(sqlite3_##name) __real_sqlite3_##name;                                                                    \
     decltype(sqlite3_##name(nullptr, 0)) __wrap_sqlite3_##name(sqlite3_stmt *statement, int column)                    \
     {                                                                                                                  \
         if (recording::current) {                                                                                      \
-            recording::current->surplus_copies -= std::string_view(#name) == "column_text";                            \
-            ++recording::current->parts.back().second;                                                                 \
             recording::current->note([i = recording::current->index_of(statement), column](recording &it) {            \
                 const auto value = sqlite3_##name(it.statements[i], column);                                           \
                 use;                                                                                                   \
@@ -204,10 +175,8 @@ OF_COLUMN(column_text, it.read = reinterpret_cast<const char *>(value))
 char *__real_g_strdup(const char *text);
 char *__wrap_g_strdup(const char *text)
 {
-    if (recording::current) {
-        ++recording::current->surplus_copies;
+    if (recording::current)
         recording::current->note([](recording &it) { it.copies.push_back(g_strdup(it.read)); });
-    }
     return __real_g_strdup(text);
 }
 

@@ -6,6 +6,7 @@
 #include "call.h"
 #include "harness.h"
 #include "recording.h"
+#include "table.h"
 #include "world.h"
 
 #include <ctime>
@@ -106,26 +107,24 @@ double now()
 /** Returns the seconds of the operation, without reading its arguments and releasing its outputs. */
 double time_of(const zel_test::call &call)
 {
-    static double start, elapsed;
-    zel_test::at_call = [](bool begins) { begins ? void(start = now()) : void(elapsed = now() - start); };
-    call();
-    zel_test::at_call = [](bool) {};
-    return elapsed;
+    zel_test::prepared_call prepared(call);
+    const double start = now();
+    prepared.run();
+    const double time = now() - start;
+    prepared.take_result();
+    return time;
 }
 
 /** One run of an operation. */
 struct run_of {
     run_of(const world &in, const zel_test::call &call)
-        : asked((in.open(), [&] {
-              // Counts the virtual machine's loops.
-              sqlite3_progress_handler(
-                  _g_sqlite_handle, 1, [](void *count) { return ++*static_cast<double *>(count), 0; }, &loops);
-              time_of(call);
-          }))
     {
+        in.open();
+        zel_test::prepared_call prepared(call);
+        asked.record([&] { prepared.run(); });
+        prepared.take_result();
         world::close();
     }
-    double loops = 0;
     recording asked;
 };
 
@@ -135,7 +134,7 @@ side in_world(const world &in, const std::shared_ptr<run_of> &run, const std::fu
     return {[&in, run, seconds](benchmark::State &state) {
         in.open();
         for (auto _ : state) {
-            if (run->asked.writes())
+            if (run->asked.writes)
                 in.open();
             state.SetIterationTime(seconds());
         }
@@ -170,35 +169,8 @@ void add_beside(const zel_test::call &call, const setting &with)
          .sets_time = true});
 }
 
-/** Writes the calls of each operation to SQLite, and compares them with the list beside this source. */
-std::pair<double, double> compare_calls()
-{
-    constexpr size_t WIDTH = 120;
-    std::map<std::string, std::string> operations; // by their calls
-    for (const zel_test::call &call : zel_test::operations()) {
-        const run_of few(world_of(FEW_ROWS), call), many(world_of(MANY_ROWS), call);
-        const double growth = many.loops / few.loops;
-        std::string asked = few.asked.shape();
-        if (const std::string other = many.asked.shape(); other != asked)
-            asked += " (many rows: " + other + ")";
-        asked += growth < 2 ? "" : growth < MANY + MANY / 10 ? ", passes by all rows" : ", GROWS FASTER THAN THE ROWS";
-        std::string &entry = operations.try_emplace(asked, asked + ":").first->second;
-        const std::string name = short_name(call);
-        const size_t line = entry.size() - (entry.rfind('\n') + 1);
-        entry += (line + 1 + name.size() > WIDTH ? "\n    " : " ") + name;
-    }
-    const std::string file = ZEL_BENCH_BUILD "/store_calls.txt";
-    std::ofstream out(file);
-    for (const auto &[asked, entry] : operations)
-        out << entry << "\n";
-    out.close();
-    const int differ = std::system(("diff -u " ZEL_BENCH_SOURCE "/store_calls.txt " + file).c_str());
-    return {1 + (differ != 0), 1};
-}
-
 const group measures([] {
-    add_value("store: lists of what each operation asks / store_calls.txt", 1, "", compare_calls);
-    for (const zel_test::call &call : zel_test::operations()) {
+    for (const zel_test::call &call : zel_test::first_calls()) {
         for (const setting *with : {&FEW_ROWS, &MANY_ROWS, &LONG_TEXTS})
             add_beside(call, *with);
     }

@@ -31,11 +31,14 @@ build_preset() {
     fi
 }
 
-# run_tests PRESET [CTEST-OPTION...]: builds the preset and runs its tests in parallel.
+# run_tests PRESET [CTEST-OPTION...]: builds the preset and runs its tests in parallel; without options, the calls of the
+# store by family instead of by operation.
 run_tests() {
+    local options=("${@:2}")
+    [[ $# -gt 1 ]] || options=(--label-exclude operation)
     build_preset "$1"
     mkdir -p "build/$1/tmp"
-    TMPDIR=$PWD/build/$1/tmp ctest --preset "$1" --parallel "$(nproc)" "${@:2}"
+    TMPDIR=$PWD/build/$1/tmp ctest --preset "$1" --parallel "$(nproc)" "${options[@]}"
 }
 
 # library_version: as the public header has it.

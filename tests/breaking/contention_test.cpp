@@ -3,7 +3,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -49,11 +48,10 @@ void write_shared(unsigned int time, const form &set)
 void read_shared(const form &set)
 {
     for (const char *question : {"get_folder_info shared & & & & &", "get_unique_data shared & & & &"}) {
-        const told found = call(question)();
+        const result found = call(question)();
         EXPECT_TRUE(found.code == ZEL_ERR_NONE || !set.has_log) << question << " " << found.code;
-        std::istringstream words(found.outputs);
-        const std::set<std::string> all{std::istream_iterator<std::string>(words), {}};
-        EXPECT_TRUE(all.size() == 1 || found.code != ZEL_ERR_NONE) << found.outputs;
+        const std::set<std::string> all(found.outputs.begin(), found.outputs.end());
+        EXPECT_TRUE(all.size() == 1 || found.code != ZEL_ERR_NONE) << found.words();
     }
 }
 

@@ -100,7 +100,7 @@ struct StorageCrash : testing::TestWithParam<const char *> {
         world::end();
         first = {{std::filesystem::canonical(database_file), content_of(database_file)}};
         recorded_changes = &made;
-        std::vector<call> calls = operations();
+        std::vector<call> calls = first_calls();
         calls.insert(calls.begin(), steps[0].made); // opens it as a service does
         for (const call &made_now : calls) {
             const std::string lines = attempt(made_now).lines;

@@ -38,7 +38,7 @@ const std::map<std::string, std::set<std::string>> answers_of_absence = {
 };
 
 using StorageFaults = testing::TestWithParam<std::string>;
-INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(sections), [](const auto &it) { return it.param; });
+INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(families), [](const auto &it) { return it.param; });
 
 } // namespace
 
@@ -49,12 +49,12 @@ TEST_P(StorageFaults, meet)
     calls::sleep.answer(0, INT_MAX);
     const world rows(ROWS);
     std::map<std::string, int> injected, failures;
-    for (const table_line &line : table_of(GetParam())) {
+    for (const table_entry &line : read_table(GetParam())) {
         if (!line.is_first || line.made.name.starts_with("__execute"))
             continue;
-        const std::vector<trouble> known = tell(rows, line);
+        const std::vector<fault_case> known = run_with_faults(rows, line);
         std::vector<rows_of_tables> states;
-        for (const trouble &each : known)
+        for (const fault_case &each : known)
             states.push_back(*each.met.rows);
         const bool in_steps = has_steps(known[0].met.lines);
         for (const kind_of_fault &it : kinds) {
@@ -63,12 +63,12 @@ TEST_P(StorageFaults, meet)
             for (int nth = 1 + injected[it.name] % stride; has_met_fault && !HasFailure(); nth += stride) {
                 SCOPED_TRACE(line.made.text + ": " + it.name + " " + std::to_string(nth));
                 const int slept = calls::sleep.calls;
-                const outcome now = meet(rows, line.made, {"", it.plan, nth, it.warm});
+                const outcome now = run_in(rows, line.made, {line.given, it.plan, nth, it.warm});
                 has_met_fault = now.has_met_fault;
                 injected[it.name] += has_met_fault;
                 failures[it.name] += now.brief != known[0].met.brief;
                 EXPECT_TRUE(it.plan.code == SQLITE_BUSY || calls::sleep.calls == slept);
-                const auto explains = [&](const trouble &each) {
+                const auto explains = [&](const fault_case &each) {
                     return each.met.brief == now.brief &&
                            (in_steps ? lies_between(*now.rows, states) : each.met.changed == now.changed);
                 };

@@ -14,8 +14,8 @@ int successes()
 {
     _common_storage_init();
     int successes = 0;
-    for (const call &made : operations()) {
-        const int code = attempt(made).answer.code;
+    for (const call &made : first_calls()) {
+        const int code = attempt(made).code;
         EXPECT_TRUE(code == ZEL_ERR_NONE || code == ZEL_ERR_INVALID_ARG || code == ZEL_ERR_RESOURCE_DOESNT_EXIST ||
                     code == ZEL_ERR_STORAGE_FAILURE || code == ZEL_ERR_STORAGE_NO_RECORDS ||
                     code == ZEL_ERR_STORAGE_INIT_FAILURE || made.name == "get_batch_count") // whose code is a count
@@ -30,8 +30,8 @@ int successes()
 std::vector<outcome> effects(const world &rows, const fault_plan &plan = {})
 {
     std::vector<outcome> all;
-    for (const call &made : operations())
-        all.push_back(meet(rows, made, {"", plan}));
+    for (const call &made : first_calls())
+        all.push_back(run_in(rows, made, {"", plan}));
     return all;
 }
 
@@ -50,8 +50,8 @@ TEST(StorageHostile, texts_are_stored_and_returned_unchanged)
         const auto now = effects(world(FIRST_ROWS, text));
         for (size_t i = 0; i < now.size(); ++i)
             EXPECT_TRUE((now[i].brief == usual[i].brief && *now[i].rows == *usual[i].rows) ||
-                        operations()[i].name == "check_table_exist") // of a name that no text is put in front of
-                << operations()[i].text << ":" << now[i].brief << " with " << text.substr(0, 40);
+                        first_calls()[i].name == "check_table_exist") // of a name that no text is put in front of
+                << first_calls()[i].text << ":" << now[i].brief << " with " << text.substr(0, 40);
     }
 }
 
@@ -93,7 +93,7 @@ TEST(StorageFiles, a_missing_file_is_created_and_a_missing_folder_is_not)
     std::filesystem::remove_all(ZEL_APPS_ROOT);
     EXPECT_EQ(_common_storage_init(), ZEL_ERR_STORAGE_INIT_FAILURE);
     EXPECT_EQ(count(take_trace(), "sqlite3_open error - 14"), 1);
-    for (size_t i = 0; const call &made : operations()) {
+    for (size_t i = 0; const call &made : first_calls()) {
         SCOPED_TRACE(made.text);
         const outcome now = attempt(made);
         EXPECT_EQ(now.brief, failed[i++].brief);

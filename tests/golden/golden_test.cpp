@@ -42,8 +42,8 @@ TEST(Golden, a_store_is_read)
          {"get_unique_data evt_access_token & & & &", "get_folder_info family & & & & &",
           "get_received_time_push_noti t1 &", "get_notification_data t1 &", "get_sync_content_info_by_sync_id 1 &",
           "get_upload_data 7 &", "is_recent_receiver_list_exist (44,7704,13,0) 1 & &false"}) {
-        const told answer = call(text)();
-        all += std::to_string(answer.code) + answer.outputs + "\n";
+        const result met = call(text)();
+        all += std::to_string(met.code) + met.words() + "\n";
     }
     EXPECT_EQ(all,
               "0 it's r0 \"\" r2\n"
@@ -52,6 +52,6 @@ TEST(Golden, a_store_is_read)
               "0 (t1,\"a share\",NULL,+447700,+447701,+447702,1800000000000,0,[(1,http://s/o,http://s/t,http://s/m,"
               "http://s/b,na\xc3\xafve's.jpg,image/jpeg,t1,3,0,4000000000)],1)\n"
               "0 (1,1,1,1,7,1,2,40,65536,2,1700000000,t7,http://s/7,/th,one,/files/one,key)\n"
-              "0 (7,5000000000,2,1800000000003,1795599840,t7,2,[/files/one,/files/two],[(44,7703,12,0)])\n"
+              "0 (7,5000000000,2,1800000000003,1795599840,t7,2,[/files/one, /files/two],1,[(44,7703,12,0)])\n"
               "0 1 1\n");
 }

@@ -1,27 +1,21 @@
-// Calls of the store's operations, written as text, and the table of them, storage/operations/.
+// Calls of the store's operations, written as text.
 #ifndef ZEL_TESTS_CALL_H
 #define ZEL_TESTS_CALL_H
 
-#include <set>
+#include "value.h"
+
 #include <string>
 #include <vector>
 
 namespace zel_test
 {
 
-/// Stands in front of every text that a call is given, and is taken out of all that is shown.
-inline std::string prefix;
-std::string without_prefix(std::string text);
-/// A text as calls are written: in quotation marks if it is empty or holds blanks.
-std::string shown(const char *text);
-
-/// Told when an operation itself begins and ends, its arguments being read already: for whoever takes its time.
-inline void (*at_call)(bool begins) = [](bool) {};
-
-/// How a call went.
-struct told {
+/// What an operation returns and hands out.
+struct result {
     int code = 0;
-    std::string outputs; ///< a word for each, in their order; "-" for one that was left alone
+    std::vector<std::string> outputs; ///< a word for each, in their order; "-" for one that was left alone
+    /// Each output after a blank; nothing when all were left alone.
+    std::string words() const;
 };
 
 /// An operation's name without its common head, then a word for each argument: a number, a text, NULL, "&" for an
@@ -29,8 +23,11 @@ struct told {
 /// have commas between them, and those of further records follow ("*" for none); parentheses are for the reader.
 struct call {
     explicit call(const std::string &given);
+    /// Why it cannot be made; empty if it can.
+    std::string mistake() const;
     /// Reads the arguments, calls, and releases what is handed out.
-    told operator()() const;
+    result operator()() const;
+    bool takes_number(size_t argument) const;
     /// The operation's name in full.
     std::string function() const;
 
@@ -38,21 +35,41 @@ struct call {
     std::vector<std::string> arguments;
 };
 
-/// The parts of the table, a file each.
-inline const std::string sections[] = {"database",  "key_value",       "received_shares",
-                                       "transfers", "transfer_counts", "transfer_lists",
-                                       "uploads",   "upload_reports",  "recent_receivers"};
-struct table_line {
-    std::string text; ///< as it stands there; of a line that is no call there is nothing more
-    call made;
-    std::string given; ///< statements that are run before it; "shut;" in front: the store is closed
-    bool is_first;     ///< of its operation in the world as it is
+/// How an operation takes one of its arguments.
+struct parameter {
+    const type *of;
+    bool is_output; ///< the argument points to a value of that type
 };
-std::vector<table_line> table_of(const std::string &section);
-/// The first call of each operation but the executors, and the one that asks nothing of an open store.
-std::vector<call> operations();
-/// The names of all there are.
-std::set<std::string> operation_names();
+struct operation {
+    const char *name;
+    bool returns_code; ///< a zel_err_e; else whether it returned something else than 0 counts
+    void (*function)();
+    int (*run)(void (*function)(), const slot *arguments);
+    std::vector<parameter> (*parameters)();
+};
+
+/// A call with its arguments read.
+class prepared_call
+{
+  public:
+    explicit prepared_call(const call &given);
+    void run();
+    /// To be asked once, after the run: releases what was read and handed out.
+    result take_result();
+
+  private:
+    struct argument {
+        parameter how;
+        std::string word;
+        slot value, before;               ///< of an output, what it points to
+        std::vector<std::string> members; ///< before the call, of an input
+    };
+    const operation &operation_;
+    std::vector<argument> arguments_;
+    int returned_ = 0;
+};
+
+std::vector<std::string> operation_names();
 
 } // namespace zel_test
 

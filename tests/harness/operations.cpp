@@ -1,7 +1,7 @@
 #include "operations.h"
 
 #include <algorithm>
-#include <cctype>
+
 #include <utility>
 
 namespace zel_test
@@ -11,17 +11,33 @@ outcome attempt(const call &made)
 {
     take_trace();
     const int slept = calls::sleep.calls;
-    outcome now{made(), take_trace(), ""};
-    const std::string &lines = now.lines = without_addresses(now.lines);
+    const result returned = made();
+    outcome now{returned.code, without_addresses(take_trace()), ""};
+    const std::string &lines = now.lines;
     const bool has_ended = count(lines, made.function() + ":  \033[0;36mEND <<<<") > 0;
-    now.brief = std::to_string(now.answer.code) + (has_ended ? "." : "") + now.answer.outputs;
-    EXPECT_TRUE(now.answer.code == ZEL_ERR_NONE || now.answer.code == ZEL_ERR_STORAGE_NO_RECORDS ||
-                made.name == "get_batch_count" || count(lines, "* Critical *") > 0 ||
-                count(lines, "group count is 0") > 0)
+    now.brief = std::to_string(now.code) + (has_ended ? "." : "") + returned.words();
+    EXPECT_TRUE(now.code == ZEL_ERR_NONE || now.code == ZEL_ERR_STORAGE_NO_RECORDS || made.name == "get_batch_count" ||
+                count(lines, "* Critical *") > 0 || count(lines, "group count is 0") > 0)
         << lines;
     EXPECT_EQ(calls::sleep.calls - slept, 10 * count(lines, "Retried for 10 times - returning"));
-    EXPECT_EQ(disk_sleeps, 0) << "besides, somebody waited for a lock";
+    EXPECT_EQ(disk_sleeps, 0) << "somebody else waited for a lock too";
     return now;
+}
+
+/// A transfer that is handed out as it is stored is shown as its row: all its members but the type have a column.
+static std::string with_rows_for_transfers(std::string words, const rows_of_tables &stored)
+{
+    constexpr size_t CONTENT_TYPE = 12;
+    for (const auto &[key, row] : stored) {
+        if (std::get<0>(key) != "content_info_status")
+            continue;
+        std::string members;
+        for (size_t i = 0; i < row.size(); ++i)
+            members += i == CONTENT_TYPE ? "" : (i ? "," : "") + row[i];
+        if (const size_t at = words.find("(" + members + ")"); at != std::string::npos)
+            words.replace(at, members.size() + 2, "row " + row[0]);
+    }
+    return words;
 }
 
 bool has_steps(const std::string &lines)
@@ -29,62 +45,80 @@ bool has_steps(const std::string &lines)
     return count(lines, ":  query [") > 1;
 }
 
-outcome meet(const world &in, const call &made, const circumstances &with)
+outcome run_in(const world &rows, const call &made, const circumstances &with)
 {
-    in.begin(with.given, with.warm);
-    const auto before = in.rows();
-    outcome met;
+    rows.begin(with.given, with.warm);
+    const auto before = rows.rows();
+    outcome now;
     {
         const fault planned(with.plan, with.nth);
-        met = attempt(made);
-        met.has_met_fault = fault::happened();
+        now = attempt(made);
+        now.has_met_fault = fault::happened();
     }
-    met.before = before;
-    met.rows = in.rows();
-    met.changed = changes(*before, *met.rows);
+    now.is_locked = with.plan.code == SQLITE_BUSY;
+    now.before = before;
+    now.rows = rows.rows();
+    now.brief = with_rows_for_transfers(now.brief, *before);
+    now.changed = changes(*before, *now.rows);
     world::end();
-    return met;
+    return now;
 }
 
-std::vector<trouble> tell(const world &rows, const table_line &line)
+std::vector<fault_case> run_with_faults(const world &rows, const table_entry &entry)
 {
-    std::vector<trouble> all;
-    const auto add = [&](const std::string &name, const call &made, const circumstances &with) {
-        all.push_back({name, meet(rows, made, with)});
+    std::vector<fault_case> all;
+    const auto add = [&](const std::string &kind, const std::string &which, const call &made,
+                         const circumstances &with) {
+        all.push_back({kind, which, run_in(rows, made, with)});
     };
-    add("as usual", line.made, {line.given});
+    const call &made = entry.made;
+    add("as usual", "", made, {entry.given});
     const outcome usual = all[0].met;
-    call other = line.made;
-    for (std::string &word : other.arguments) {
+    // A number can be 0 and -1; that is a case when it is refused.
+    const auto add_if_refused = [&](const std::string &kind, const std::string &which, const call &other) {
+        add(kind, which, other, {entry.given});
+        if (all.back().met.code == usual.code)
+            all.pop_back();
+    };
+    call other = made;
+    for (size_t i = 0; i < other.arguments.size(); ++i) {
+        std::string &word = other.arguments[i];
         const std::string given = std::exchange(word, "NULL");
-        if (given != "NULL" && given != "0" && other.name != "is_recent_receiver_list_exist") // which wants them all
-            add("without " + given, other, {line.given});
+        const bool is_alone = std::count(made.arguments.begin(), made.arguments.end(), given) == 1;
+        const std::string which =
+            given[0] == '(' ? "()" : shown(given.c_str()) + (is_alone ? "" : std::to_string(i + 1));
+        if (given != "NULL" && made.name != "is_recent_receiver_list_exist") { // which wants them all
+            if (made.takes_number(i))
+                add_if_refused("with 0 for", which, other);
+            else
+                add("without", which, other, {entry.given});
+        }
         word = given;
     }
-    if (!other.arguments.empty() && std::isdigit(other.arguments[0][0])) {
+    if (!other.arguments.empty() && made.takes_number(0)) {
         other.arguments[0] = "-1";
-        add("with -1", other, {line.given});
+        add_if_refused("with", "-1", other);
     }
-    add("busy", line.made, {line.given, {DISK_LOCK, true, SQLITE_BUSY}, 1, true});
-    for (const auto &[kind, statement] : {std::pair("none ", "; DELETE FROM "), std::pair("gone ", "; DROP TABLE ")})
-        for (const auto &[key, columns] : *usual.before)
-            if (const auto &[table, length, id] = key;
-                length == 0 && usual.lines.find("'" + table + "'") != std::string::npos)
-                add(kind + table, line.made, {line.given + statement + table});
-    if (!line.given.starts_with("shut;"))
-        add("shut", line.made, {"shut;" + line.given});
-    for (const auto &[kind, planned] : {std::pair("text ", STATEMENT_TEXT), std::pair("memory ", LIBRARY_MEMORY)}) {
-        const auto first = std::ssize(all);
+    add("busy", "", made, {entry.given, {DISK_LOCK, true, SQLITE_BUSY}, 1, true});
+    std::vector<std::string> tables; // that it asks for
+    for (const auto &[key, columns] : *usual.before)
+        if (const auto &[table, length, id] = key; length == 0 && count(usual.lines, "'" + table + "'") > 0)
+            tables.push_back(table);
+    for (const std::string &table : tables)
+        if (count(usual.lines, "DELETE FROM '" + table + "'") == 0) // which then has nothing to delete
+            add("no row", "in " + table, made, {entry.given + "; DELETE FROM " + table});
+    for (const std::string &table : tables)
+        add("no table", table, made, {entry.given + "; DROP TABLE " + table});
+    if (!entry.given.starts_with("closed;"))
+        add("closed", "", made, {"closed;" + entry.given});
+    for (const auto &[kind, planned] :
+         {std::pair("no memory for text", STATEMENT_TEXT), std::pair("no memory for block", LIBRARY_MEMORY)})
         for (int nth = 1; nth <= 10; ++nth) {
-            const outcome met = meet(rows, line.made, {line.given, {planned}, nth});
+            const outcome met = run_in(rows, made, {entry.given, {planned}, nth});
             if (!met.has_met_fault)
                 break;
-            all.push_back({kind + std::to_string(nth), met});
+            all.push_back({kind, std::to_string(nth), met});
         }
-        // In an order that does not depend on which argument a compiler looks at first.
-        std::sort(all.begin() + first, all.end(),
-                  [](const auto &one, const auto &other) { return one.met.lines < other.met.lines; });
-    }
     return all;
 }
 

@@ -1,9 +1,9 @@
-// What is told of each call of the table.
+// A call in the world of the tests, as usual and with each fault that it can meet.
 #ifndef ZEL_TESTS_OPERATIONS_H
 #define ZEL_TESTS_OPERATIONS_H
 
-#include "call.h"
 #include "disk.h"
+#include "table.h"
 #include "world.h"
 
 #include <memory>
@@ -14,12 +14,12 @@ namespace zel_test
 {
 
 struct outcome {
-    told answer;
+    int code;
     std::string lines;
-    std::string brief; ///< the code, with a dot behind it when the operation wrote its End line, and the outputs
-    /* What meet looks at besides. */
-    bool has_met_fault = false;
-    std::shared_ptr<const rows_of_tables> before = {}, rows = {}; ///< and behind it
+    std::string brief; ///< the code, followed by a dot when the operation wrote its End line, and the outputs
+    /* Of a call in a world of its own: */
+    bool is_locked = false, has_met_fault = false;
+    std::shared_ptr<const rows_of_tables> before = {}, rows = {}; ///< and after it
     std::string changed = {};
 };
 
@@ -29,7 +29,7 @@ outcome attempt(const call &made);
 /// Whether it ran several statements, of which some may have been carried out on a failure.
 bool has_steps(const std::string &lines);
 
-/// What a call meets.
+/// The circumstances of a call.
 struct circumstances {
     std::string given = {}; ///< as in the table
     fault_plan plan = {};
@@ -37,14 +37,15 @@ struct circumstances {
     bool warm = false; ///< the store knows its tables: else a lock meets the reading of the schema
 };
 /// A call in a world of its own, and what became of the rows.
-outcome meet(const world &in, const call &made, const circumstances &with = {});
+outcome run_in(const world &rows, const call &made, const circumstances &with = {});
 
-struct trouble {
-    std::string name; ///< a kind, and which one
+/// A call with a fault: a kind, and which one of that kind.
+struct fault_case {
+    std::string kind, which;
     outcome met;
 };
-/// The call as it is usually, and under each trouble that it can meet.
-std::vector<trouble> tell(const world &rows, const table_line &line);
+/// The call as usual, and with each fault that it can meet.
+std::vector<fault_case> run_with_faults(const world &rows, const table_entry &entry);
 
 } // namespace zel_test
 

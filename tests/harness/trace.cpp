@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <map>
 #include <sstream>
-#include <vector>
 
 namespace zel_test
 {
@@ -35,12 +34,6 @@ bool is_in(const char *names, const std::string &function)
     return std::string(names).find(" " + function + " ") != std::string::npos;
 }
 
-struct log_line {
-    std::string function; ///< empty for a line of the test's own, or of no known kind
-    std::string kind;
-    std::string text;
-};
-
 log_line parse(const std::string &line)
 {
     static const struct {
@@ -63,15 +56,6 @@ log_line parse(const std::string &line)
     return {"", "", line};
 }
 
-std::vector<log_line> parse_all(const std::string &trace)
-{
-    std::vector<log_line> all;
-    std::istringstream in(trace);
-    for (std::string line; std::getline(in, line);)
-        all.push_back(parse(line));
-    return all;
-}
-
 std::string joined(const std::vector<log_line> &lines)
 {
     std::string all, function;
@@ -92,6 +76,15 @@ void expect(const std::string &expected, const std::string &met, const char *fil
 }
 
 } // namespace
+
+std::vector<log_line> parse_all(const std::string &trace)
+{
+    std::vector<log_line> all;
+    std::istringstream in(trace);
+    for (std::string line; std::getline(in, line);)
+        all.push_back(parse(line));
+    return all;
+}
 
 std::string lines_of(const std::string &trace)
 {

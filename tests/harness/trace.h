@@ -9,9 +9,17 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace zel_test
 {
+
+struct log_line {
+    std::string function; ///< empty for a line of the test's own, or of no known kind
+    std::string kind;     ///< Begin, End, Critical, Warning, Info, Plain or Debug
+    std::string text;
+};
+std::vector<log_line> parse_all(const std::string &trace);
 
 /// The lines of a trace as "function: Kind: text", or as "    Kind: text" below another one of the same function.
 ///

@@ -14,34 +14,6 @@ namespace zel_test
 namespace
 {
 
-/// The columns that conditions look at, by table.
-const std::pair<std::string, std::string> looked_at[] = {
-    {"push_noti_info", "contents_token type read_noti expired_time"},
-    {"content_info", "contents_token original thumbnail big_thumbnail mid_thumbnail downloaded expired_time"},
-    {"content_info_status", "sync_type status content_id req_id fail_retry_count sent_time"},
-    {"recent_receiver_group", "index_value"},
-    {"recent_receiver_details", "group_id"},
-    {"upload_request_data", "req_id status contents_token app_type expired_time"},
-    {"contact_details", "req_id"},
-    {"unique_data", "key"},
-    {"folder_info", "group_id"},
-};
-
-void add_decoys(raw_database &raw)
-{
-    for (const auto &[table, columns] : looked_at) {
-        const std::string last = raw.value("SELECT max(rowid) FROM " + table);
-        std::istringstream names(columns);
-        for (std::string name; names >> name;) {
-            const std::string other = "iif(type = 'TEXT', '''x'' || ', '1000 + ') || name";
-            raw.run("INSERT INTO " + table + " SELECT " +
-                    raw.value("SELECT group_concat(iif(name = '" + name + "', " + other +
-                              ", iif(pk, 'NULL', name))) FROM pragma_table_info('" + table + "')") +
-                    " FROM " + table + " WHERE rowid <= " + last);
-        }
-    }
-}
-
 /// In front of every text but those that the library knows by name.
 void add_prefix(raw_database &raw)
 {
@@ -139,11 +111,9 @@ void furnish(world_size size)
 {
     raw_database raw;
     raw.run(content_of(ZEL_TEST_WORLD));
-    if (size == DECOYS)
-        add_decoys(raw);
-    for (const auto &[table, columns] : looked_at)
-        if (size == FIRST_ROWS)
-            raw.run("DELETE FROM " + table + " WHERE rowid > 1");
+    if (size == FIRST_ROWS)
+        for (const auto &table : raw.rows("SELECT name FROM sqlite_master WHERE name NOT LIKE 'sqlite%'"))
+            raw.run("DELETE FROM " + table[0] + " WHERE rowid > 1");
     if (!prefix.empty())
         add_prefix(raw);
 }
@@ -161,10 +131,10 @@ world::world(world_size size, const std::string &front)
 
 void world::begin(const std::string &given, bool warm) const
 {
-    const bool is_shut = given.starts_with("shut;");
+    const bool is_closed = given.starts_with("closed;");
     put_file(first_.bytes);
-    raw_database().run(given.substr(is_shut ? 5 : 0));
-    EXPECT_TRUE(is_shut || __execute_query(warm ? "SELECT * FROM sqlite_master" : ""));
+    raw_database().run(given.substr(is_closed ? 7 : 0));
+    EXPECT_TRUE(is_closed || __execute_query(warm ? "SELECT * FROM sqlite_master" : ""));
     take_trace();
 }
 

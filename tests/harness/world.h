@@ -54,7 +54,6 @@ bool lies_between(const rows_of_tables &now, const std::vector<rows_of_tables> &
 enum world_size {
     FIRST_ROWS, ///< one in each table
     ROWS,
-    DECOYS, ///< and for each row and each column that some condition looks at, one that differs in that column only
 };
 /// Fills the tables, with the prefix in front of each text.
 void furnish(world_size size);
@@ -66,7 +65,7 @@ class world
     /// Makes the file, with this in front of every text from now on. Leaves the store closed.
     explicit world(world_size size, const std::string &front = "");
     /// Puts the file back, runs a statement text, and has the library open the store as in a new process: it knows
-    /// nothing of the schema unless warm. With "shut;" in front of the text the store stays closed.
+    /// nothing of the schema unless warm. With "closed;" in front of the text the store stays closed.
     void begin(const std::string &given = "", bool warm = false) const;
     /// What is stored now, which is read if the file is neither as it was put back nor as it was the last time.
     std::shared_ptr<const rows_of_tables> rows() const;

@@ -1,78 +1,184 @@
-// Each call of operations/ on the small world: what it told is what stands there. What it tells now lies in the same
-// form in build/*/tests/told, to be read against the headers and copied here.
+// Each call of operations/ in the small world: its outcome, and its outcome with each fault, is what stands there.
+#include "diff.h"
 #include "operations.h"
+#include "rules.h"
 
+#include <algorithm>
 #include <climits>
-#include <cstring>
-#include <fstream>
-#include <glib.h>
 #include <set>
-#include <sstream>
 
 using namespace zel_test;
 
 namespace
 {
 
-/// The words, the long ones shortened until there is room for all, or else without the last ones.
-std::string brief(const std::string &words, size_t room)
+/// The faults of one outcome: "no row in a or in b, busy". A kind stands alone when it always has that outcome.
+std::string names_of(const std::vector<const fault_case *> &faults, const std::vector<fault_case> &all)
 {
-    std::string all;
-    size_t longest = 40;
-    do {
-        all.clear();
-        std::istringstream in(words);
-        for (std::string word; in >> word;)
-            all += " " + (word.size() > longest ? word.replace(longest / 2, word.size() - longest + 3, "...") : word);
-    } while (all.size() > room && --longest >= 20);
-    return all.size() > room ? all.substr(0, room - 3) + "..." : all;
+    std::string names, kind;
+    for (const fault_case *it : faults) {
+        const auto is_like = [&](const fault_case &other) { return other.kind == it->kind; };
+        const auto is_like_here = [&](const fault_case *other) { return other->kind == it->kind; };
+        const bool is_alone =
+            it->kind.starts_with("no ") &&
+            std::count_if(all.begin(), all.end(), is_like) == std::count_if(faults.begin(), faults.end(), is_like_here);
+        if (it->kind == kind && is_alone)
+            continue;
+        names += it->kind == kind ? " or" : (names.empty() ? "" : ", ") + it->kind;
+        names += is_alone || it->which.empty() ? "" : " " + it->which;
+        kind = it->kind;
+    }
+    return names;
 }
 
-/// The call's line; README.md says how it reads. The checksum is of all that was told, in full.
-std::string line_of(const table_line &line, const std::vector<trouble> &told, std::string &full)
+/// A call with its outcomes as they stand in the table. A fault that makes no difference is left out.
+struct rendered {
+    std::string text;
+    std::vector<std::string> broken_rules;
+};
+rendered render(const world &rows, const table_entry &entry)
 {
-    full = line.given + "\n" + line.made.text + "\n";
-    for (const auto &[name, met] : told)
-        full += name + ": " + met.brief + met.changed + "\n" + met.lines;
-    char checksum[] = " #......";
-    std::snprintf(checksum, sizeof checksum, " #%06x", g_str_hash(full.c_str()) & 0xffffff);
+    std::vector<fault_case> all;
+    if (entry.is_first)
+        all = run_with_faults(rows, entry);
+    else
+        all.push_back({"as usual", "", run_in(rows, entry.made, {entry.given})});
 
-    std::string asked = line.made.text + "->";
-    const auto width = [&] { return asked.size() - (asked.rfind('\n') + 1) + strlen(checksum); };
-    if (width() > 98) // below a long call there is more room
-        asked += "\n   ";
-    return asked + brief(told[0].met.brief + told[0].met.changed, 120 - width()) + checksum;
+    rendered result;
+    struct group {
+        std::string outcome, shown;
+        std::vector<const fault_case *> faults;
+    };
+    std::vector<group> groups;
+    std::vector<own_line> usual;
+    for (const fault_case &it : all) {
+        const trace_report trace = read_trace(it.met.lines, entry.made, it.met.is_locked);
+        for (const std::string &rule : trace.broken_rules)
+            result.broken_rules.push_back(it.kind + " " + it.which + ": " + rule);
+        const std::string outcome = it.met.brief + it.met.changed;
+        const group now{outcome + shown(trace.own_lines), outcome + shown(trace.own_lines, usual), {}};
+        if (groups.empty())
+            usual = trace.own_lines;
+        auto known =
+            std::find_if(groups.begin(), groups.end(), [&](const group &one) { return one.outcome == now.outcome; });
+        if (known == groups.end())
+            known = groups.insert(groups.end(), now);
+        known->faults.push_back(&it);
+    }
+    result.text = wrapped(entry.made.text + " -> " + groups[0].shown);
+    for (size_t i = 1; i < groups.size(); ++i)
+        result.text += "\n" + wrapped("    " + names_of(groups[i].faults, all) + " -> " + groups[i].shown);
+    return result;
 }
 
-using StoreOperations = testing::TestWithParam<std::string>;
+struct difference {
+    size_t line;
+    std::string text;
+};
+
+/// Runs the calls of a family, or those of one of its operations, and says where the table differs.
+std::vector<difference> differences(const std::string &family, const std::string &operation = "")
+{
+    calls::sleep.answer(0, INT_MAX);
+    const world rows(ROWS);
+    std::vector<difference> all;
+    std::string recorded;
+    for (const table_entry &entry : read_table(family)) {
+        std::string met = entry.text;
+        if (!entry.made.name.empty() && (operation.empty() || entry.made.name == operation)) {
+            if (const std::string mistake = entry.made.mistake(); !mistake.empty()) {
+                all.push_back({entry.line, mistake + "\n"});
+            } else {
+                const rendered now = render(rows, entry);
+                std::string broken;
+                for (const std::string &rule : now.broken_rules)
+                    broken += "a rule is broken, " + rule + "\n";
+                if (!broken.empty())
+                    all.push_back({entry.line, entry.made.text + "\n" + broken});
+                else if (is_recorded(family))
+                    met = now.text;
+                else if (now.text != entry.text)
+                    all.push_back({entry.line, entry.made.text + "\n" + unified_diff(entry.text, now.text)});
+            }
+        }
+        recorded += met + "\n";
+    }
+    if (is_recorded(family))
+        write_file(table_file(family), recorded);
+    return all;
+}
+
+std::string suite_name(const std::string &family)
+{
+    std::string name;
+    for (size_t i = 0; i < family.size(); ++i)
+        if (family[i] != '_')
+            name += i == 0 || family[i - 1] == '_' ? static_cast<char>(std::toupper(family[i])) : family[i];
+    return name;
+}
+
+class Operation : public testing::Test
+{
+  public:
+    Operation(const std::string &family, const std::string &operation) : family_(family), operation_(operation) {}
+    void TestBody() override
+    {
+        for (const difference &it : differences(family_, operation_))
+            ADD_FAILURE_AT(table_file(family_).c_str(), static_cast<int>(it.line)) << it.text;
+    }
+
+  private:
+    std::string family_, operation_;
+};
+
+const bool are_registered = [] {
+    for (const std::string &family : families) {
+        std::set<std::string> names;
+        for (const table_entry &entry : read_table(family))
+            if (!entry.made.name.empty() && entry.made.mistake().empty() && names.insert(entry.made.name).second)
+                testing::RegisterTest(
+                    suite_name(family).c_str(), entry.made.name.c_str(), nullptr, nullptr, table_file(family).c_str(),
+                    static_cast<int>(entry.line),
+                    [=, name = entry.made.name]() -> testing::Test * { return new Operation(family, name); });
+    }
+    return true;
+}();
+
+using Table = testing::TestWithParam<std::string>;
 
 } // namespace
 
-TEST_P(StoreOperations, tell)
+/// A whole family at once. What many operations have in common, such as a message, is shown for the first ones.
+TEST_P(Table, holds)
 {
-    calls::sleep.answer(0, INT_MAX);
-    const world rows(DECOYS);
-    const std::filesystem::path told = ZEL_TEST_TOLD;
-    std::filesystem::create_directories(told);
-    std::ofstream in_full(told / (GetParam() + ".full.txt")), table(told / (GetParam() + ".txt"));
-    for (const table_line &line : table_of(GetParam())) {
-        SCOPED_TRACE(line.made.text);
-        std::string full, now = line.text;
-        if (!line.made.name.empty())
-            now = line_of(line, tell(rows, line), full);
-        EXPECT_EQ(now, line.text) << full;
-        in_full << full << "\n";
-        table << now << "\n";
+    constexpr size_t SHOWN = 3;
+    std::string text, others;
+    size_t number = 0;
+    for (const difference &it : differences(GetParam())) {
+        const std::string place = GetParam() + ".txt:" + std::to_string(it.line) + ": ";
+        if (++number <= SHOWN)
+            text += place + it.text;
+        else
+            others += " " + std::to_string(it.line);
     }
+    if (!others.empty())
+        text += "Others differ too, in the lines" + others + ".\n";
+    if (!text.empty())
+        GTEST_FAIL() << "\n" << text;
 }
-INSTANTIATE_TEST_SUITE_P(All, StoreOperations, testing::ValuesIn(sections),
-                         [](const auto &info) { return info.param; });
+INSTANTIATE_TEST_SUITE_P(All, Table, testing::ValuesIn(families), [](const auto &it) { return it.param; });
 
-TEST(StoreOperationsTogether, name_every_operation)
+TEST(TableOfOperations, names_each_operation_in_one_family)
 {
-    std::set<std::string> called;
-    for (const std::string &section : sections)
-        for (const table_line &line : table_of(section))
-            EXPECT_TRUE(!line.is_first || called.insert(line.made.name).second) << line.text;
-    EXPECT_EQ(called, operation_names());
+    std::vector<std::string> named;
+    for (const std::string &family : families) {
+        std::set<std::string> names;
+        for (const table_entry &entry : read_table(family))
+            if (!entry.made.name.empty() && names.insert(entry.made.name).second)
+                named.push_back(entry.made.name);
+    }
+    std::vector<std::string> all = operation_names();
+    std::sort(all.begin(), all.end());
+    std::sort(named.begin(), named.end());
+    EXPECT_EQ(named, all);
 }

@@ -31,7 +31,7 @@ UPDATE content_info_status SET sent_time = 1701 WHERE req_id = 7;
 
 -- of a request for every status: id, request, files, status, recipients, expiry, size, token, applications, text, time
 WITH RECURSIVE status(n) AS (VALUES (0) UNION ALL SELECT n + 1 FROM status WHERE n < 8)
-INSERT INTO upload_request_data SELECT NULL, 7 + n, 5 + n, n, 2 + n, 6000172800000 + n, 5000000000 + n, 'u' || n,
+INSERT INTO upload_request_data SELECT NULL, 7 + n, 5 + n, n, 2 + n, iif(n % 8, 5000000000000, 6000172800000) + n, 5000000000 + n, 'u' || n,
     n % 3, 'd' || n, 7000000000 - n FROM status;
 INSERT INTO upload_request_data VALUES (20, 3000000005, 3, 8, 1, 5000000000, 6000000000, '', 2, NULL, 7);
 INSERT INTO contact_details VALUES (1, 7, -1, '7700900123', '44'), (2, 7, 2, '5', ''), (3, 7, 3, '', '44'),

@@ -1,0 +1,34 @@
+// What the lines of every call have in common, and what is special in them.
+#ifndef ZEL_TESTS_RULES_H
+#define ZEL_TESTS_RULES_H
+
+#include "call.h"
+
+#include <string>
+#include <vector>
+
+namespace zel_test
+{
+
+/// A line that no rule states, or ";" for the statements that ran between two such lines.
+struct own_line {
+    std::string function; ///< that wrote it, unless it is the operation that is called
+    std::string text;     ///< in quotation marks; its kind and a colon stand before it unless it is Critical
+    bool operator==(const own_line &) const = default;
+};
+
+struct trace_report {
+    std::vector<own_line> own_lines; ///< in their order
+    std::vector<std::string> statements;
+    std::vector<std::string> broken_rules;
+};
+
+/// Reads the lines of a call, which have no addresses any more. While the database is locked, each step meets the lock.
+trace_report read_trace(const std::string &lines, const call &made, bool is_locked);
+
+/// The lines after blanks; "x2" after one that comes twice, "(2 lines as usual)" for a long beginning.
+std::string shown(const std::vector<own_line> &lines, const std::vector<own_line> &usual = {});
+
+} // namespace zel_test
+
+#endif
