@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cstdio>
 #include <glib-unix.h>
 #include <microhttpd.h>
 #include <stdexcept>
@@ -145,7 +146,7 @@ http_server::http_server(guint16 port, milliseconds patience, unsigned long long
 {
     rlimit files = {};
     getrlimit(RLIMIT_NOFILE, &files);
-    files.rlim_cur = std::min<rlim_t>(files.rlim_max, 65536);
+    files.rlim_cur = std::clamp<rlim_t>(files.rlim_max, 2 * spare_descriptors, 65536);
     setrlimit(RLIMIT_NOFILE, &files);
 
     sockaddr_in address = {};
@@ -281,10 +282,12 @@ try {
     auto answer = line.current_->answer();
     return !answer || queue(line, std::move(*answer));
 } catch (const std::exception &reason) {
+    fprintf(stderr, "sharing-server: %s\n", reason.what()); // which is no business of the client's
+    reply answer = refuse(500, "The server failed; its operator sees why.");
     if (!is_new && *size == 0)
-        return queue(line, refuse(500, reason.what()));
+        return queue(line, std::move(answer));
     *size = 0;
-    line.current_ = settled(line, refuse(500, reason.what()));
+    line.current_ = settled(line, std::move(answer));
     return 1;
 }
 
