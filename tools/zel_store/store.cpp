@@ -1,15 +1,13 @@
-/* A store: read without disturbing anybody, copied, and made ready through the library itself. */
+/* A store, read without disturbing anybody and without trusting it. */
 
+#include "private_copy.h"
 #include "texts.h"
-#include "zel_common_storage.h"
-#include "zel_common_storage/connection.h"
 #include "zel_common_storage/schema.h"
-#include "zel_platform.h"
 #include "zel_store.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <glob.h>
@@ -34,103 +32,91 @@ constexpr const char *VOCABULARIES[][3] = {
 };
 constexpr char UNNAMED[] = "READ_NOTI_UNREAD = 0, READ_NOTI_READ = 1, READ_NOTI_MARKED_FOR_DELETION = 2";
 
-void add_words(const connection &database)
+/** The columns of a table that hold words, behind those that are stored. */
+std::string words_of(const std::string &table)
 {
-    for (const auto &[table, column, enumerator] : VOCABULARIES) {
+    std::string columns;
+    for (const auto &[name, column, enumerator] : VOCABULARIES) {
         std::string cases;
         for (const texts &one : matches(enumerator, std::string(ENUMERATORS) + UNNAMED))
             cases += FORMAT(" WHEN %s THEN lower(replace('%s', '_', ' '))", one[2].c_str(), one[1].c_str());
         const char *const missing = column == std::string("push_status") ? "0" : "NULL"; // nothing was reported
-        database.rows(FORMAT("ALTER TABLE %s ADD COLUMN %s_word AS"
-                             " (CASE coalesce(%s, %s)%s ELSE '?' || coalesce(%s, '') END)",
-                             table, column, column, missing, cases.c_str(), column));
+        if (name == table)
+            columns += FORMAT(", CASE coalesce(%s, %s)%s ELSE '?' || coalesce(%s, '') END AS %s_word", column, missing,
+                              cases.c_str(), column, column);
     }
+    return columns;
 }
 
-/**
- * What is another one whenever a writer may have changed the file in between. With a rollback journal, each commit
- * changes the counter in the file's header, and each write in progress has a journal with a number of its own. A
- * write-ahead log holds whatever the file lacks until it is copied there or the log begins anew, with other numbers.
- */
-std::string fingerprint(const std::string &path)
+/** Notes the processes that have the file open, or one that was at its place, and whether all could be asked. */
+void add_holders(json &file, const std::string &path)
 {
-    std::error_code error;
-    const auto time = fs::last_write_time(path, error).time_since_epoch().count();
-    std::string print = FORMAT("%ju %jd ", fs::file_size(path, error), static_cast<intmax_t>(time));
-    for (const auto &[suffix, length] : {std::pair("", 100), {"-journal", 28}, {"-wal", 32}}) {
-        std::string head(static_cast<size_t>(length), '\0');
-        std::ifstream(path + suffix, std::ios::binary).read(head.data(), length);
-        print += head;
-    }
-    return print;
-}
-
-/** Copies the file and what lies beside it, again and again until no writer has been at work meanwhile. */
-void copy_consistently(const std::string &path, const std::string &target)
-{
-    const gint64 deadline = g_get_monotonic_time() + 5 * G_TIME_SPAN_SECOND;
-    std::string before;
-    for (gulong attempt = 0; fingerprint(path) != before; ++attempt) {
-        if (g_get_monotonic_time() > deadline)
-            throw unreadable(path + ": is written without a pause; no copy was whole. Try again when less is written.");
-        g_usleep(100 * (attempt % 7));
-        before = fingerprint(path);
-        // The file first: what is written to it from then on is in the journal as it was before, or in the log.
-        for (const std::string suffix : {"", "-journal", "-wal"}) {
-            std::error_code error;
-            fs::remove(target + suffix, error);
-            fs::copy_file(path + suffix, target + suffix, error);
-            if (error && (suffix.empty() || error != std::errc::no_such_file_or_directory))
-                throw unreadable(path + suffix + ": " + error.message() +
-                                 ". Can you read it, is there room in TMPDIR?");
+    struct stat wanted = {};
+    const bool is_there = stat(path.c_str(), &wanted) == 0;
+    file["open_in"] = file["replaced_in"] = json::object();
+    bool sees_all = access("/proc/1", F_OK) == 0; // else processes are hidden from this user
+    glob_t found = {};
+    glob("/proc/[0-9]*", GLOB_NOSORT, nullptr, &found);
+    for (size_t i = 0; i < found.gl_pathc; ++i) {
+        const fs::path process = found.gl_pathv[i];
+        const std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir((process / "fd").c_str()), closedir);
+        sees_all = sees_all && (folder || errno == ENOENT || errno == ESRCH); // it may have ended
+        while (const dirent *const entry = folder ? readdir(folder.get()) : nullptr) {
+            struct stat status = {};
+            std::error_code ignored;
+            if (fstatat(dirfd(folder.get()), entry->d_name, &status, 0) != 0 || !S_ISREG(status.st_mode))
+                continue;
+            const bool is_it = is_there && status.st_dev == wanted.st_dev && status.st_ino == wanted.st_ino;
+            if (!is_it && (status.st_nlink > 0 ||
+                           fs::read_symlink(process / "fd" / entry->d_name, ignored) != path + " (deleted)"))
+                continue;
+            std::string name;
+            std::getline(std::ifstream(process / "comm"), name);
+            file[is_it ? "open_in" : "replaced_in"][process.filename()] = name;
         }
     }
-}
-
-/** The names of the processes that have the file open; those of other users only root sees. */
-json openers_of(const std::string &path)
-{
-    json openers = json::object();
-    glob_t found = {};
-    glob("/proc/[0-9]*/fd/*", GLOB_NOSORT, nullptr, &found);
-    for (size_t i = 0; i < found.gl_pathc; ++i) {
-        const fs::path process = fs::path(found.gl_pathv[i]).parent_path().parent_path();
-        std::error_code ignored;
-        std::string name;
-        if (fs::equivalent(found.gl_pathv[i], path, ignored) && std::getline(std::ifstream(process / "comm"), name))
-            openers[process.filename()] = name;
-    }
     globfree(&found);
-    return openers;
+    file["sees_all_processes"] = sees_all;
 }
 
-/** Fills the tables in memory and says what is missing or different; the library reads columns by position. */
-void load(store &read)
+/** Processes as a person reads them. */
+std::string listed(const json &processes)
 {
-    json damages = json::array();
-    for (const json &one : read.rows(LOAD_SQL)) {
-        if (!one["differences"].is_null())
-            read.find("columns", {{{text(one, "name"), one["differences"]}}});
-        std::string complaint;
-        for (const char *order : {"", " ORDER BY rowid DESC"}) // a damaged page is come to from either side
-            if (*order == '\0' || !complaint.empty())
-                for (const json &row : read.rows(text(one, "reading") + order, {}, &complaint))
-                    read.rows(row["statement"]);
-        if (!complaint.empty())
-            damages.push_back({{"table", text(one, "name") + ": " + complaint}});
-    }
-    read.find("damaged-table", damages);
-    read.find("missing-table", read.rows("SELECT name FROM main.sqlite_master WHERE name NOT GLOB 'sqlite_*'"
-                                         " EXCEPT SELECT name FROM copy.sqlite_master"));
+    std::string list;
+    for (const auto &[id, name] : processes.items())
+        list += (list.empty() ? "" : ", ") + name.get<std::string>() + " (" + id + ")";
+    return list;
+}
+
+/** A statement that is finalized. */
+using statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)>;
+
+statement prepared(sqlite3 *handle, const std::string &text)
+{
+    sqlite3_stmt *made = nullptr;
+    sqlite3_prepare_v2(handle, text.c_str(), -1, &made, nullptr);
+    return {made, sqlite3_finalize};
 }
 
 } // namespace
 
-connection::connection() : handle(nullptr, sqlite3_close)
+connection::connection() : handle(nullptr, sqlite3_close), steps_allowed(G_MAXINT64), bytes_allowed(G_MAXINT64)
 {
+    know_private_files();
     sqlite3 *opened = nullptr;
-    sqlite3_open(":memory:", &opened);
+    sqlite3_open_v2(":memory:", &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, PRIVATE_FILES);
     handle.reset(opened);
+    const auto count = [](void *itself) {
+        auto &limited = *static_cast<connection *>(itself);
+        return static_cast<int>(++limited.steps > limited.steps_allowed);
+    };
+    sqlite3_progress_handler(opened, 1000, count, this);
+}
+
+void connection::limit(long long thousand_steps, long long bytes)
+{
+    steps_allowed = steps + thousand_steps;
+    bytes_allowed = bytes;
 }
 
 json connection::rows(const std::string &statements, const texts &arguments, std::string *complaint) const
@@ -143,26 +129,38 @@ json connection::rows(const std::string &statements, const texts &arguments, std
         for (size_t i = 0; i < arguments.size(); ++i)
             sqlite3_bind_text64(prepared, static_cast<int>(i) + 1, arguments[i].data(), arguments[i].size(),
                                 SQLITE_STATIC, SQLITE_UTF8);
-        while (prepared && sqlite3_step(prepared) == SQLITE_ROW) {
+        while (prepared && bytes_allowed >= 0 && sqlite3_step(prepared) == SQLITE_ROW) {
             json &row = rows.emplace_back(json::object());
             for (int i = 0; i < sqlite3_column_count(prepared); ++i) {
                 json &value = row[sqlite3_column_name(prepared, i)];
                 const int type = sqlite3_column_type(prepared, i);
                 const auto *const bytes = static_cast<const char *>(sqlite3_column_blob(prepared, i));
+                const int length = sqlite3_column_bytes(prepared, i);
+                bytes_allowed -= length + 64; // and what holds them
                 if (type == SQLITE_INTEGER)
                     value = sqlite3_column_int64(prepared, i);
                 else if (type == SQLITE_FLOAT)
                     value = sqlite3_column_double(prepared, i);
-                else if (type != SQLITE_NULL)
-                    value = std::string(bytes, static_cast<size_t>(sqlite3_column_bytes(prepared, i)));
+                else if (type != SQLITE_NULL && bytes_allowed >= 0)
+                    value = std::string(bytes, static_cast<size_t>(length));
             }
         }
         code = prepared ? sqlite3_finalize(prepared) : code;
     }
+    const std::string reason = sqlite3_errmsg(handle.get());
+    if (bytes_allowed < 0 || code == SQLITE_INTERRUPT || code == SQLITE_NOMEM)
+        throw unreadable(
+            "It takes more work or memory than a store of its size can need: it is damaged, or made to hold"
+            " its reader up. Keep a copy (cp).");
+    if (code == SQLITE_FULL)
+        throw unreadable(std::string(g_get_tmp_dir()) +
+                         " has no room to sort the rows. Set TMPDIR to a folder that has.");
+    if (code != SQLITE_OK && !complaint && (code == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_IOERR))
+        throw damaged(reason);
     if (code != SQLITE_OK && !complaint)
-        throw unreadable(std::string("SQLite: ") + sqlite3_errmsg(handle.get()) + " in " + statements);
+        throw unreadable("SQLite: " + reason + " in " + statements.substr(0, 200));
     if (code != SQLITE_OK)
-        *complaint = sqlite3_errmsg(handle.get());
+        *complaint = reason;
     return rows;
 }
 
@@ -171,132 +169,179 @@ void store::find(const std::string &kind, const json &rows)
     if (rows.empty())
         return;
     const std::string key = rows[0].items().begin().key();
-    const texts row = matches("\n\\| `" + kind + "` \\| (.*) \\| (.*) \\| (.*) \\|\n", DATABASE_MD).at(0);
-    findings.push_back({{"kind", kind}, {"title", row[1]}, {"means", row[2]}, {"do", row[3]}, {"key", key}});
+    const texts row = matches("\n\\| `" + kind + "` \\| (.*) \\| (.*) \\| (.*) \\| (.*) \\|\n", DATABASE_MD).at(0);
+    const auto is_same = [&](const json &one) { return one["kind"] == kind && one["key"] == key; };
+    auto found = std::find_if(findings.begin(), findings.end(), is_same);
+    if (found == findings.end())
+        found = findings.insert(
+            found,
+            json{
+                {"kind", kind}, {"title", row[1]}, {"legal", row[2]}, {"means", row[3]}, {"do", row[4]}, {"key", key}});
     for (const json &one : rows)
-        findings.back()["rows"].push_back(text(one, key.c_str()));
+        (*found)["rows"].push_back(text(one, key.c_str()));
     has_all_rows = has_all_rows && kind != "unreadable" && kind != "cut" && kind.find("damaged") != 0;
 }
 
 store::store(const std::string &named)
 {
     std::error_code error;
-    const fs::path path = fs::is_directory(named, error) ? named / fs::path(ZEL_DATABASE).filename() : fs::path(named);
+    const fs::path given = fs::is_directory(named, error) ? named / fs::path(ZEL_DATABASE).filename() : fs::path(named);
+    // What lies beside a file lies beside the one that a link leads to.
+    const std::string path = fs::weakly_canonical(fs::absolute(given), error).string();
+    file = {{"path", fs::absolute(given).lexically_normal().string()}};
+    add_holders(file, path);
+    const json processes = file["replaced_in"];
     struct stat status = {};
     errno = 0;
-    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
-        throw unreadable(path.string() + ": is no regular file. Name the store's file or its folder.");
-    if (errno == ENOENT || errno == ENOTDIR)
-        throw unreadable(path.string() + ": there is no store. zel-store init makes one; STORE is its file or folder.");
+    if (stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR))
+        throw unreadable(given.string() +
+                         (processes.empty()
+                              ? ": there is no store. zel-store init makes one; STORE is its file or folder."
+                              : ": was deleted, and " + listed(processes) +
+                                    " still has it open: what is stored there goes with the process. End "
+                                    "it, so that its next start makes a new store."));
+    const std::string reason = g_strerror(errno);
     if (access(path.c_str(), R_OK) != 0)
-        throw unreadable(path.string() + ": " + g_strerror(errno) +
+        throw unreadable(given.string() + ": " + g_strerror(errno) +
                          ". Run zel-store as the service's user or as root.");
+    const copied copied = copy_privately(path);
     const passwd *const owner = getpwuid(status.st_uid);
-    file = {{"path", fs::absolute(path).lexically_normal().string()},
-            {"owner", owner ? owner->pw_name : std::to_string(status.st_uid)},
-            {"mode", FORMAT("%04o", status.st_mode & 07777U)},
-            {"open_in", openers_of(path)},
-            {"sees_all_processes", geteuid() == 0}};
-    const bool is_unused = file["open_in"].empty() && (geteuid() == 0 || geteuid() == status.st_uid);
+    const auto number = [](long long size) { return size < 0 ? json() : json(size); };
+    const json known = {{"owner", owner ? owner->pw_name : std::to_string(status.st_uid)},
+                        {"mode", FORMAT("%04o", status.st_mode & 07777U)},
+                        {"size", copied.size},
+                        {"journal_size", number(copied.journal_size)},
+                        {"log_size", number(copied.log_size)}};
+    file.update(known);
+    const bool is_unused = file["open_in"].empty() && file["sees_all_processes"];
+
+    // It may be made to turn on its reader: no triggers, no views of its own, no more work than such a size can take.
+    limit(100'000 + copied.size / 16, (64LL << 20) + 32 * copied.size);
+    sqlite3_hard_heap_limit64((64LL << 20) + 4 * copied.size);
+    sqlite3_limit(handle.get(), SQLITE_LIMIT_LENGTH,
+                  static_cast<int>(std::min(G_MAXINT / 2LL, copied.size + (1 << 20))));
+    for (const auto &[setting, value] : {std::pair(SQLITE_DBCONFIG_DEFENSIVE, 1),
+                                         {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+                                         {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
+                                         {SQLITE_DBCONFIG_ENABLE_VIEW, 0}})
+        sqlite3_db_config(handle.get(), setting, value, nullptr);
+
     for (const table &one : TABLES)
         rows(one.create);
     rows(FORMAT("CREATE TEMP TABLE limits AS SELECT %d AS batch, %d AS retries, %d AS groups, %d AS is_unused",
                 BATCH_LIMIT, RETRY_CAP, GROUP_LIMIT, is_unused));
-    // The private copy goes with its folder as soon as it is open, and no signal ends the program before that.
-    std::string folder = std::string(g_get_tmp_dir()) + "/zel-store.XXXXXX";
-    sigset_t all;
-    sigset_t signals;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &signals);
-    folder = mkdtemp(folder.data()) ? folder : folder + " (cannot be made)";
-    const std::shared_ptr<void> end(nullptr, [&](void *) {
-        fs::remove_all(folder, error);
-        pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-    });
-    const std::string copied = folder + "/store";
-    copy_consistently(path, copied);
-    for (const auto &[name, suffix] : {std::pair("size", ""), {"journal_size", "-journal"}, {"log_size", "-wal"}}) {
-        const auto size = fs::file_size(copied + suffix, error);
-        file[name] = error ? json() : json(size);
-    }
-    // Reads the file's schema, and so undoes what was broken off. Exclusive: a log needs no shared memory then. A file
-    // that is cut can be read up to there with a writable schema only.
+    // Reads the file's schema, and so undoes what was broken off. Exclusive: a log needs no shared memory then.
+    const std::string attach = "PRAGMA cell_size_check = ON; PRAGMA locking_mode = EXCLUSIVE; ATTACH ? AS copy";
     std::string complaint;
-    std::string cut;
-    rows("PRAGMA locking_mode = EXCLUSIVE; ATTACH ? AS copy", {copied}, &complaint);
-    if (!complaint.empty())
-        rows("PRAGMA writable_schema = ON; ATTACH ? AS copy; SELECT 1 FROM copy.sqlite_master", {copied}, &cut);
-    is_readable = cut.empty();
+    std::string second;
+    rows(attach, {PRIVATE_COPY}, &complaint);
+    if (!complaint.empty()) {
+        lengthen_copy();
+        rows(attach, {PRIVATE_COPY}, &second);
+    }
+    is_readable = second.empty();
     if (!complaint.empty())
         find(is_readable ? "cut" : "unreadable", {{{"SQLite says:", complaint}}});
+    json held = json::array();
+    for (const auto &[id, name] : processes.items())
+        held.push_back({{"process", name.get<std::string>() + " (" + id + ")"}});
+    find("replaced", held);
+    if (!copied.super_journal.empty())
+        find("super-journal",
+             {{{"the journal names",
+                copied.super_journal + (copied.has_super_journal ? ", which is there: the write is undone here"
+                                                                 : ", which is gone: the write counts")}}});
+    else if (copied.has_hot_journal && is_unused)
+        find("broken-off", {{{"journal", amount(copied.journal_size)}}});
     if (is_readable) {
         for (const json &one : rows("PRAGMA copy.user_version; PRAGMA copy.journal_mode"))
             file.update(one);
         if (const int version = file["user_version"]; version != SCHEMA_VERSION)
             find("version", {{{"user_version", FORMAT("%d, not %d", version, SCHEMA_VERSION)}}});
-        load(*this);
+        for (const json &one : rows(LOAD_SQL)) {
+            if (!one["differences"].is_null())
+                find("columns", {{{text(one, "name"), one["differences"]}}});
+            readings.emplace_back(one["name"], one["reading"]);
+        }
+        find("missing-table", rows("SELECT name FROM main.sqlite_master WHERE name NOT GLOB 'sqlite_*' EXCEPT"
+                                   " SELECT name FROM copy.sqlite_master WHERE type = 'table' AND rootpage > 0"));
     }
-    add_words(*this);
+    lay_views();
 }
 
-outcome copy(const options &wanted)
+void store::lay_views()
 {
-    const std::string target = fs::absolute(wanted.copied.back()).string(); // never a name that means more to SQLite
-    const store read(wanted.copied.size() == 2 ? wanted.copied[0] : wanted.store);
-    if (!read.has_all_rows)
-        throw unreadable(text(read.file, "path") + ": cannot be read whole. zel-store check tells why; cp copies it.");
-    if (fs::exists(target))
-        throw unreadable(target + ": File exists. Name a file that is not there yet.");
-    umask(077); // the copy holds what the store holds: nobody else may read it
-    std::string complaint;
-    read.rows("VACUUM copy INTO ?", {target}, &complaint);
-    if (!complaint.empty()) {
-        fs::remove(target);
-        throw unreadable(target + ": " + complaint + ". Nothing was left there; cp copies a damaged file as it is.");
+    for (const table &one : TABLES) {
+        const auto found = std::find_if(readings.begin(), readings.end(),
+                                        [&](const auto &reading) { return reading.first == one.name; });
+        const std::string reading =
+            found == readings.end() ? std::string("SELECT * FROM main.") + one.name : found->second;
+        rows(FORMAT("DROP VIEW IF EXISTS temp.%s; CREATE TEMP VIEW %s AS SELECT *%s FROM (%s)", one.name, one.name,
+                    words_of(one.name).c_str(), reading.c_str()));
     }
-    return {FINE, shown(target + " is a copy of " + text(read.file, "path") + ", mode 0600."), {}};
+    const char *const counting =
+        readings.empty() || rows("SELECT 1 FROM copy.sqlite_master WHERE name = 'sqlite_sequence'").empty() ? "main"
+                                                                                                            : "copy";
+    rows(FORMAT(
+        "DROP VIEW IF EXISTS temp.counters; CREATE TEMP VIEW counters AS SELECT name, seq FROM %s.sqlite_sequence",
+        counting));
 }
 
-outcome init(const options &wanted)
+void store::salvage()
 {
-    const fs::path folder = fs::path(ZEL_DATABASE).parent_path();
-    std::error_code error;
-    fs::create_directories(folder.parent_path(), error);
-    std::string view;
-    if (mkdir(folder.c_str(), 0700) == 0)
-        view = shown(folder.string() + ": made, mode 0700.");
-    else if (errno != EEXIST)
-        throw unreadable(folder.string() + ": " + g_strerror(errno) + ". Run zel-store as who may write there.");
-    else if ((fs::status(folder).permissions() & (fs::perms::group_all | fs::perms::others_all)) != fs::perms::none)
-        view = shown(folder.string() + ": is open to others, though the store holds secrets. chmod 0700 closes it.");
-    if (_common_storage_init() != ZEL_ERR_NONE)
-        throw unreadable("The store was not opened. Do " ZEL_DATABASE " and its folder belong to you?");
-    _common_storage_db_upgrade();
-    const auto is_missing = [](const table &one) { return !_common_storage_check_table_exist(one.name); };
-    for (int i = 0; std::any_of(std::begin(TABLES), std::end(TABLES), is_missing); ++i) {
-        if (i == 20) // tries, while another program makes tables too
-            throw unreadable(std::string("Not all tables are there: ") + sqlite3_errmsg(_g_sqlite_handle) +
-                             ". zel-store show tells who has the store open, zel-store check what is wrong with it.");
-        g_usleep(10000);
-        _common_storage_db_create();
+    json damages = json::array();
+    for (const auto &[name, reading] : readings) {
+        const auto columns = rows("SELECT * FROM pragma_table_info(?, 'main')", {name}).size();
+        std::string places(2 * columns - 1, '?');
+        for (size_t i = 1; i < places.size(); i += 2)
+            places[i] = ',';
+        const statement kept = prepared(handle.get(), "INSERT OR IGNORE INTO main." + name + " VALUES(" + places + ")");
+        std::string complaint;
+        for (const char *order : {"", " ORDER BY rowid DESC"}) { // a damaged page is come to from either side
+            if (*order != '\0' && complaint.empty())
+                continue;
+            const statement row = prepared(handle.get(), reading + order);
+            while (row && sqlite3_step(row.get()) == SQLITE_ROW) {
+                for (int i = 0; i < sqlite3_column_count(row.get()); ++i)
+                    sqlite3_bind_value(kept.get(), i + 1, sqlite3_column_value(row.get(), i));
+                sqlite3_step(kept.get());
+                sqlite3_reset(kept.get());
+            }
+            if (!row || sqlite3_reset(row.get()) != SQLITE_OK)
+                complaint = sqlite3_errmsg(handle.get());
+        }
+        if (!complaint.empty())
+            damages.push_back({{"table", name + ": " + complaint}});
     }
-    view += shown(FORMAT("%s is ready: version %d, all %zu tables.", ZEL_DATABASE, SCHEMA_VERSION, std::size(TABLES)));
-    if (!wanted.uses_log)
-        return {FINE, view, {}};
-    const connection database;
-    std::string complaint;
-    const std::string setting = "PRAGMA busy_timeout = 2000; ATTACH ? AS live; PRAGMA live.journal_mode = WAL";
-    if (database.rows(setting, {ZEL_DATABASE}, &complaint).back().value("journal_mode", "") != "wal")
-        throw unreadable("The write-ahead log was not set: " + complaint + ". End who has the store open, try again.");
-    view +=
-        shown("The write-ahead log is set for good: readers and a writer do not meet any more, and an acknowledged"
-              " statement is safe against a power cut. Files -wal and -shm belong to the store: copy it with zel-store"
-              " copy, keep it on a local file system. Back again: PRAGMA journal_mode = DELETE in the sqlite3 shell.");
-    return {FINE, view, {}};
+    find("damaged-table", damages);
+    readings.clear();
+    lay_views();
 }
 
-// The tool is the platform of the library that it holds, and says in its own words what fails.
-int dlog_print(log_priority, const char *, const char *, ...)
+std::string view_of_file(const json &file)
 {
-    return 0;
+    const std::string openers = listed(file["open_in"]);
+    const bool sees_all = file["sees_all_processes"];
+    const std::string kind = file.value("journal_mode", "") == "wal" ? "write-ahead log" : "rollback journal";
+    std::string view = shown(text(file, "path"), BOLD);
+    view += shown("  owner " + text(file, "owner") + ", mode " + text(file, "mode") + ", " + amount(file["size"]) +
+                  ", " + kind + "; times are UTC");
+    view += shown("  open in " +
+                  (!openers.empty() ? openers
+                   : sees_all       ? "no process"
+                                    : "no process that can be seen") +
+                  (sees_all ? "" : "; those of other users cannot be seen"));
+    if (!file["replaced_in"].empty())
+        view += shown("  replaced or deleted, but still open in " + listed(file["replaced_in"]) +
+                          ": what that stores is not here",
+                      RED);
+    if (file["journal_size"] > 0)
+        view +=
+            shown("  beside it a journal of " + amount(file["journal_size"]) +
+                  (!openers.empty() ? ": a write is under way"
+                   : sees_all       ? ": a write was broken off; here it is undone"
+                              : ": a write is under way or was broken off, which cannot be seen; here it is undone"));
+    if (file["log_size"] > 0)
+        view += shown("  beside it a write-ahead log of " + amount(file["log_size"]) + ", part of the data");
+    return view;
 }

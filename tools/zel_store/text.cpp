@@ -9,6 +9,16 @@
 
 terminal screen;
 
+namespace
+{
+
+int columns_of(gunichar letter)
+{
+    return g_unichar_iszerowidth(letter) ? 0 : g_unichar_iswide(letter) ? 2 : 1;
+}
+
+} // namespace
+
 void terminal::look()
 {
     std::setlocale(LC_CTYPE, "");
@@ -48,17 +58,55 @@ std::string safe(const std::string &text)
     return result;
 }
 
+std::string fitted(const std::string &text, int columns)
+{
+    const std::string whole = safe(text);
+    std::vector<size_t> begins; // of the letters, and how many columns stand in front of each
+    std::vector<int> before{0};
+    for (const char *letter = whole.c_str(); *letter; letter = g_utf8_next_char(letter)) {
+        begins.push_back(static_cast<size_t>(letter - whole.c_str()));
+        before.push_back(before.back() + columns_of(g_utf8_get_char(letter)));
+    }
+    const int width = before.back();
+    if (width <= columns)
+        return whole + std::string(static_cast<size_t>(columns - width), ' ');
+    size_t head = 0;
+    size_t tail = begins.size();
+    while (before[head + 1] <= (columns - 1) / 2)
+        ++head;
+    while (width - before[tail - 1] <= columns - 1 - before[head])
+        --tail;
+    const int rest = columns - 1 - before[head] - (width - before[tail]); // half of a wide letter
+    return whole.substr(0, begins[head]) + "…" + (tail < begins.size() ? whole.substr(begins[tail]) : "") +
+           std::string(static_cast<size_t>(rest), ' ');
+}
+
 std::string shown(const std::string &text, int colour, int indentation)
 {
-    std::string lines = safe(text);
-    if (const int rest = screen.width - indentation; rest > 0) { // broken between words, or in one that is too long
-        std::string broken;
-        const std::string fitting =
-            FORMAT("(*UTF)(?|^(.{0,%d})(?: |$)|(.{1,%d})(?: |$)|(.{%d}))", screen.width, rest, rest);
-        for (const texts &part : matches(fitting, lines))
-            broken += (broken.empty() ? "" : "\n" + std::string(static_cast<size_t>(indentation), ' ')) + part[1];
-        lines = broken;
+    const std::string line = safe(text);
+    std::string lines;
+    size_t begin = 0; // of the line that is filled, and its last blank between words
+    size_t blank = 0;
+    int columns = 0; // of that line, and of its last word
+    int last = 0;
+    for (size_t at = 0; at < line.size() && screen.width > 0;) {
+        const int wide = columns_of(g_utf8_get_char(&line[at]));
+        if (columns + wide > screen.width && line[at] != ' ') {
+            const size_t end = blank > begin ? blank : at;
+            lines += line.substr(begin, line.find_last_not_of(' ', end - 1) + 1 - begin) + "\n" +
+                     std::string(static_cast<size_t>(indentation), ' ');
+            begin = end == at ? at : end + 1;
+            columns = indentation + (end == at ? 0 : last);
+        }
+        columns += wide;
+        last += wide;
+        if (line[at] == ' ' && line.find_first_not_of(' ', begin) < at) {
+            blank = at;
+            last = 0;
+        }
+        at += g_utf8_skip[static_cast<unsigned char>(line[at])];
     }
+    lines += line.substr(begin);
     if (screen.has_colours && colour != PLAIN)
         lines = FORMAT("\033[%dm%s\033[0m", colour, lines.c_str());
     return lines + "\n";

@@ -7,8 +7,8 @@ _zel_store() {
         words="show watch check trace init copy --help --version"
     elif [[ $current == -* ]]; then
         case ${COMP_WORDS[1]} in
-        show) words="--request --token --secrets --json --help" ;;
-        watch) words="--request --token --secrets --json --interval --views --help" ;;
+        show) words="--request --token --all --secrets --json --help" ;;
+        watch) words="--request --token --all --secrets --json --interval --views --help" ;;
         check) words="--json --help" ;;
         trace) words="--tree --timeline --json --help" ;;
         init) words="--wal --help" ;;

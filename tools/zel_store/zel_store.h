@@ -1,7 +1,7 @@
 /*
- * A store and a trace as they can be looked at while others use them. A store stands in a database in memory, and SQL
- * answers and puts the lines together; a trace is added up line by line. What comes out of them can hold any bytes, and
- * reaches the terminal through shown() alone.
+ * A store and a trace as they can be looked at while others use them. SQL answers questions about a store and puts the
+ * lines together; a trace is added up line by line. What comes out of them can hold any bytes, and reaches the terminal
+ * through shown() alone.
  */
 #ifndef ZEL_STORE_H
 #define ZEL_STORE_H
@@ -23,26 +23,47 @@ enum exit_status : int { FINE = 0, FINDINGS = 1, CANNOT_READ = 2 };
 /** Is thrown when nothing can be shown: why, and what to do, for the person at the terminal. */
 using unreadable = std::runtime_error;
 
-/** A database in memory. */
+/** Is thrown when a place of the store is damaged; the rest can be salvaged. */
+struct damaged : unreadable {
+    using unreadable::unreadable;
+};
+
+/** A database in memory; what is too much for the memory lies in private files (private_copy.h). */
 struct connection {
     std::unique_ptr<sqlite3, int (*)(sqlite3 *)> handle;
+    long long steps = 0; /**< of SQLite's machine, in thousands, that its statements have taken */
 
     connection();
+    connection(const connection &) = delete;
 
-    /** The rows that statements give, as objects; up to where one fails, if there is somebody to complain to. */
+    /** Ends with unreadable what takes more thousands of steps, or hands out more bytes, from now on. */
+    void limit(long long thousand_steps, long long bytes);
+
+    /**
+     * The rows that statements give, as objects; up to where one fails, if there is somebody to complain to. Throws
+     * damaged when that is for damage, unreadable otherwise.
+     */
     json rows(const std::string &statements, const texts &arguments = {}, std::string *complaint = nullptr) const;
+
+  private:
+    long long steps_allowed;
+    mutable long long bytes_allowed;
 };
 
 /**
  * A private copy of a store, taken without a lock, a write or a connection to the file, so that nobody notices. What a
- * writer has broken off is undone in the copy. The database has the tables as the library makes them, filled with all
- * rows that can be read; ids are unsigned. A column that has a vocabulary has its word in one more, NAME_word, which
- * begins with a question mark when there is none. limits(batch, retries, groups) are the store's, and is_unused
- * is true when its owner has no process that has it open; "copy" is the file.
+ * writer has broken off is undone in the copy. The database has the tables as the library lays them down, each as a
+ * view by its name; ids are unsigned. A column that has a vocabulary has its word in one more, NAME_word, which begins
+ * with a question mark when there is none. counters(name, seq) holds the highest row ids, limits(batch, retries,
+ * groups) are the store's, and is_unused is true when it is known that no process has the store open; "copy" is the
+ * file.
  */
 struct store : connection {
     /** Throws unreadable when the store is missing, closed to this user, or written too fast for a whole copy. */
     explicit store(const std::string &named);
+
+    /** Keeps from each table the rows that can be read, and finds those where something is damaged. */
+    void salvage();
 
     /** Adds what is wrong with some rows, if there are any; docs/database.md says what it means and what to do. */
     void find(const std::string &kind, const json &rows);
@@ -50,12 +71,20 @@ struct store : connection {
     json file;                     /**< path, owner, mode, size, what lies beside it, who has it open */
     json findings = json::array(); /**< what is wrong with the file as such: it cannot be read as it was meant */
     bool is_readable = true, has_all_rows = true;
+
+  private:
+    void lay_views();
+
+    std::vector<std::pair<std::string, std::string>> readings; /**< by table: the statement that gives its rows */
 };
+
+/** What is known of a file without opening it: who owns it and has it open, for a person. */
+std::string view_of_file(const json &file);
 
 struct options {
     std::string store = ZEL_DATABASE, request, token, trace, timeline;
     texts copied; /**< the store, if it is not that above, and the copy */
-    bool shows_secrets = false, as_json = false, shows_tree = false, uses_log = false;
+    bool shows_secrets = false, shows_all = false, as_json = false, shows_tree = false, uses_log = false;
     double interval = 1; /**< of a watcher, in seconds */
     int views = 0;       /**< of a watcher; 0: until it is ended */
 };
@@ -90,6 +119,9 @@ std::string taken(char *made);
 
 /** The text with control bytes, invalid UTF-8 and what turns the direction of writing shown as \xNN or \u{N}. */
 std::string safe(const std::string &text);
+
+/** A safe text in so many columns of the terminal, filled up, or cut in the middle: names differ at their ends. */
+std::string fitted(const std::string &text, int columns);
 
 /** A text as the terminal shows it: safe, coloured, and broken into lines that fit, all but the first indented. */
 std::string shown(const std::string &text, int colour = PLAIN, int indentation = 4);

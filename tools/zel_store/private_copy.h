@@ -1,0 +1,42 @@
+/*
+ * A copy of a store that is this program's alone, and the only thing that SQLite is given. What lies beside a store can
+ * name any file for SQLite to look into and to delete; here there is no path that it could reach.
+ */
+#ifndef ZEL_STORE_PRIVATE_COPY_H
+#define ZEL_STORE_PRIVATE_COPY_H
+
+#include <string>
+
+/**
+ * SQLite's file system in this program. Its files have no name outside: they are gone with the program, whatever ends
+ * that. It opens, deletes and asks for no path.
+ */
+extern const char PRIVATE_FILES[];
+
+/** Makes it known to SQLite; once is enough. */
+void know_private_files();
+
+/** The descriptor of a private file, -1 if there is none of this name. It stays the file system's. */
+int private_file(const std::string &name);
+
+/** The name of the copy; what lies beside it has the same name with "-journal" or "-wal" behind it. */
+constexpr char PRIVATE_COPY[] = "store";
+
+/** What a copy was made of. */
+struct copied {
+    long long size = 0, journal_size = -1, log_size = -1; /**< in bytes; -1: there is none */
+    bool has_hot_journal = false;                         /**< a write is under way, or was broken off */
+    std::string super_journal;      /**< what the journal names: the file on which a write to several files depends */
+    bool has_super_journal = false; /**< it is there: the write does not count */
+};
+
+/**
+ * Copies a store with what lies beside it, again and again until no writer has been at work meanwhile. Locks, writes
+ * and waits for nothing. Throws unreadable when there is no whole copy, or something there is no regular file.
+ */
+copied copy_privately(const std::string &path);
+
+/** Gives a copy of a file that was cut the size that its header says, so that SQLite reads the pages that are left. */
+void lengthen_copy();
+
+#endif
