@@ -131,8 +131,7 @@ static void upload(const settings &chosen, const zel_content_sync_info &row, htt
                                     .body_file = {file, offset, count},
                                     .moved = [&](unsigned long long) { tell(offset, size); }});
         const unsigned long long now = answer.number("upload-offset");
-        require(now > offset && now <= offset + count, ZEL_ERR_BAD_JSON_FORMAT,
-                "The server took the bytes and did not count them.");
+        require(now == offset + count, ZEL_ERR_BAD_JSON_FORMAT, "The server took the bytes and did not count them.");
         offset = now;
         require_unchanged(row, file);
     }
@@ -157,6 +156,9 @@ static void require_rest(const http_answer &answer, unsigned long long offset, u
     const std::string range =
         "bytes " + std::to_string(offset) + "-" + std::to_string(size - 1) + "/" + std::to_string(size);
     const bool is_whole = answer.status == 200 && offset == 0;
+    const bool has_length = !answer.header("content-length").empty();
+    require(!has_length || answer.number("content-length") == size - offset, ZEL_ERR_BAD_JSON_FORMAT,
+            "The server's file has another size than was announced.");
     require(is_whole || (answer.status == 206 && answer.header("content-range") == range), ZEL_ERR_BAD_JSON_FORMAT,
             "The server sent another piece of the file than it was asked for.");
 }
@@ -182,7 +184,7 @@ static void download(const zel_content_sync_info &row, http_client &server, cons
                                 .into = {incoming, offset, size - offset},
                                 .check = [&](const http_answer &answer) { require_rest(answer, offset, size); },
                                 .moved = [&](unsigned long long moved) { tell(offset + moved, size); }});
-        require(static_cast<unsigned long long>(lseek(incoming, 0, SEEK_END)) == size, ZEL_ERR_TRANSPORT_FAILURE,
+        require(static_cast<unsigned long long>(lseek(incoming, 0, SEEK_END)) == size, ZEL_ERR_BAD_JSON_FORMAT,
                 "The server sent less than all of the file.");
     }
     put_in_place(row, incoming);
