@@ -14,8 +14,6 @@ fail() {
     echo "FAILED in ${case-the preparations}: $*"
     exit 1
 }
-# What is released is given back at once under the address checker too.
-export ASAN_OPTIONS=${ASAN_OPTIONS-}:quarantine_size_mb=0:thread_local_quarantine_size_kb=0
 start_server() {
     exec {output}< <(exec "${emulator[@]}" "$programs/sharing-server" --folder server --port 0 "$@")
     server=$!
