@@ -59,9 +59,8 @@ TEST(Codes, those_up_to_36_are_printed_as_in_the_header)
         ++codes;
         _common_print_error_info(code);
         const bool is_printed = code >= 0 && code <= 36;
-        expect_lines(is_printed ? printed("_common_print_error_info: Critical: Error code [%d]: Error Msg[%s]\n", code,
-                                          name.c_str())
-                                : "");
+        const char *const line = "_common_print_error_info: Critical: Error code [%d]: Error Msg[%s]\n";
+        expect_lines(is_printed ? printed(line, code, name.c_str()) : "");
     }
     EXPECT_EQ(codes, 1 + 49) << "-1 to 48";
     for (const int code : {INT_MIN, INT_MAX})
@@ -252,7 +251,5 @@ TEST(Process, unknown_feature_is_cached)
     platform.feature_value = true;
     platform.feature_result = SYSTEM_INFO_ERROR_NONE;
     EXPECT_FALSE(_common_util_check_enhanced_feature());
-    expect_lines(R"(
-_common_util_check_enhanced_feature: Critical: enhanced feature does not exist in feature file
-)");
+    expect_lines("_common_util_check_enhanced_feature: Critical: enhanced feature does not exist in feature file\n");
 }

@@ -305,6 +305,8 @@ _common_init_hash_table: Critical: Memory allocation failed
 
 TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
 {
+    pass({1, 2}, 0);
+    _common_queue_clear(queue, release); // nothing of these may come out
     for (void *pushed : {item(0), item(5)}) {
         std::string popped;
         std::thread consumer([&] {

