@@ -47,9 +47,9 @@ void write_shared(unsigned int time, const form &set)
 
 void read_shared(const form &set)
 {
-    for (const char *question : {"get_folder_info shared & & & & &", "get_unique_data shared & & & &"}) {
-        const result found = call(question)();
-        EXPECT_TRUE(found.code == ZEL_ERR_NONE || !set.has_log) << question << " " << found.code;
+    for (const char *reading : {"get_folder_info shared & & & & &", "get_unique_data shared & & & &"}) {
+        const result found = call(reading)();
+        EXPECT_TRUE(found.code == ZEL_ERR_NONE || !set.has_log) << reading << " " << found.code;
         const std::set<std::string> all(found.outputs.begin(), found.outputs.end());
         EXPECT_TRUE(all.size() == 1 || found.code != ZEL_ERR_NONE) << found.words();
     }

@@ -1,5 +1,5 @@
-// Every call of the disk and every allocation fails once, one after the other, in every operation of the store. Only
-// every few allocations do unless ZEL_ALL_FAULTS is set.
+// Every call of the disk and every allocation fails once, one after the other, in every operation of the store; of the
+// allocations only every few do unless ZEL_ALL_FAULTS is set.
 #include "operations.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace
 struct kind_of_fault {
     const char *name;
     fault_plan plan;
-    int stride = 1;    ///< in the short form, opportunities from one that is taken to the next
+    int stride = 1;    ///< opportunities from one fault to the next, unless ZEL_ALL_FAULTS is set
     bool warm = false; ///< the store knows its schema before the fault
 };
 const kind_of_fault kinds[] = {
@@ -29,7 +29,7 @@ const kind_of_fault kinds[] = {
 };
 
 /// Successes although a step in the middle failed, whose row counts as absent.
-const std::map<std::string, std::set<std::string>> answers_of_absence = {
+const std::map<std::string, std::set<std::string>> successes_without_a_row = {
     {"get_recent_receiver_group_list", {"0. - 0"}},
     {"check_all_file_completed_by_req_id", {"0. 0"}},
     {"get_recent_receiver_details",
@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(Each, StorageFaults, testing::ValuesIn(families), [](co
 
 /// Every operation of a family with a fault at its first, second, third ... opportunity, until there is none left: the
 /// outcome is one that the table lists. A full disk is not retried.
-TEST_P(StorageFaults, meet)
+TEST_P(StorageFaults, outcome_is_in_the_table)
 {
     calls::sleep.answer(0, INT_MAX);
     const world rows(ROWS);
@@ -54,8 +54,11 @@ TEST_P(StorageFaults, meet)
             continue;
         const std::vector<fault_case> known = run_with_faults(rows, line);
         std::vector<rows_of_tables> states;
-        for (const fault_case &each : known)
+        std::string expected;
+        for (const fault_case &each : known) {
             states.push_back(*each.met.rows);
+            expected += each.met.brief + each.met.changed + "\n";
+        }
         const bool in_steps = has_steps(known[0].met.lines);
         for (const kind_of_fault &it : kinds) {
             const int stride = std::getenv("ZEL_ALL_FAULTS") ? 1 : it.stride;
@@ -72,11 +75,12 @@ TEST_P(StorageFaults, meet)
                     return each.met.brief == now.brief &&
                            (in_steps ? lies_between(*now.rows, states) : each.met.changed == now.changed);
                 };
-                const auto absence = answers_of_absence.find(line.made.name);
-                EXPECT_TRUE(std::any_of(known.begin(), known.end(), explains) ||
-                            (absence != answers_of_absence.end() && absence->second.contains(now.brief + now.changed)))
-                    << now.brief << now.changed << "\n"
-                    << now.lines;
+                const auto absence = successes_without_a_row.find(line.made.name);
+                EXPECT_TRUE(
+                    std::any_of(known.begin(), known.end(), explains) ||
+                    (absence != successes_without_a_row.end() && absence->second.contains(now.brief + now.changed)))
+                    << "met " << now.brief << now.changed << "\nexpected one of\n"
+                    << expected << now.lines;
             }
         }
     }

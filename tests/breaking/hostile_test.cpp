@@ -1,4 +1,5 @@
 // Hostile texts, rows of other shapes, and files that are damaged, foreign or missing.
+#include "diff.h"
 #include "operations.h"
 
 #include <random>
@@ -51,7 +52,8 @@ TEST(StorageHostile, texts_are_stored_and_returned_unchanged)
         for (size_t i = 0; i < now.size(); ++i)
             EXPECT_TRUE((now[i].brief == usual[i].brief && *now[i].rows == *usual[i].rows) ||
                         first_calls()[i].name == "check_table_exist") // of a name that no text is put in front of
-                << first_calls()[i].text << ":" << now[i].brief << " with " << text.substr(0, 40);
+                << first_calls()[i].text << " with " << text.substr(0, 40) << "\n"
+                << unified_diff(usual[i].brief, now[i].brief) << changes(*usual[i].rows, *now[i].rows);
     }
 }
 
@@ -116,6 +118,7 @@ TEST(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
     const auto usual = effects(rows);
     disk_is_read_only = true;
     for (size_t i = 0; const outcome &now : effects(rows)) {
+        SCOPED_TRACE(first_calls()[i].text);
         const bool writes = count(usual[i].lines, ":  query [") > 0;
         EXPECT_EQ(now.brief == usual[i++].brief, !writes) << now.lines;
         EXPECT_EQ(now.changed, "");
