@@ -52,7 +52,7 @@ TEST_P(StorageFaults, outcome_is_in_the_table)
     for (const table_entry &line : read_table(GetParam())) {
         if (!line.is_first || line.made.name.starts_with("__execute"))
             continue;
-        const std::vector<fault_case> known = run_with_faults(rows, line);
+        const std::vector<fault_case> known = run_with_faults(rows, line, 10);
         std::vector<rows_of_tables> states;
         std::string expected;
         for (const fault_case &each : known) {

@@ -18,9 +18,9 @@ struct result {
     std::string words() const;
 };
 
-/// An operation's name without its common head, then a word for each argument: a number, a text, NULL, "&" for an
-/// output ("&false" for one that holds false, "&urls" for a list of URLs); the members of a record, in their order,
-/// have commas between them, and those of further records follow ("*" for none); parentheses are for the reader.
+/// An operation's name without its common head, then a word for each argument: a number, a text, NULL, or "&" for an
+/// output. "&false" holds false before the call, "&urls" is a list of URLs. The members of a record have commas between
+/// them, and those of further records follow; "*" stands for no record. Parentheses are for the reader.
 struct call {
     explicit call(const std::string &given);
     /// Why it cannot be made; empty if it can.

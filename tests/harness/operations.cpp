@@ -64,7 +64,7 @@ outcome run_in(const world &rows, const call &made, const circumstances &with)
     return now;
 }
 
-std::vector<fault_case> run_with_faults(const world &rows, const table_entry &entry)
+std::vector<fault_case> run_with_faults(const world &rows, const table_entry &entry, int memory_faults)
 {
     std::vector<fault_case> all;
     const auto add = [&](const std::string &kind, const std::string &which, const call &made,
@@ -113,7 +113,7 @@ std::vector<fault_case> run_with_faults(const world &rows, const table_entry &en
         add("closed", "", made, {"closed;" + entry.given});
     for (const auto &[kind, planned] :
          {std::pair("no memory for text", STATEMENT_TEXT), std::pair("no memory for block", LIBRARY_MEMORY)})
-        for (int nth = 1; nth <= 10; ++nth) {
+        for (int nth = 1; nth <= memory_faults; ++nth) {
             const outcome met = run_in(rows, made, {entry.given, {planned}, nth});
             if (!met.has_met_fault)
                 break;

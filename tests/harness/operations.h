@@ -44,8 +44,8 @@ struct fault_case {
     std::string kind, which;
     outcome met;
 };
-/// The call as usual, and with each fault that it can meet.
-std::vector<fault_case> run_with_faults(const world &rows, const table_entry &entry);
+/// The call as usual, and with each fault that it can meet; of the memory's faults, that many of a kind.
+std::vector<fault_case> run_with_faults(const world &rows, const table_entry &entry, int memory_faults);
 
 } // namespace zel_test
 

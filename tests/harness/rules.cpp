@@ -156,8 +156,7 @@ class trace_reader
             add_own(line);
     }
 
-    /// Of an operation that is called by the one that is tried, only its Critical lines: the others are stated where it
-    /// is the one that is tried.
+    /// Of an operation that the tried one calls, only the Critical lines: its own case states the others.
     void add_own(const log_line &line)
     {
         const std::string text = (line.kind == "Critical" ? "\"" : line.kind + ":\"") + line.text + "\"";

@@ -12,8 +12,8 @@ namespace zel_test
 
 /// A line that no rule states, or ";" for the statements that ran between two such lines.
 struct own_line {
-    std::string function; ///< that wrote it, unless it is the operation that is called
-    std::string text;     ///< in quotation marks; its kind and a colon stand before it unless it is Critical
+    std::string function; ///< Empty for the operation that is tried.
+    std::string text;     ///< In quotation marks. Its kind and a colon precede it, unless it is Critical.
     bool operator==(const own_line &) const = default;
 };
 

@@ -71,25 +71,16 @@ void write_file(const std::string &file, const std::string &content)
 
 std::string wrapped(const std::string &text)
 {
-    // Blanks in quotation marks are no places to break, unless what is quoted is too long for a line.
-    const auto next_blank = [&](size_t from, bool breaks_quoted) {
-        bool is_quoted = false;
-        for (size_t at = from; at < text.size(); ++at) {
-            is_quoted ^= text[at] == '"';
-            const bool is_single = text[at] == ' ' && text[at + 1] != ' ' && at > from && text[at - 1] != ' ';
-            if (is_single && (!is_quoted || breaks_quoted))
-                return at;
-        }
-        return text.size();
-    };
     std::string all, line;
-    bool is_within_long = false;
     for (size_t from = 0, to; from < text.size(); from = to + 1) {
-        to = next_blank(from, is_within_long);
-        if (to - from > WIDTH - std::strlen(CONTINUED))
-            to = next_blank(from, is_within_long = true);
+        bool is_quoted = false;
+        for (to = from; to < text.size(); ++to) {
+            is_quoted ^= text[to] == '"';
+            const bool is_single = text[to] == ' ' && text[to + 1] != ' ' && to > from && text[to - 1] != ' ';
+            if (is_single && !is_quoted)
+                break;
+        }
         const std::string word = text.substr(from, to - from);
-        is_within_long = is_within_long && to < text.size() && word.find('"', 1) == std::string::npos;
         if (from > 0 && line.size() + 1 + word.size() > WIDTH) {
             all += line + "\n";
             line = CONTINUED + word;

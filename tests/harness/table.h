@@ -27,12 +27,13 @@ struct table_entry {
 
 std::string table_file(const std::string &family);
 std::vector<table_entry> read_table(const std::string &family);
-/// Whether what is met is to be written into this family's file, or to "statements" (ZEL_TEST_RECORD).
+/// Whether ZEL_TEST_RECORD names this family, or "statements": what is met goes into its file.
 bool is_recorded(const std::string &family);
 /// Writes another file first, so that a program that is stopped leaves the table as it was.
 void write_file(const std::string &file, const std::string &content);
 
-/// A text in lines of at most 120 characters, broken at single blanks; those after the first are indented by eight.
+/// A text in lines of at most 120 characters, broken at single blanks outside of quotation marks. The lines after the
+/// first are indented by eight.
 std::string wrapped(const std::string &text);
 
 /// The first call that each operation has in the world as it is; without the executors and init.

@@ -8,6 +8,7 @@
 #include <glib.h>
 #include <memory>
 #include <set>
+#include <utility>
 
 using namespace zel_test;
 
@@ -37,8 +38,8 @@ bool scans(const std::string &statement)
 }
 
 constexpr char HEADING[] =
-    R"(# What each operation asks of SQLite: the statements of its calls in the table, of those that differ in their values
-# only the first. A star marks those that pass by all rows of a table.
+    R"(# The statements of each operation: those of its first call in the table, "x2" for two that differ in values only, and
+# those of other forms that further calls have. A star marks a statement that passes all rows of a table.
 )";
 
 /// The statements of a family's operations, in the order of the table.
@@ -47,7 +48,8 @@ std::string statements_of(const world &rows, const std::string &family)
     struct operation_statements {
         std::string name;
         std::set<std::string> shapes;
-        std::vector<std::string> lines;
+        std::string last_shape;
+        std::vector<std::pair<std::string, int>> lines; ///< and how often in a row
     };
     std::vector<operation_statements> all;
     for (const table_entry &entry : read_table(family)) {
@@ -56,23 +58,25 @@ std::string statements_of(const world &rows, const std::string &family)
             continue;
         auto of = std::find_if(all.begin(), all.end(), [&](const auto &it) { return it.name == name; });
         if (of == all.end())
-            of = all.insert(of, {name, {}, {}});
+            of = all.insert(of, {name, {}, "", {}});
         const outcome now = run_in(rows, entry.made, {entry.given});
         rows.begin(entry.given);
-        for (const std::string &statement : read_trace(now.lines, entry.made, false).statements)
-            if (of->shapes.insert(shape_of(statement)).second)
-                of->lines.push_back((scans(statement) ? "* " : "  ") + statement);
+        for (const std::string &statement : read_trace(now.lines, entry.made, false).statements) {
+            const std::string shape = shape_of(statement);
+            const bool is_new = of->shapes.insert(shape).second;
+            if (entry.is_first && shape == std::exchange(of->last_shape, shape))
+                ++of->lines.back().second;
+            else if (entry.is_first || is_new)
+                of->lines.emplace_back((scans(statement) ? "* " : "  ") + statement, 1);
+        }
         world::end();
     }
     std::string text;
     for (const operation_statements &it : all) {
-        if (it.lines.size() == 1) {
-            text += wrapped(it.name + " " + it.lines[0]) + "\n";
-            continue;
-        }
-        text += it.name + "\n";
-        for (const std::string &line : it.lines)
-            text += wrapped("  " + line) + "\n";
+        const bool is_alone = it.lines.size() == 1;
+        text += it.name + (is_alone ? "" : "\n");
+        for (const auto &[line, times] : it.lines)
+            text += wrapped((is_alone ? " " : "  ") + line + (times > 1 ? " x" + std::to_string(times) : "")) + "\n";
     }
     return text;
 }
