@@ -88,7 +88,7 @@ endif()
 
 # The headers name these pages, and the pages one another.
 install(FILES README.md CHANGELOG.md TYPE DOC)
-file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
+file(GLOB pages CONFIGURE_DEPENDS docs/*.md tools/zel_store/*.md)
 install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES platform/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/platform)
 install(DIRECTORY examples TYPE DOC)

@@ -1,5 +1,5 @@
 -- What contradicts itself: a view of each kind gives the rows that are in it, by a column that names them. Gives the
--- statements that look for them, and for values that a column is not to hold. docs/database.md explains each kind.
+-- statements that look for them, and for values that a column is not to hold. findings.md explains each kind.
 CREATE TEMP TABLE requests AS
     SELECT unique_id, req_id, status_word AS status, file_count, receiver_count, expired_time, sent_time,
            coalesce(contents_token, '') AS token FROM upload_request_data;

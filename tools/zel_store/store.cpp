@@ -169,7 +169,7 @@ void store::find(const std::string &kind, const json &rows)
     if (rows.empty())
         return;
     const std::string key = rows[0].items().begin().key();
-    const texts row = matches("\n\\| `" + kind + "` \\| (.*) \\| (.*) \\| (.*) \\| (.*) \\|\n", DATABASE_MD).at(0);
+    const texts row = matches("\n\\| `" + kind + "` \\| (.*) \\| (.*) \\| (.*) \\| (.*) \\|\n", FINDINGS_MD).at(0);
     const auto is_same = [&](const json &one) { return one["kind"] == kind && one["key"] == key; };
     auto found = std::find_if(findings.begin(), findings.end(), is_same);
     if (found == findings.end())

@@ -65,7 +65,7 @@ struct store : connection {
     /** Keeps from each table the rows that can be read, and finds those where something is damaged. */
     void salvage();
 
-    /** Adds what is wrong with some rows, if there are any; docs/database.md says what it means and what to do. */
+    /** Adds what is wrong with some rows, if there are any; findings.md says what it means and what to do. */
     void find(const std::string &kind, const json &rows);
 
     json file;                     /**< path, owner, mode, size, what lies beside it, who has it open */
