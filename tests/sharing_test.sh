@@ -41,20 +41,27 @@ trap 'kill -KILL $service $server 2>/dev/null || true' EXIT
 start_server 0 --refuse 2 --cut 6 --hang 4,8,11
 start_service
 
-# A file that is empty, names that are no text, and files of some chunks.
+# A file that is empty, names that are no text or could be taken for something else, and files of some chunks.
 mkdir sent received
 : >sent/empty
-files=(sent/empty $'sent/a \'quote\', a "quote" and \xff\xfe.bin' sent/one.bin sent/two.bin)
+files=(sent/empty 'sent/[a,b]' $'sent/\e[31m\xe2\x80\xaetxt.exe' $'sent/a \'quote\', a "quote" and \xff\xfe.bin' sent/one.bin sent/two.bin)
 for file in "${files[@]:1}"; do
     head -c 200000 /dev/urandom >"$file"
 done
-id=$(share send "${files[@]}" --to 44:7700900123,1:2025550123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
+share send "${files[@]}" --to 44:7700900123,1:2025550123 --follow=35 >said &
+follower=$!
+until id=$(sed -n 's/^Request \([0-9]*\):.*/\1/p' said) && [[ -n $id ]]; do sleep 0.01; done
 
+# Who follows connects again to the next service, and waits for nothing that is paused.
 share status "$id" --follow=15 >/dev/null
 killed "$service"
 start_service
-share status "$id" --follow=35 >/dev/null
+wait "$follower" || fail "the follower ended with $?"
+share status "$id" --follow >paused &
+follower=$!
 share pause "$id"
+! wait "$follower" || fail "the follower takes a pause for the end"
+grep -q "share resume $id" paused || fail "it does not say that the request is paused"
 share status "$id" | grep -q "^Request $id: paused" || fail "the request is not paused"
 ! share pause "$id" 2>/dev/null || fail "a request was paused twice"
 share resume "$id"
@@ -92,7 +99,9 @@ killed "$server"
 start_server "$port" --rate 300K # and it finds them
 get
 share status "$got" --follow >/dev/null || fail "the other share did not come"
-share inbox | grep -q '^1 push message could not be read' || fail "the broken push message was not noticed"
+share inbox >said
+grep -q '^1 push message could not be read' said || fail "the broken push message was not noticed"
+grep -qF '  \x1b[31m\u202etxt.exe, ' said || fail "a name is not escaped: $(<said)"
 [[ -f received/ne.b && ! -e ne.b ]] || fail "a name led out of the folder"
 
 # What is refused, and with which code.
@@ -102,6 +111,8 @@ refused() {
     [[ $status -eq $1 && $said == *"$2"* ]] || fail "${*:3}: $status, $said"
 }
 refused 1 '(-9)' share send sent/nothing --to 44:7700900123
+refused 2 'send needs --to' share send sent/one.bin
+refused 2 'inbox takes no --into' share inbox --into received
 refused 1 '(-1)' share send sent/one.bin --to nobody
 refused 1 '(-13)' share status 999
 refused 1 'another sharingd' "${emulator[@]}" "$programs/sharingd" --state device
