@@ -48,14 +48,12 @@ static bool is_complete(const zel_content_sync_info &row)
 
 quillo_upload_status_e movers::status_of(unsigned int req_id) const
 {
-    const zel_file_sync_type kind = kind_of(req_id);
-    if (kind == ZEL_UPLOAD_FILE || kind == ZEL_UNKNOWN)
-        return upload_status_of(req_id);
-    const auto fetched = kind == ZEL_DOWNLOAD_FILE ? fetch_of(req_id) : std::nullopt;
-    if (kind == ZEL_DOWNLOAD_FILE && !fetched)
-        return QUILLO_UPLOAD_STATUS_NONE;
+    const zel_file_sync_type kind = kind_of(req_id); // none when it was cancelled before anything of it was complete
+    const auto fetched = kind == ZEL_UPLOAD_FILE ? std::nullopt : fetch_of(req_id);
     if (fetched && fetched->is_cancelled)
         return QUILLO_UPLOAD_STATUS_CANCELLED;
+    if (!fetched && kind != ZEL_DOWNLOAD_THUMBNAIL)
+        return upload_status_of(req_id);
     const auto rows = transfers_of(kind, req_id);
     if (count_of(rows, is_paused) > 0)
         return QUILLO_UPLOAD_STATUS_PAUSED;

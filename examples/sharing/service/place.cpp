@@ -203,7 +203,8 @@ open_file open_incoming(const zel_content_sync_info &row)
     const std::string path = incoming_path(row.sync_id);
     const auto record = entry_at(file_key(row.sync_id));
     const auto file = look_at(path);
-    if (file && record && !record->extra[whole].empty() && !is_whole_file(path, *record)) {
+    if (file && record && !record->extra[whole].empty() && record->extra[copy_name].empty() &&
+        !is_whole_file(path, *record)) {
         // A service died between an exchange of names and what follows it: what came out is not ours to write to.
         if (file->st_size > 0) {
             dlog_print(DLOG_WARN, log_tag, "left, since it may be somebody else's: %s.left\n", path.c_str());

@@ -302,7 +302,7 @@ work requests::list_received()
         if (!take_steps(one->next, one->tokens.size(), list))
             return nullptr;
         if (!one->unread.empty())
-            store(_common_storage_update_read_push_noti, share_type);
+            _common_storage_update_read_push_noti(share_type); // one try: they are shown all the same
         return g_variant_new("(@a(tbuay)u)", one->shares.end(), static_cast<guint32>(number_at(unreadable_pushes)));
     };
 }
