@@ -9,9 +9,9 @@
 namespace sharing
 {
 
-constexpr std::chrono::seconds longest_silence(10);
-constexpr size_t most_clients = 200;
-constexpr unsigned int most_calls = 256; // that a client makes without reading the answers
+constexpr std::chrono::seconds stall_limit(10);
+constexpr size_t max_clients = 200;
+constexpr unsigned int max_calls = 256; // of a client that does not read the answers
 
 static void shut(GIOStream *stream)
 {
@@ -20,7 +20,7 @@ static void shut(GIOStream *stream)
 
 /* Coming and going ------------------------------------------------------------------------------------------------ */
 
-void door::let_in()
+void door::start_accepting()
 {
     unlink(bus::socket_name); // the state folder is ours alone: a socket there is of a service that died
     listener_.reset(g_socket_service_new());
@@ -29,46 +29,46 @@ void door::let_in()
                                           G_SOCKET_PROTOCOL_DEFAULT, nullptr, nullptr, nullptr),
             ZEL_ERR_SOCKET_FAILURE, "The socket for clients cannot be made in the state folder.");
     const auto comes = [](GSocketService *, GSocketConnection *stream, GObject *, void *self) -> gboolean {
-        static_cast<door *>(self)->greet(stream);
+        static_cast<door *>(self)->accept_connection(stream);
         return TRUE;
     };
     g_signal_connect(listener_.get(), "incoming", G_CALLBACK(+comes), this);
     const auto look = [](void *self) -> gboolean {
-        static_cast<door *>(self)->let_go_of_those_who_do_not_read();
+        static_cast<door *>(self)->close_stalled();
         return G_SOURCE_CONTINUE;
     };
     timer_ = g_timeout_add_seconds(1, look, this);
 }
 
-/** Asks who somebody is; on the way the connection is kept by the question. */
-void door::greet(GSocketConnection *stream)
+/** Starts the authentication, which keeps the connection meanwhile. */
+void door::accept_connection(GSocketConnection *stream)
 {
     {
         const std::lock_guard lock(mutex_);
-        if (strangers_.size() + clients_.size() >= most_clients)
+        if (handshakes_.size() + clients_.size() >= max_clients)
             return; // which closes the connection
-        strangers_[stream] = clock::now();
+        handshakes_[stream] = clock::now();
     }
-    struct greeting {
+    struct handshake {
         door *self;
         owned<GSocketConnection> stream;
     };
     const auto ready = [](GObject *, GAsyncResult *result, void *data) {
-        const std::unique_ptr<greeting> of(static_cast<greeting *>(data));
-        of->self->welcome(of->stream.get(), g_dbus_connection_new_finish(result, nullptr));
+        const std::unique_ptr<handshake> of(static_cast<handshake *>(data));
+        of->self->add_client(of->stream.get(), g_dbus_connection_new_finish(result, nullptr));
     };
     static const text guid(g_dbus_generate_guid());
     constexpr auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER |
                                                              G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER |
                                                              G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING);
-    auto *of = new greeting{this, owned<GSocketConnection>(static_cast<GSocketConnection *>(g_object_ref(stream)))};
+    auto *of = new handshake{this, owned<GSocketConnection>(static_cast<GSocketConnection *>(g_object_ref(stream)))};
     g_dbus_connection_new(G_IO_STREAM(stream), guid.get(), flags, nullptr, nullptr, ready, of);
 }
 
-void door::welcome(GSocketConnection *stream, GDBusConnection *connection)
+void door::add_client(GSocketConnection *stream, GDBusConnection *connection)
 {
     const std::lock_guard lock(mutex_);
-    strangers_.erase(stream);
+    handshakes_.erase(stream);
     if (!connection)
         return;
     client &one = clients_[connection];
@@ -122,17 +122,17 @@ void door::welcome(GSocketConnection *stream, GDBusConnection *connection)
     g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(one.bus.get()), connection, "/org/freedesktop/DBus",
                                      nullptr);
     const auto goes = [](GDBusConnection *gone, gboolean, GError *, void *self) {
-        static_cast<door *>(self)->say_goodbye(gone);
+        static_cast<door *>(self)->remove_client(gone);
     };
     g_signal_connect(connection, "closed", G_CALLBACK(+goes), this);
     g_dbus_connection_start_message_processing(connection);
 }
 
-void door::say_goodbye(GDBusConnection *connection)
+void door::remove_client(GDBusConnection *connection)
 {
     std::unique_lock lock(mutex_);
     const auto gone = clients_.extract(connection);
-    lock.unlock(); // what is released calls others
+    lock.unlock(); // the release calls other code
     if (gone.empty())
         return;
     g_dbus_interface_skeleton_unexport(G_DBUS_INTERFACE_SKELETON(gone.mapped().methods.get()));
@@ -140,12 +140,12 @@ void door::say_goodbye(GDBusConnection *connection)
     g_signal_handlers_disconnect_by_data(connection, this);
 }
 
-/** Whoever does not say who he is, or does not read, gets a "closed" and is gone. */
-void door::let_go_of_those_who_do_not_read()
+/** Shuts the sockets of clients that do not authenticate or do not read; the signal "closed" follows. */
+void door::close_stalled()
 {
     const std::lock_guard lock(mutex_);
-    const auto latest = clock::now() - longest_silence;
-    for (const auto &[stream, since] : strangers_)
+    const auto latest = clock::now() - stall_limit;
+    for (const auto &[stream, since] : handshakes_)
         if (since < latest)
             shut(G_IO_STREAM(stream));
     for (const auto &[connection, one] : clients_)
@@ -153,7 +153,7 @@ void door::let_go_of_those_who_do_not_read()
             shut(g_dbus_connection_get_stream(connection));
 }
 
-void door::let_nobody_in()
+void door::stop_accepting()
 {
     if (!listener_)
         return;
@@ -195,7 +195,7 @@ void door::take(const zel_request &request, GDBusMethodInvocation *invocation)
     commanded.cmd = command_of(g_dbus_method_invocation_get_method_name(invocation));
     {
         const std::lock_guard lock(mutex_);
-        if (const auto of = clients_.find(connection); of != clients_.end() && ++of->second.calls > most_calls)
+        if (const auto of = clients_.find(connection); of != clients_.end() && ++of->second.calls > max_calls)
             shut(g_dbus_connection_get_stream(connection));
     }
     // The connection stays until it has its answer.
@@ -208,9 +208,9 @@ void door::take(const zel_request &request, GDBusMethodInvocation *invocation)
     });
 }
 
-/* Telling --------------------------------------------------------------------------------------------------------- */
+/* Reports --------------------------------------------------------------------------------------------------------- */
 
-/** Finds out whether a client has read what is for it, unless that is under way. */
+/** Starts a flush, which ends when the client has read everything; one at a time. */
 void door::flush(client &to)
 {
     if (std::exchange(to.is_flushing, true))
@@ -237,7 +237,7 @@ void door::flushed(GDBusConnection *connection)
     }
 }
 
-void door::tell_progress(unsigned int req_id, GVariant *file)
+void door::report_progress(unsigned int req_id, GVariant *file)
 {
     g_variant_ref_sink(file);
     const std::lock_guard lock(mutex_);
@@ -249,7 +249,7 @@ void door::tell_progress(unsigned int req_id, GVariant *file)
     g_variant_unref(file);
 }
 
-void door::tell_state(unsigned int req_id)
+void door::report_state(unsigned int req_id)
 {
     const std::lock_guard lock(mutex_);
     for (auto &[connection, one] : clients_)

@@ -1,6 +1,6 @@
 /*
- * The door: clients of the same user come and go over a socket in the state folder, hand in their calls, and are told
- * what happens. One that does not read is let go, so that nobody waits for it and nothing piles up.
+ * The door: clients of the same user come and go over a socket in the state folder, hand in their calls, and get
+ * reports of what happens. A client that does not read is disconnected: nobody waits for it, and nothing piles up.
  */
 #ifndef SHARING_SERVICE_DOOR_H
 #define SHARING_SERVICE_DOOR_H
@@ -23,14 +23,14 @@ class door
     door(const door &) = delete;
     ~door();
 
-    /** Lets clients in, on the thread of the main loop. */
-    void let_in();
-    /** Lets nobody in any more. */
-    void let_nobody_in();
+    /** Accepts clients, on the thread of the main loop. */
+    void start_accepting();
+    /** Accepts no more clients. */
+    void stop_accepting();
 
-    /* Tell all clients; any thread may. */
-    void tell_progress(unsigned int req_id, GVariant *file);
-    void tell_state(unsigned int req_id);
+    /* Report to all clients; any thread may. */
+    void report_progress(unsigned int req_id, GVariant *file);
+    void report_state(unsigned int req_id);
 
   private:
     using clock = std::chrono::steady_clock;
@@ -39,25 +39,25 @@ class door
         owned<GDBusConnection> connection;
         owned<QuilloSharing> methods;
         owned<QuilloOrgFreedesktopDBus> bus;
-        bool is_flushing = false; /**< something is on its way that it has not read yet, since: */
+        bool is_flushing = false; /**< it has not read everything yet, since: */
         clock::time_point since = {};
-        bool has_missed = false; /**< something was not told meanwhile */
-        unsigned int calls = 0;  /**< since it last read all that was for it */
+        bool has_missed = false; /**< a report was left out meanwhile */
+        unsigned int calls = 0;  /**< since it last had read everything */
     };
 
-    void greet(GSocketConnection *stream);
-    void welcome(GSocketConnection *stream, GDBusConnection *connection);
-    void say_goodbye(GDBusConnection *connection);
+    void accept_connection(GSocketConnection *stream);
+    void add_client(GSocketConnection *stream, GDBusConnection *connection);
+    void remove_client(GDBusConnection *connection);
     void take(const zel_request &request, GDBusMethodInvocation *invocation);
     void flush(client &to);
     void flushed(GDBusConnection *connection);
-    void let_go_of_those_who_do_not_read();
+    void close_stalled();
 
     desk &desk_;
     owned<GSocketService> listener_;
     guint timer_ = 0;
-    std::mutex mutex_;                                           /**< guards what follows */
-    std::map<GSocketConnection *, clock::time_point> strangers_; /**< who have not said yet who they are, since */
+    std::mutex mutex_;                                            /**< guards what follows */
+    std::map<GSocketConnection *, clock::time_point> handshakes_; /**< connections without authentication, since */
     std::map<GDBusConnection *, client> clients_;
 };
 

@@ -10,8 +10,8 @@
 namespace sharing
 {
 
-constexpr long least_speed = 1000;           // bytes a second
-constexpr size_t most_header_bytes = 65'536; // of an answer
+constexpr long min_speed = 1000;            // bytes a second
+constexpr size_t max_header_bytes = 65'536; // of an answer
 
 namespace
 {
@@ -77,7 +77,7 @@ struct exchange {
     void take_header(std::string line)
     {
         header_bytes += line.size();
-        require(header_bytes <= most_header_bytes, ZEL_ERR_BAD_JSON_FORMAT, "The server's answer has endless headers.");
+        require(header_bytes <= max_header_bytes, ZEL_ERR_BAD_JSON_FORMAT, "The server's answer has endless headers.");
         if (line.starts_with("HTTP/")) { // of the last answer, when there are several
             answer.headers.clear();
             answer.status = line.size() > 9 ? std::strtol(line.c_str() + line.find(' '), nullptr, 10) : 0;
@@ -236,7 +236,7 @@ http_answer http_client::ask(const http_request &request)
     set(curl, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
     const auto patience = static_cast<long>((chosen_.patience + request.thinking).count());
     set(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(chosen_.patience.count()));
-    set(curl, CURLOPT_LOW_SPEED_LIMIT, least_speed);
+    set(curl, CURLOPT_LOW_SPEED_LIMIT, min_speed);
     set(curl, CURLOPT_LOW_SPEED_TIME, patience);
 
     std::string lines[] = {"Expect:", "Tus-Resumable: 1.0.0"};

@@ -51,7 +51,7 @@ struct http_request {
 
     /** Looks at the head of a success before its body comes; throws to refuse it. */
     std::function<void(const http_answer &)> check = {};
-    /** Is told, once a second at least, how many bytes of the body have moved; throws to break off. */
+    /** Called at least once a second with the bytes of the body moved so far; throws to break off. */
     std::function<void(unsigned long long)> moved = {};
 };
 
@@ -64,9 +64,12 @@ class http_client
     http_client(const http_client &) = delete;
 
     /**
-     * Sends a request. Throws a failure when there is no answer: ZEL_ERR_NETWORK_FAILURE, the server cannot be reached;
-     * ZEL_ERR_TRANSPORT_FAILURE, the connection broke; ZEL_ERR_TIMEOUT_ERR, it did not move for too long or too slowly;
-     * ZEL_ERR_REQ_PAUSED, the service is stopping.
+     * Sends a request. Throws a failure when there is no answer:
+     *
+     * - ZEL_ERR_NETWORK_FAILURE: the server cannot be reached.
+     * - ZEL_ERR_TRANSPORT_FAILURE: the connection broke.
+     * - ZEL_ERR_TIMEOUT_ERR: nothing moved for too long, or too slowly.
+     * - ZEL_ERR_REQ_PAUSED: the service is stopping.
      */
     http_answer ask(const http_request &request);
 
@@ -88,7 +91,7 @@ class http_client
 /** Throws what an answer that is no success means. */
 [[noreturn]] void refuse(const http_answer &answer, const char *method);
 
-/** Whether a failure is none of the server's refusals: it passes by itself, so a transfer waits and tries again. */
+/** Whether a failure passes by itself, so that a transfer waits and tries again; a server's refusal does not. */
 bool is_passing(const std::exception &reason);
 
 } // namespace sharing

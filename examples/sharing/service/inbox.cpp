@@ -10,11 +10,11 @@ namespace sharing
 
 constexpr char last_push[] = "sharingd.push";
 constexpr char log_tag[] = "SHARINGD";
-constexpr size_t largest_push = size_t{8} * 1024 * 1024;
+constexpr size_t max_push = size_t{8} * 1024 * 1024;
 constexpr std::chrono::seconds long_poll(30); // longer than the server's
-constexpr unsigned int most_attempts = 100; // to store a share
+constexpr unsigned int max_attempts = 100;    // to store a share
 
-/** The notification of a share tells that all its items are stored too. */
+/** Whether a share's notification is stored, and with it all its items. */
 static bool is_stored(const std::string &token)
 {
     return surely([&] { return _common_storage_exist_push_noti(token.c_str()); });
@@ -58,14 +58,15 @@ static share checked(const std::string &message)
 }
 
 /**
- * Stores a share's items, and the notification last: it makes them count. Items that a service has stored a part of
- * before it died can be neither completed nor removed, so the next attempt stores them under the token with a number.
+ * Stores a share's items, and the notification last: it makes them count. A kill can leave a
+ * part of the items, which can be neither completed nor removed. The next attempt adds a number to the token.
  */
 static std::string store_share(zel_trans_share_content_info &record)
 {
     const std::string given = text_of(record.contents_token);
     const auto count_of = [](const std::string &token) {
-        const share items(value_of<zel_trans_share_content_info *>(_common_storage_get_notification_data, token.c_str()));
+        const share items(
+            value_of<zel_trans_share_content_info *>(_common_storage_get_notification_data, token.c_str()));
         return items ? g_list_length(items->content_info_list) : 0;
     };
     std::string token = given;
@@ -85,7 +86,7 @@ static std::string store_share(zel_trans_share_content_info &record)
             store(_common_storage_add_push_noti_info, token.c_str(), share_type, record.expired_time,
                   _common_util_get_current_unix_time());
         } else {
-            require(attempt < most_attempts, ZEL_ERR_INTERNAL_ERROR, "The store has never taken the whole share.");
+            require(attempt < max_attempts, ZEL_ERR_INTERNAL_ERROR, "The store has never taken the whole share.");
             require(!is_new, ZEL_ERR_STORAGE_FAILURE, "The store has not taken the whole share.");
             token = given + "~" + std::to_string(attempt + 1);
         }
@@ -132,13 +133,13 @@ void inbox::await_shares()
             if (!is_ours) {
                 const http_answer options = server.ask_for_success({.method = "OPTIONS", .url = chosen_.server});
                 if (options.header("sharing-extension").empty())
-                    return; // a server that knows tus only has nothing to tell
+                    return; // a server that knows tus only sends no push messages
                 is_ours = true;
             }
             const unsigned long long last = number_at(last_push);
             const http_answer push =
                 server.ask_for_success({.url = "/push/" + number + "?after=" + std::to_string(last),
-                                        .largest_body = largest_push,
+                                        .largest_body = max_push,
                                         .thinking = long_poll});
             if (push.status == 200) {
                 const unsigned long long now = push.number("push-number");

@@ -22,7 +22,7 @@ constexpr char summary[] =
     "The sharing service: sends and receives files for the clients of one user, through a server. Says \"ready\" on "
     "standard output when clients can come, at a socket in the state folder; writes its trace to standard error; ends, "
     "with 0, on SIGINT or SIGTERM. May be killed at any moment: the next one goes on.";
-constexpr unsigned int longest_stop = 4; // seconds
+constexpr unsigned int stop_limit = 4; // seconds
 
 /** Makes the state folder the working directory, with nobody else in it. */
 static void enter(const std::string &state)
@@ -101,7 +101,7 @@ static void await_end(GMainLoop *loop)
     std::thread([loop] {
         int signal = 0;
         sigwait(&ends, &signal);
-        alarm(longest_stop);
+        alarm(stop_limit);
         is_stopping = true;
         g_main_loop_quit(loop);
     }).detach();
@@ -117,18 +117,19 @@ try {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     open_store(SHARING_DATABASE);
 
-    door *entrance = nullptr; // who is told of what happens inside
+    door *entrance = nullptr; // which reports what happens inside
     std::optional<movers> carriers;
-    const auto tell = [&](const auto &step) {
+    const auto report = [&](const auto &step) {
         try {
             step();
-        } catch (const std::exception &) { // nobody is told of what the store does not tell; Describe will
+        } catch (const std::exception &) { // the store did not answer; clients ask again by Describe
         }
     };
-    carriers.emplace(chosen, news{[&](const zel_content_sync_info &row) {
-                                      tell([&] { entrance->tell_progress(row.req_id, describe_file(*carriers, row)); });
-                                  },
-                                  [&](unsigned int req_id) { entrance->tell_state(req_id); }});
+    carriers.emplace(chosen,
+                     news{[&](const zel_content_sync_info &row) {
+                              report([&] { entrance->report_progress(row.req_id, describe_file(*carriers, row)); });
+                          },
+                          [&](unsigned int req_id) { entrance->report_state(req_id); }});
     requests methods(*carriers);
     desk calls(methods);
     door clients(calls);
@@ -136,7 +137,7 @@ try {
     inbox received(chosen, *carriers);
     const std::shared_ptr<void> at_the_end(nullptr, [&](void *) {
         is_stopping = true;
-        clients.let_nobody_in();
+        clients.stop_accepting();
         received.stop();
         carriers->stop();
         calls.stop();
@@ -145,7 +146,7 @@ try {
     carriers->start();
     calls.start();
     received.start();
-    clients.let_in();
+    clients.start_accepting();
     printf("ready\n");
     fflush(stdout);
     g_main_loop_run(loop.get());

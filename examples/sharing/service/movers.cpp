@@ -115,7 +115,7 @@ void movers::note_outage(const std::exception *reason, bool has_answered)
 }
 
 /** Has something tried again after a pause, which grows with each further one. */
-void movers::put_off(turn &one, waits &kind, unsigned int id, const std::exception &reason)
+void movers::delay(turn &one, waits &kind, unsigned int id, const std::exception &reason)
 {
     if (as_failure(reason).code == ZEL_ERR_NETWORK_FAILURE)
         return; // the outage holds up all
@@ -345,7 +345,7 @@ transfer movers::next_transfer()
     return nullptr;
 }
 
-void movers::carry(zel_content_sync_info row, http_client &server)
+void movers::run_transfer(zel_content_sync_info row, http_client &server)
 {
     const bool was_failed = row.status == ZEL_SYNC_FAILED;
     const turn *mine = nullptr;
@@ -417,12 +417,12 @@ void movers::record_end(const zel_content_sync_info &row, const std::exception *
     } else if (stored && (code == ZEL_ERR_REQ_PAUSED || is_passing(*reason))) {
         store(_common_storage_update_status_sync_content_info_by_sync_id, row.sync_id, row.status, ZEL_SYNC_ONGOING);
         if (code != ZEL_ERR_REQ_PAUSED)
-            put_off(mine, transfer_waits_, row.sync_id, *reason);
+            delay(mine, transfer_waits_, row.sync_id, *reason);
     } else if (stored) {
         const unsigned int retries = stored->fail_retry_count + (row.status == ZEL_SYNC_FAILED ? 1 : 0);
         set_trouble("transfer", row.sync_id, as_failure(*reason));
-        set_retries(*stored, ZEL_SYNC_FAILED, code == ZEL_ERR_INVALID_FILE ? most_retries + 1 : retries);
-        put_off(mine, transfer_waits_, row.sync_id, *reason);
+        set_retries(*stored, ZEL_SYNC_FAILED, code == ZEL_ERR_INVALID_FILE ? max_retries + 1 : retries);
+        delay(mine, transfer_waits_, row.sync_id, *reason);
         if (row.type == ZEL_DOWNLOAD_FILE && is_given_up(*stored))
             free_name(*stored);
     }
@@ -506,7 +506,7 @@ bool movers::send_forgotten_again(unsigned int req_id, http_client &server)
         store(_common_storage_update_mupload_key_sync_content_info, row->sync_id, nullptr);
         set_trouble("transfer", row->sync_id,
                     failure(ZEL_ERR_RESOURCE_DOESNT_EXIST, "The server has forgotten the file."));
-        set_retries(*row, retries > most_retries ? ZEL_SYNC_FAILED : ZEL_SYNC_TODO, retries);
+        set_retries(*row, retries > max_retries ? ZEL_SYNC_FAILED : ZEL_SYNC_TODO, retries);
     }
     shares_.erase(req_id);
     load(req_id);
@@ -526,12 +526,12 @@ void movers::fail_share(unsigned int req_id, const failure &reason)
 }
 
 /**
- * Has the server make a share of an upload's files, and tell their recipients. What it is made of is stored before the
- * first try, under share_key, so that each further try is the same and the server can tell:
+ * Has the server make a share of an upload's files. Its contents are stored under share_key before the
+ * first try. So each further try is the same, and the server knows a repeat by its key:
  *
- *   value  the random key that is sent with it
- *   1st    the transfers in it, "1 2 3 "
- *   2nd    the transfers in earlier shares of the request
+ *   value  the random key;
+ *   1st    the transfers in it, "1 2 3 ";
+ *   2nd    the transfers in earlier shares of the request.
  */
 void movers::post_share(unsigned int req_id, http_client &server)
 {
@@ -602,8 +602,8 @@ void movers::share_files(unsigned int req_id, http_client &server)
         const std::lock_guard lock(steps_);
         if (const auto mine = shares_.find(req_id); mine != shares_.end()) {
             mine->second.is_taken = false;
-            put_off(mine->second, share_waits_, req_id, *reason);
-            is_given_up = !is_passing(*reason) && ++mine->second.failures > most_retries;
+            delay(mine->second, share_waits_, req_id, *reason);
+            is_given_up = !is_passing(*reason) && ++mine->second.failures > max_retries;
             news_.state(req_id);
         }
     }
@@ -633,7 +633,7 @@ std::function<void(http_client &)> movers::next_job()
         }
     if (!job)
         if (std::shared_ptr<zel_content_sync_info> row = next_transfer())
-            job = [this, row](http_client &server) { carry(*row, server); };
+            job = [this, row](http_client &server) { run_transfer(*row, server); };
     if (job)
         look_at_outage(true);
     return job;

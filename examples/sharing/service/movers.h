@@ -1,7 +1,7 @@
 /*
  * Which transfer is next: three threads move files and post shares; the others wait for their turn, for a retry or for
- * the server. All that lasts is in the store, so the process can die at any moment; what is kept here is an index of
- * what can go on.
+ * the server. Everything that lasts is in the store, so the process can die at any moment. Kept here is an index of the
+ * transfers that can go on.
  *
  * A server that cannot be reached is no failure: transfers stay what they are (ZEL_SYNC_TODO), and one of them tries
  * again after a pause that grows. A connection that breaks, or an answer that passes by itself, holds up one transfer
@@ -19,7 +19,7 @@
 namespace sharing
 {
 
-/** Who is told what happens; called by any thread. */
+/** Receives reports of what happens; called by any thread. */
 struct news {
     std::function<void(const zel_content_sync_info &)> progress;
     std::function<void(unsigned int req_id)> state;
@@ -70,7 +70,7 @@ class movers
     using clock = std::chrono::steady_clock;
     using waits = std::map<unsigned int, waiting>;
 
-    /** Of something that is to be done. */
+    /** A transfer or a share in the schedule. */
     struct turn {
         bool is_taken = false;
         std::atomic<bool> is_called_off = false;
@@ -90,7 +90,7 @@ class movers
     std::function<void(http_client &)> next_job();
     transfer next_transfer();
     clock::time_point next_moment() const;
-    void carry(zel_content_sync_info row, http_client &server);
+    void run_transfer(zel_content_sync_info row, http_client &server);
     void record_end(const zel_content_sync_info &row, const std::exception *reason, bool has_moved);
     void share_files(unsigned int req_id, http_client &server);
     void post_share(unsigned int req_id, http_client &server);
@@ -98,7 +98,7 @@ class movers
     void fail_share(unsigned int req_id, const failure &reason);
 
     void note_outage(const std::exception *reason, bool has_answered);
-    void put_off(turn &one, waits &kind, unsigned int id, const std::exception &reason);
+    void delay(turn &one, waits &kind, unsigned int id, const std::exception &reason);
     void end_wait(waits &kind, unsigned int id);
 
     const settings &chosen_;
@@ -108,7 +108,7 @@ class movers
     mutable std::mutex steps_;
     std::condition_variable changed_;
     std::map<unsigned int, std::map<unsigned int, turn>> turns_; /**< of transfers that can go on, by request */
-    std::map<unsigned int, turn> shares_;                        /**< of uploads that are to be shared */
+    std::map<unsigned int, turn> shares_;                        /**< of uploads that wait for their share */
     unsigned int last_served_ = 0;                               /**< a request: the next one has the next turn */
 
     std::atomic<bool> knows_tus_only_ = false; /**< the server, as far as is known */

@@ -15,7 +15,7 @@ namespace sharing
 {
 
 constexpr char log_tag[] = "SHARINGD";
-constexpr size_t longest_name = 255; // bytes
+constexpr size_t max_name = 255; // bytes
 
 /* What stands where in the record of a received file. */
 constexpr size_t reserved = 0;
@@ -45,8 +45,8 @@ static std::string numbered(const std::string &name, unsigned int number)
     std::string extension = dot == std::string::npos || dot == 0 || name.size() - dot > 32 ? "" : name.substr(dot);
     const std::string ending = (number > 0 ? "_" + std::to_string(number) : "") + extension;
     std::string stem = name.substr(0, name.size() - extension.size());
-    if (stem.size() + ending.size() > longest_name) {
-        stem.resize(longest_name - ending.size());
+    if (stem.size() + ending.size() > max_name) {
+        stem.resize(max_name - ending.size());
         const char *end = nullptr;
         g_utf8_validate(stem.data(), static_cast<gssize>(stem.size()), &end); // no half letter at the end
         stem.resize(static_cast<size_t>(end - stem.data()));
@@ -76,13 +76,13 @@ static std::string time_text(const timespec &time)
     return std::to_string(time.tv_sec) + "." + std::to_string(time.tv_nsec);
 }
 
-/** Tells the file that was made from any other: an inode's number is used again, but not within the same moment. */
+/** Identity of an empty file: an inode's number is used again, but not with the same time of change. */
 static std::string reserved_identity(const struct stat &file)
 {
     return std::to_string(file.st_ino) + " " + time_text(file.st_ctim);
 }
 
-/** The same of a file with content, which keeps its time when it is moved. */
+/** Identity of a file with all bytes; a move changes its time of change, but not that of modification. */
 static std::string whole_identity(const struct stat &file)
 {
     return std::to_string(file.st_ino) + " " + std::to_string(file.st_size) + " " + time_text(file.st_mtim);
@@ -287,7 +287,7 @@ static void remove_copy(const zel_content_sync_info &row, const entry &record)
     const auto file = look_at(path);
     if (!file)
         return;
-    // Without a whole identity it is an unfinished copy; an empty file is the one that reserved the name.
+    // Without the identity of all bytes it is an unfinished copy; an empty file is the one made to reserve the name.
     if (record.extra[whole].empty() || file->st_size == 0 || is_whole_file(path, record))
         unlink(path.c_str());
     else

@@ -1,12 +1,12 @@
 /*
- * Where a received file goes. Its name is reserved by making it, empty; its bytes are collected below the state folder
- * and are moved over that file only while it is still the one that was made, and empty. What is recorded under the
- * transfer's key (file_key) comes before what is done, so a service that was killed is followed by one that knows:
+ * Where a received file goes. An empty file reserves its name; its bytes are collected below the state folder. They are
+ * moved over the empty file only while it is the same file, and still empty. Each step is recorded under the transfer's
+ * key (file_key) before it is done, so that the next service knows it after a kill:
  *
- *   value  size in bytes, as announced
- *   1st    which file was made to reserve the name; empty before
- *   2nd    name of a copy in that folder, where it is on another file system; empty while there is none
- *   3rd    which file has the bytes, once all are there
+ *   value  size in bytes, as announced.
+ *   1st    identity of the empty file, or "".
+ *   2nd    name of a copy in that folder, if the folder is on another file system, or "".
+ *   3rd    identity of the file with all bytes, or "".
  */
 #ifndef SHARING_SERVICE_PLACE_H
 #define SHARING_SERVICE_PLACE_H

@@ -330,11 +330,11 @@ static void revive(zel_content_sync_info &row, const std::string &folder)
     }
     if (is_reserved(row)) {
         begin_anew(row);
-        return set_retries(row, ZEL_SYNC_FAILED, most_retries + 1); // as if given up: fetch_share takes them up at once
+        return set_retries(row, ZEL_SYNC_FAILED, max_retries + 1); // as if given up: fetch_share takes them up at once
     }
     zel_content_sync_info again = row; // the name is somebody else's by now
     again.status = ZEL_SYNC_FAILED;
-    again.fail_retry_count = most_retries + 1;
+    again.fail_retry_count = max_retries + 1;
     reserve(again, folder, text_of(row.name), size_of(row));
     remove_unfinished(row);
 }
@@ -413,7 +413,7 @@ static void forget_request(unsigned int req_id)
     remove_keys_of_request(req_id);
 }
 
-/** The rows go last, since they tell the ids of the keys; what tells that all is to go stays until then. */
+/** The rows go last, since they hold the ids of the keys. The mark of a wipe goes after them. */
 static void forget_the_rest()
 {
     for (const char *folder : {thumbnail_folder, incoming_folder})

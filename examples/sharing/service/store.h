@@ -2,8 +2,8 @@
  * The floor of the service: how the library's store is asked, holders for what comes out, and the keys under which the
  * service keeps what the store has no columns for (README.md lists them).
  *
- * The store does not tell "busy" from "nothing there". So nothing is believed before a key that always exists was read
- * before and after; what cannot be asked within two seconds is a failure.
+ * The store does not distinguish "busy" from "nothing there". An empty answer counts only if a key that always exists
+ * was read before and after it. What cannot be asked within two seconds is a failure.
  */
 #ifndef SHARING_SERVICE_STORE_H
 #define SHARING_SERVICE_STORE_H
@@ -113,7 +113,7 @@ std::vector<transfer> transfers_from(operation question, limit last, arguments..
 /* Transfers ------------------------------------------------------------------------------------------------------- */
 
 /** A transfer that failed more often than this is given up. */
-constexpr unsigned int most_retries = 5;
+constexpr unsigned int max_retries = 5;
 
 /** The transfers of one kind of a request, in the order in which they were stored. */
 std::vector<transfer> transfers_of(zel_file_sync_type kind, unsigned int req_id);
@@ -128,7 +128,7 @@ void set_retries(zel_content_sync_info &row, zel_file_sync_status status, unsign
 
 inline bool is_given_up(const zel_content_sync_info &row)
 {
-    return row.status == ZEL_SYNC_FAILED && row.fail_retry_count > most_retries;
+    return row.status == ZEL_SYNC_FAILED && row.fail_retry_count > max_retries;
 }
 
 /** The kind of a request's transfers; ZEL_UNKNOWN when it has none. */

@@ -13,7 +13,7 @@
 namespace sharing
 {
 
-constexpr unsigned long long largest_thumbnail = 1024ULL * 1024;
+constexpr unsigned long long max_thumbnail = 1024ULL * 1024;
 
 /* What is sent is what it was ------------------------------------------------------------------------------------- */
 
@@ -198,7 +198,7 @@ static void download_thumbnail(const zel_content_sync_info &row, http_client &se
         const open_file incoming(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
         require(incoming >= 0, ZEL_ERR_REQUEST_FAILED,
                 std::string("The thumbnail cannot be written: ") + strerror(errno));
-        server.ask_for_success({.url = text_of(row.thumbnail), .into = {incoming, 0, largest_thumbnail}});
+        server.ask_for_success({.url = text_of(row.thumbnail), .into = {incoming, 0, max_thumbnail}});
         require(fsync(incoming) == 0, ZEL_ERR_REQUEST_FAILED,
                 std::string("The thumbnail cannot be written: ") + strerror(errno));
     }

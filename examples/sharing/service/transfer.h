@@ -18,7 +18,7 @@ struct sendable {
 };
 sendable look_at_file(const std::string &path);
 
-/** Is told, once a second at least, how much has been moved of how many bytes; throws to break the transfer off. */
+/** Called at least once a second with the bytes moved, and the size; throws to break the transfer off. */
 using observer = std::function<void(unsigned long long offset, unsigned long long size)>;
 
 /**
