@@ -320,7 +320,7 @@ transfer movers::next_transfer()
     std::vector<unsigned int> requests; // those after the last one that was served come first
     for (const auto &[req_id, transfers] : turns_)
         requests.push_back(req_id);
-    std::ranges::rotate(requests, std::ranges::upper_bound(requests, last_served_));
+    std::rotate(requests.begin(), std::ranges::upper_bound(requests, last_served_), requests.end());
     for (const unsigned int req_id : requests)
         for (auto one = turns_[req_id].begin(); one != turns_[req_id].end();) {
             auto &[sync_id, turn] = *one;
