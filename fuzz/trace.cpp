@@ -1,5 +1,5 @@
-// A trace that says anything is read to its end, with views that lie in it; and a text that a line of the host platform
-// holds comes out of that line as it went in.
+// Any trace is read to its end, with views that lie in it. A text in a line of the host platform is read as it was
+// written.
 #include "trace_line.h"
 #include "trace_sums.h"
 #include "zel_platform_host.h"

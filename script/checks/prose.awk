@@ -70,9 +70,10 @@ kind == "manual" {
 kind == "source" {
     line = $0
     if (!inside && match(line, /(^|[^:"])\/\/\/?<? |\/\*+<?( |$)/)) {
-        inside = substr(line, RSTART, RLENGTH) ~ /\/\*/ ? "block" : "line"
+        mark = substr(line, RSTART, RLENGTH)
+        inside = mark ~ /\/\*/ ? "block" : "line"
         line = substr(line, RSTART + RLENGTH)
-        if (inside == "block" || line_before != FNR - 1)
+        if (inside == "block" || mark ~ /</ || line_before != FNR - 1) # a comment after a member stands alone
             flush()
         line_before = FNR
     } else if (!inside)
@@ -92,7 +93,7 @@ kind == "source" {
     if (in_list || line !~ /^    |^ *[a-z_]+\(.*\);$/)
         add(line)
     if (ends) {
-        if (inside == "block")
+        if (inside == "block" || mark ~ /</)
             flush()
         inside = 0
     }

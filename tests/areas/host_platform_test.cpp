@@ -58,7 +58,7 @@ class diverted
         } while (std::count(written.begin(), written.end(), '\n') < lines && !testing::Test::HasFailure());
         return written;
     }
-    /// What was written behind time, thread and tag.
+    /// The text after time, thread and tag.
     std::string message(std::ptrdiff_t lines = 0) const
     {
         const std::string line = next(lines);
@@ -112,7 +112,7 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
          {std::string(20000, 'x'), std::string(8192 - (in_front() + "I/TAG: ").size(), 'y'), std::string("z")})
         expect("I/TAG: " + text, DLOG_INFO, text);
     if (fork() == 0) {
-        sleep(1); // its second is not the one that its parent has worked out
+        sleep(1); // the second has changed since its parent computed it
         expect("I/TAG: a child's line", DLOG_INFO, "a child's line");
         _exit(HasFailure());
     }

@@ -31,8 +31,8 @@ files put(const files &all)
 }
 
 /// The files after these changes and a power cut after the last one. Synced changes are kept, and with a journal or log
-/// also those of its folder, as SQLite assumes. Of the others each write is kept, dropped or torn by sectors of 512
-/// bytes, and each truncation, creation and deletion is kept or lost, independently of the others.
+/// also those of its folder, as SQLite assumes. Each of the others is independent: a write is kept, dropped or torn
+/// by sectors of 512 bytes, a truncation, creation or deletion is kept or lost.
 files after_power_cut(files left, std::span<const disk_change> changes, std::mt19937 &random)
 {
     const auto luck = random() % 5; // from a disk that has written nothing on its own to one that has written all
@@ -90,9 +90,9 @@ struct step {
 };
 
 struct StorageCrash : testing::TestWithParam<const char *> {
-    /// Makes the calls of the table one after the other and keeps those that change rows, after a first step with the
-    /// rows of before. The disk never waits for a sync: what a killed process wrote stays in the system's cache. The
-    /// texts are so long that they take overflow pages.
+    /// Makes the calls of the table one after the other. Keeps those that change rows, after a first step with the
+    /// first rows. The disk never waits for a sync: what a killed process wrote stays in the system's cache. The texts
+    /// are so long that they take overflow pages.
     StorageCrash() : rows(ROWS, std::string(3000, 'x'))
     {
         rows.begin(std::string("PRAGMA journal_mode = ") + GetParam());
@@ -159,7 +159,7 @@ TEST_P(StorageCrash, acknowledged_writes_survive_a_kill)
         const size_t last = 1 + random() % (steps.size() - 1);
         const auto delay = static_cast<useconds_t>(random() % 1000); // to somewhere within the next write or two
         const auto write_until_killed = [&] {
-            for (size_t i = 1; i < steps.size(); ++i) { // the first of them has to open the store
+            for (size_t i = 1; i < steps.size(); ++i) { // the first one must open the store
                 if (i == last)
                     std::thread([delay] { usleep(delay), kill(getpid(), SIGKILL); }).detach();
                 EXPECT_EQ(steps[i].made().code, ZEL_ERR_NONE);

@@ -1,5 +1,5 @@
-// Every call of the disk and every allocation fails once, one after the other, in every operation of the store; of the
-// allocations only every few do unless ZEL_ALL_FAULTS is set.
+// Every call of the disk and every allocation fails once, one after the other, in every operation of the store. Without
+// ZEL_ALL_FAULTS only some of the allocations fail.
 #include "operations.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-/* Every header of the library, an operation of each, and the share encoding, which only the static library has; in the
- * common subset of C and C++. */
+/* Every header of the library and an operation of each, in the common subset of C and C++. Only the static library has
+ * the share encoding. */
 #include <string.h>
 
 #include <zel_common.h>

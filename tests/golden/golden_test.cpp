@@ -1,6 +1,6 @@
 /*
- * What release 1.0.0 wrote is read for good: an encoded share of two items, and a store with a row or two in each
- * table. Neither file is ever written anew; what a later release writes differently gets a file of its own.
+ * Later releases read the files of release 1.0.0: an encoded share of two items, and a store with a row or two in each
+ * table. Neither file ever changes; a later format gets a file of its own.
  */
 #include "call.h"
 #include "trace.h"

@@ -1,6 +1,5 @@
 // Stand-ins for functions that the library calls: CMakeLists.txt lists those that ld redirects here. Without a fault or
-// a script each does what the function it stands for does; "/tmp/quillo.pid" always means quillo.pid in the test's own
-// folder.
+// a script each calls its original. "/tmp/quillo.pid" always means quillo.pid in the test's own folder.
 #ifndef ZEL_TESTS_INTERPOSE_H
 #define ZEL_TESTS_INTERPOSE_H
 

@@ -76,7 +76,7 @@ void expect_null_is_rejected_by(Result (*function)(Parameters...), std::index_se
 }
 
 /// Calls a function with NULL for each of its first `count` pointers in turn. It logs one Critical line with this
-/// message, returns the result (NULL for a pointer), and leaves alone what the other pointers point to.
+/// message and returns the result (NULL for a pointer). It leaves the targets of the other pointers alone.
 template <typename Result, typename... Parameters>
 void expect_null_is_rejected(size_t count, const std::string &message, int result, Result (*function)(Parameters...))
 {

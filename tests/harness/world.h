@@ -67,7 +67,7 @@ class world
     /// Puts the file back, runs a statement text, and has the library open the store as in a new process: it knows
     /// nothing of the schema unless warm. With "closed;" in front of the text the store stays closed.
     void begin(const std::string &given = "", bool warm = false) const;
-    /// What is stored now, which is read if the file is neither as it was put back nor as it was the last time.
+    /// The stored rows. They are read again if the file is neither the restored one nor the last one read.
     std::shared_ptr<const rows_of_tables> rows() const;
     /// Closes the store, which fails if a statement was not finalized.
     static void end();

@@ -14,8 +14,8 @@
 #include <fstream>
 #include <memory>
 
-/// Runs a line of shell, in which "tool" is the tool and $store its file, and looks for parts of what it says, errors
-/// included. What has json in its line says a document: it is looked at without blanks, the names in their order.
+/// Runs a line of shell, and looks for parts of its output and errors. "tool" is the tool, $store its file.
+/// The document of a line with json is compared without blanks, its names in their order.
 inline std::string expect(const std::string &line, int status, const std::vector<std::string> &parts = {})
 {
     const std::string words = "export LC_ALL=C; tool() { " ZEL_TEST_TOOL " \"$@\"; }; store=" ZEL_DATABASE "; ";

@@ -82,7 +82,7 @@ TEST_F(ZelStore, a_text_in_a_trace_is_no_line)
                "' '" +
                "11-25 06:34:30.123 99 7 I OTHER: g(1):  * Critical * forged'; do echo \"$line\"; done | tool trace -",
            2, {"no line of it is the library's"});
-    // What goes on behind a line break belongs to a statement of a platform that does not escape.
+    // The text after a line break belongs to a statement of a platform that does not escape.
     expect("printf '%s\n' 'I/QUILLO_COMMON: f(1):  query [a' 'b]' 'I/QUILLO_COMMON: f(1): failed to execute [x' "
            "'y], err[1], SQLITE_BUSY [5]' 'I/QUILLO_COMMON: f(2):  * Critical * bad' 'and more' | tool trace --json -",
            1, {R"("code":1,"count":1,"first_line":5,"operation":"f","statement":"a\nb","text":"bad")"});

@@ -6,8 +6,8 @@
 #include <string_view>
 
 /**
- * A file that gets its name when all of it is written. Until then it has none, where the file system can do that, and
- * goes with the program; elsewhere (FAT, NFS) it lies beside its place as .NAME.XXXXXX, and a kill leaves it there.
+ * A file that gets its name when all of it is written. Until then it has none, and ends with the program. A file system
+ * without such files (FAT, NFS) has it as .NAME.XXXXXX beside its place, where a kill leaves it.
  * Mode 0600. Every operation throws unreadable when it fails; the destructor removes what was not published.
  */
 class new_file

@@ -170,9 +170,9 @@ descriptor open_regular(const std::string &path)
 }
 
 /**
- * What is another one whenever a writer may have changed the store in between. With a rollback journal, each commit
- * changes the counter in the file's header, and each write in progress has a journal with a number of its own. A
- * write-ahead log holds whatever the file lacks until it is copied there or the log begins anew, with other numbers.
+ * Returns a text that differs if a writer can have changed the store in between. With a rollback journal, each commit
+ * changes the counter in the file's header, and each write has a journal with its own number. A write-ahead
+ * log holds the changes until they are copied to the file. A new log has other numbers.
  */
 std::string fingerprint(const std::string &path)
 {
@@ -224,8 +224,8 @@ long long copy_part(const std::string &from, const std::string &to)
 }
 
 /**
- * Notes what other file the journal names at its end, as SQLite reads it, and where its mark stands; 0 if it names
- * none. Such a journal counts as long as the other file is there.
+ * Notes the other file that the journal names at its end, as SQLite reads it. Returns the place of its mark, or 0
+ * without one. Such a journal is valid as long as the other file exists.
  */
 off_t find_super_journal(const std::string &path, copied &store)
 {

@@ -1,6 +1,6 @@
 /*
- * A copy of a store that is this program's alone, and the only thing that SQLite is given. What lies beside a store can
- * name any file for SQLite to look into and to delete; here there is no path that it could reach.
+ * A private copy of a store, the only file that SQLite gets. A journal or log beside a store can name any file, which
+ * SQLite would open or delete. Beside the copy there is no path that it could reach.
  */
 #ifndef ZEL_STORE_PRIVATE_COPY_H
 #define ZEL_STORE_PRIVATE_COPY_H
@@ -19,7 +19,7 @@ void know_private_files();
 /** The descriptor of a private file, -1 if there is none of this name. It stays the file system's. */
 int private_file(const std::string &name);
 
-/** The name of the copy; what lies beside it has the same name with "-journal" or "-wal" behind it. */
+/** The name of the copy; "-journal" and "-wal" are added to it for the files beside it. */
 constexpr char PRIVATE_COPY[] = "store";
 
 /** What a copy was made of. */
@@ -36,7 +36,7 @@ struct copied {
  */
 copied copy_privately(const std::string &path);
 
-/** Gives a copy of a file that was cut the size that its header says, so that SQLite reads the pages that are left. */
+/** Gives the copy of a cut file the size in its header, so that SQLite reads the remaining pages. */
 void lengthen_copy();
 
 #endif

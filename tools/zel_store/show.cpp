@@ -15,7 +15,7 @@
 namespace
 {
 
-/** Tells a view how fast each transfer has moved since this program first saw it, and for how long still. */
+/** Adds the speed of each transfer since this program first saw it, and its remaining time. */
 void add_paces(store &read)
 {
     static std::map<long long, std::pair<double, gint64>> known;
@@ -175,7 +175,7 @@ try {
 
 outcome watch(const options &wanted)
 {
-    std::string view = show(wanted).view; // what cannot be read at all is told on the ordinary screen
+    std::string view = show(wanted).view; // an unreadable store is reported on the ordinary screen
     has_keys = screen.is_terminal && tcgetattr(STDIN_FILENO, &keys_before) == 0;
     const std::shared_ptr<void> end(nullptr, [](void *) { give_back(); });
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})

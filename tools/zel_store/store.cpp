@@ -32,7 +32,7 @@ constexpr const char *VOCABULARIES[][3] = {
 };
 constexpr char UNNAMED[] = "READ_NOTI_UNREAD = 0, READ_NOTI_READ = 1, READ_NOTI_MARKED_FOR_DELETION = 2";
 
-/** The columns of a table that hold words, behind those that are stored. */
+/** Returns the columns of a table that hold words; they follow the stored columns. */
 std::string words_of(const std::string &table)
 {
     std::string columns;
@@ -186,7 +186,7 @@ store::store(const std::string &named)
 {
     std::error_code error;
     const fs::path given = fs::is_directory(named, error) ? named / fs::path(ZEL_DATABASE).filename() : fs::path(named);
-    // What lies beside a file lies beside the one that a link leads to.
+    // The journal or log is beside the target of a link.
     const std::string path = fs::weakly_canonical(fs::absolute(given), error).string();
     file = {{"path", fs::absolute(given).lexically_normal().string()}};
     add_holders(file, path);

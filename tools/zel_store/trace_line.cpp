@@ -88,7 +88,7 @@ bool take_stamp(cursor &at, std::optional<long long> &time)
     return false;
 }
 
-/** Host, program and process, as the system's log puts them behind the time: "host service[12]: ". */
+/** Takes host, program and process, which the system's log writes after the time: "host service[12]: ". */
 bool take_sender(cursor &at)
 {
     cursor rest = at;
@@ -129,7 +129,7 @@ bool take_tag(cursor &at, std::string_view &tag, bool &is_host_form)
     return true;
 }
 
-/** What comes behind the time and the sender: thread, tag and "function(line): text". */
+/** Takes the rest after the time and the sender: thread, tag and "function(line): text". */
 owner take_message(cursor at, trace_line &line)
 {
     unsigned long long number = 0;
@@ -183,7 +183,7 @@ void classify(trace_line &line)
     }
 }
 
-/** Whether a line's text has a line break, behind which it goes on: a bracket is open. */
+/** Whether a line's text goes on after a line break: a bracket is open. */
 bool is_open(const trace_line &line)
 {
     cursor at{line.body};

@@ -58,7 +58,7 @@ class trace_reader
     }
 
   private:
-    /** What is to come of the line that is kept back. */
+    /** What next() does with the line that is kept back. */
     enum class kept { NOTHING, WHOLE, CUT, OPEN };
 
     std::optional<std::string_view> next_text();

@@ -1,6 +1,6 @@
 /*
- * A trace, added up line by line. What is kept are the calls that are open, the latest statement of each thread, and
- * what was found; each of them is bounded, for a trace can say anything.
+ * A trace, added up line by line. The open calls, the latest statement of each thread and the findings are kept. Each
+ * of them is bounded, since a trace can hold anything.
  */
 #ifndef ZEL_STORE_TRACE_SUMS_H
 #define ZEL_STORE_TRACE_SUMS_H
@@ -61,7 +61,7 @@ class trace_sums
     struct complaint {
         size_t count = 0, first_line = 0;
     };
-    /** A statement and what comes of it, up to the next one, an End line, or an operation's begin. */
+    /** A statement and its results, up to the next one, an End line, or an operation's begin. */
     struct outcome_of_statement {
         std::string statement;
         bool is_escaped = false;
