@@ -1,7 +1,7 @@
 /*
  * The logging entry point.
  *
- * The library writes its own trace with the platform's log call (dlog_print in zel_platform.h), one call for each line,
+ * The library writes its own trace with the platform's log call (dlog_print in zel_platform.h). Each line is one call,
  * with the tag "QUILLO_COMMON". docs/log.md describes the lines.
  */
 #ifndef ZEL_COMMON_LOG_H

@@ -7,8 +7,8 @@
  * that lock: they must not call an operation of the same queue, and must not throw.
  *
  * Several workers. A push signals only when the queue goes from empty to one item, and wakes one worker. So of several
- * workers that sleep on one queue, only one works while items keep coming. Give each worker a queue of its own, or let
- * each worker pass the wake on after a pop, before it works on its item:
+ * workers that sleep on one queue, only one works while items keep coming. Give each worker a queue of its own. Or let
+ * each worker pass the wake on after its pop:
  *
  *     void *item = _common_queue_pop(queue);
  *     pthread_mutex_lock(&queue->available_lock);
@@ -97,7 +97,7 @@ void _common_queue_push(zel_queue_s *req_queue, void *data);
  *
  * @param req_queue the queue
  * @return the item, now owned by the caller; NULL if NULL was pushed, when the queue was still empty after the wake,
- * and when the queue is NULL
+ *         and when the queue is NULL
  */
 void *_common_queue_pop(zel_queue_s *req_queue);
 

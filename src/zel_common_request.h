@@ -99,7 +99,7 @@ typedef struct _zel_request {
     char *list_next;                     /**< next-page mark of a server listing; owned */
     char *list_more;                     /**< more-entries mark of a server listing; owned */
     GMutex response_mutex;               /**< guards the response; the library never uses it */
-    unsigned int send_push;              /**< non-zero when the recipients are to be notified by push */
+    unsigned int send_push;              /**< non-zero: notify the recipients by push */
     app_control_h caller;                /**< launch-request handle of the calling application; owned */
 } zel_request;
 

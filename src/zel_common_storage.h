@@ -19,8 +19,8 @@
  *
  * Statements. Each statement takes effect as a whole or not at all. There are no transactions: other writers can work
  * between the statements of one operation, and between a query and a later update. A stored change survives the end of
- * the process. A power cut can undo the last statement that was reported as done, because SQLite by default removes its
- * journal without syncing the folder (docs/durability.md).
+ * the process. A power cut can undo the last statement that was reported as done: SQLite by default removes its
+ * journal without a sync of the folder (docs/durability.md).
  *
  * Other processes. One process should own the database file; others ask that process (docs/several-programs.md). A lock
  * of another process can make a write fail after ten attempts in about a millisecond. A query that meets a lock looks
@@ -33,13 +33,13 @@
  * past.
  *
  * Empty texts. A token, URL, name or path that was not given is stored as "". So never look up, update or delete by "":
- * every row without the text matches. On reading, an empty text becomes NULL in a record or array; a single output
- * stays untouched, with ZEL_ERR_NONE, so set it to NULL before the call. Keys and folder records are returned as
+ * every row without the text matches. On reading, an empty text becomes NULL in a record or array. A single output
+ * stays untouched, with ZEL_ERR_NONE: set it to NULL before the call. Keys and folder records are returned as
  * stored.
  *
  * Request ids. Use 1 to INT_MAX. 0 can be stored; operations that accept it take it for the transfers without a
- * request. Above INT_MAX, operations that take an int reject the id or find nothing, the completion tests return true,
- * and _common_storage_update_url_info_by_reqid succeeds without a change, as does _common_storage_update_url_info for
+ * request. Above INT_MAX, operations that take an int reject the id or find nothing, and the completion tests return
+ * true. _common_storage_update_url_info_by_reqid succeeds without a change, as does _common_storage_update_url_info for
  * such a sync_id. The store does not keep ids unique: of two requests with one id, reads use the first; updates,
  * deletions and lists use both.
  *
@@ -51,10 +51,11 @@
  *   ZEL_ERR_MEMORY                 the result could not be allocated. A list leaves out single records that cannot be
  *                                  allocated. A string that cannot be copied ends the process, as usual in GLib.
  *   ZEL_ERR_STORAGE_FAILURE        the statement failed: the database is missing, damaged, full or locked. No code
- *                                  separates a full disk from a lock; the trace does: err[13] is full, err[5] is
- * locked. ZEL_ERR_STORAGE_NO_RECORDS, ZEL_ERR_RESOURCE_DOESNT_EXIST  no row matches, or the first row could not be
- * fetched. Treat the two alike: which one is returned depends on the operation. Each operation lists the codes that it
- * can return.
+ *                                  separates a full disk from a lock; the trace does: err[13] is full, err[5] locked.
+ *   ZEL_ERR_STORAGE_NO_RECORDS,
+ *   ZEL_ERR_RESOURCE_DOESNT_EXIST  no row matches, or the first row could not be fetched. Treat the two alike: which
+ *                                  one is returned depends on the operation.
+ * Each operation lists the codes that it can return.
  *
  * Outputs. They are written on success and stay untouched on every failure.
  *
@@ -256,7 +257,7 @@ zel_err_e _common_storage_delete_folder_info(const char *group_id);
 /* Received shares -------------------------------------------------------------------------------------------- */
 
 /*
- * A received share has one notification (unread, read or marked for deletion) and one row for each content item; its
+ * A received share has one notification (unread, read or marked for deletion) and one row for each content item. Its
  * contents token joins them. Times have no fixed unit: pass a deletion's bound in the unit of the stored times. A
  * deletion of expired shares removes the items, but not the notification, of a share whose expiry is 2^63 or more.
  *
@@ -444,7 +445,7 @@ typedef enum ZEL_ENUM_INT {
 
 /**
  * Status of a transfer. A waiting or ongoing transfer can be paused, a paused one resumed; all four can be cancelled.
- * The other two statuses are final, but the list of failed transfers offers a failed one for a retry while its
+ * The other two statuses are final. But the list of failed transfers offers a failed one for a retry while its
  * fail_retry_count is 5 or less.
  */
 typedef enum ZEL_ENUM_INT {
@@ -1355,14 +1356,14 @@ zel_err_e _common_storage_does_reshare_exist(unsigned int req_id, int sent_time,
 /**
  * Looks up a recipient list among the stored groups, or returns the number for a new group.
  *
- * A group matches when it has as many members as the list and each member equals an entry of the list (number_id,
- * phone_number and ccc), in any order: the members {A, A} match the list {A, B}. An empty list matches no group.
+ * A group matches when it has as many members as the list, and each member equals some entry of the list in number_id,
+ * phone_number and ccc. So the members {A, A} match the list {A, B}. An empty list matches no group.
  *
  * @param to_msisdn_list        the recipients; must not be NULL. An entry whose phone_number or ccc is NULL equals no
  *                              member: set a calling code that was read as NULL to ""
  * @param to_msisdn_list_length their number
- * @param group_id              receives the number of the matching group; without a match the next number, or, with
- * nine groups, the number of the least recently used one; must not be NULL
+ * @param group_id              receives the number of the matching group; without a match the next number, or,
+ *                              with nine groups, that of the least recently used one; must not be NULL
  * @param exist                 receives true when a group matches; must not be NULL
  * @return ZEL_ERR_NONE always; when the groups could not be read, group 1 with exist false
  */

@@ -5,7 +5,7 @@
  *     ZEL_CRITICAL("open failed - %d", code);  ZEL_WARNING, ZEL_INFO, ZEL_PLAIN (raw content), ZEL_DEBUG
  *
  * A line names the function that writes it and its source line. Code that logs for an operation takes a log_site as its
- * last parameter, with the default log_here(), and uses the _AT form, so that the line names the operation.
+ * last parameter, with the default log_here(). It uses the _AT form, so that the line names the operation.
  */
 #ifndef ZEL_COMMON_LOG_TRACE_H
 #define ZEL_COMMON_LOG_TRACE_H

@@ -3,9 +3,9 @@
  * shared library does not export it; programs that link statically include it as zel_common_share_encoding.h.
  *
  * Integers are 4 or 8 bytes in host order. A string is its length as a signed 4-byte integer, then its bytes without a
- * terminator; an absent or empty string has length 0. Fields follow each other without gaps or alignment.
+ * terminator. An absent or empty string has length 0. Fields follow each other without gaps or alignment.
  *
- * Every operation starts at *offset and moves it past the bytes that it wrote or read, so an encoding is shorter than
+ * Every operation starts at *offset and moves it past the bytes that it wrote or read. So an encoding is shorter than
  * 2^31 bytes. Writers do not check the size of their buffer: __find_length_of_share_content_info_list returns the size
  * needed. Readers never read past max_length, the number of valid bytes.
  *
@@ -39,8 +39,7 @@ zel_err_e __get_unsigned_long_long(const void *data, int *offset, unsigned long 
 /**
  * Reads a string into *out_string, which the caller owns; an absent string leaves *out_string untouched. A declared
  * length past the end of the buffer is refused if the bytes start after position 4096. Otherwise the string is cut off
- * to 4096 bytes at most, and *offset moves by the declared length (at most to INT_MAX), so that no further read
- * succeeds.
+ * to 4096 bytes at most. Then *offset moves by the declared length (at most to INT_MAX), and no further read succeeds.
  */
 zel_err_e __get_string(const void *data, int max_length, int *offset, char **out_string);
 
