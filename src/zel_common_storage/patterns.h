@@ -118,8 +118,8 @@ zel_err_e finish_on_success(zel_err_e result, log_site site = log_here());
 zel_err_e finish_on_success(query &rows, zel_err_e result, log_site site = log_here());
 
 /**
- * Sets `value` to one column of a query's first row. For the operations that log "Failed to get file", and without a row
- * return ZEL_ERR_STORAGE_NO_RECORDS. Writes their End line.
+ * Sets `value` to one column of a query's first row. For the operations that log "Failed to get file", and without a
+ * row return ZEL_ERR_STORAGE_NO_RECORDS. Writes their End line.
  */
 template <typename Value>
 zel_err_e read_value(const sql_text &statement, int column, Value (*read)(sqlite3_stmt *, int), Value *value,
