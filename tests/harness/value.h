@@ -19,7 +19,11 @@ std::string without_prefix(std::string text);
 /// A text as calls are written: in quotation marks if it is empty or holds blanks.
 std::string shown(const char *text);
 
-struct member;
+struct type;
+struct member {
+    const type *of;
+    size_t offset;
+};
 struct type {
     enum { NUMBER, TEXT, RECORD, ARRAY, LIST, CALLBACK } form;
     size_t size = sizeof(void *); ///< of a value; all but numbers are pointers
@@ -27,10 +31,6 @@ struct type {
     const type *element = nullptr;    ///< of an array or a list
     std::vector<member> members = {}; ///< of a record
     size_t record_size = 0;
-};
-struct member {
-    const type *of;
-    size_t offset;
 };
 
 /// Room for a value of any type.
