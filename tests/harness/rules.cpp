@@ -75,9 +75,9 @@ class trace_reader
     {
         return now().kind == kind && now().text.starts_with(beginning);
     }
-    bool skip(const std::string &function, const std::string &kind, const std::string &beginning = "")
+    bool skip(const std::string &function, const std::string &kind, const std::string &text = "")
     {
-        const bool is_there = now().function == function && at(kind, beginning);
+        const bool is_there = now().function == function && now().kind == kind && now().text == text;
         next_ += is_there;
         return is_there;
     }
@@ -90,8 +90,9 @@ class trace_reader
         const std::string by = now().function;
         const bool selects = by == "__execute_select_query", inserts = by == "__execute_insert_query";
         check(skip(by, "Begin") == selects, by + ": Begin for a selection");
-        if (skip(by, "Critical",
-                 selects ? "NULL PARAM query[(nil)], sqlite_handle[" : "Invalid Param or sqlite handle"))
+        if (selects ? skip(by, "Critical", "NULL PARAM query[(nil)], sqlite_handle[0x]") ||
+                          skip(by, "Critical", "NULL PARAM query[(nil)], sqlite_handle[(nil)]")
+                    : skip(by, "Critical", "Invalid Param or sqlite handle is NULL"))
             return;
         if (skip(by, "Debug", "Opening DB....."))
             check(skip("", "") && skip(by, "Debug", "DB open Success"), by + ": opened");
@@ -116,7 +117,7 @@ class trace_reader
         check(skip(by, "Critical", "Retried for 10 times - returning") == (failures == 10), by + ": Retried");
         prepared_ += selects && failures == 0;
         if (inserts && failures == 0)
-            check(skip("__insert_callback", "Begin") && skip("__insert_callback", "Debug", "Assigning value ") &&
+            check(skip("__insert_callback", "Begin") && at("Debug", "Assigning value ") && ++next_ &&
                       skip("__insert_callback", "End"),
                   by + ": the row id is taken");
     }

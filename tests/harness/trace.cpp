@@ -19,7 +19,8 @@ namespace
 
 constexpr char BEGIN_ONLY[] = " _common_deinit_hash_table _common_write_to_hash_table _common_read_from_hash_table "
                               "_common_remove_from_hash_table _common_find_in_hash_table "
-                              "_common_foreach_read_from_hash_table _common_get_hash_table_size ";
+                              "_common_foreach_read_from_hash_table _common_get_hash_table_size "
+                              "__execute_select_query ";
 
 constexpr char NEITHER[] =
     " _common_find_and_remove_in_hash_table _common_foreach_remove_in_hash_table _common_get_hash_table_count "
@@ -27,7 +28,7 @@ constexpr char NEITHER[] =
     "_common_print_error_info _common_util_convert_service_error_to_client_error _common_util_set_pid_to_file "
     "_common_util_get_pid_from_file _common_util_check_enhanced_feature __print_zel_request __get_content_info "
     "__get_int __get_unsigned_int __get_unsigned_long_long __get_string __set_int __set_unsigned_int "
-    "__set_unsigned_long_long __set_string ";
+    "__set_unsigned_long_long __set_string __execute_query __execute_insert_query ";
 
 bool is_in(const char *names, const std::string &function)
 {

@@ -43,6 +43,32 @@ TEST_F(StorageEngine, a_database_given_up_during_the_third_attempt_lets_the_four
     EXPECT_EQ(row_id, 1u);
 }
 
+TEST_F(StorageEngine, the_executors_log_each_statement_and_its_failure)
+{
+    EXPECT_TRUE(__execute_query("DELETE FROM unique_data"));
+    EXPECT_FALSE(__execute_query("DELETE FROM absent"));
+    EXPECT_FALSE(__execute_query(nullptr));
+    EXPECT_EQ(sqlite3_finalize(__execute_select_query("SELECT 1; and more")), SQLITE_OK);
+    EXPECT_EQ(__execute_select_query("SELECT absent; and more"), nullptr);
+    EXPECT_EQ(__execute_insert_query(insert.c_str(), &row_id), 1);
+    EXPECT_EQ(__execute_insert_query("INSERT INTO absent VALUES (1)", &row_id), 0);
+    EXPECT_EQ(__execute_insert_query(nullptr, &row_id), 0);
+    expect_lines(R"(
+__execute_query: Plain: query [DELETE FROM unique_data]
+    Plain: query [DELETE FROM absent]
+    Debug: failed to execute [no such table: absent], err[1], SQLITE_BUSY [5]
+    Critical: Invalid Param or sqlite handle is NULL
+__execute_select_query: Plain: query[SELECT 1; and more]
+    Plain: query[SELECT absent; and more]
+    Debug: failed to execute [ and more], err[1], SQLITE_BUSY [5]
+__execute_insert_query: Plain: query [INSERT INTO contact_details VALUES (NULL, 1, 2, '3', '4'); SELECT last_insert_rowid();]
+__insert_callback: Debug: Assigning value 1
+__execute_insert_query: Plain: query [INSERT INTO absent VALUES (1); SELECT last_insert_rowid();]
+    Critical: failed to execute [no such table: absent], err[1], SQLITE_BUSY [5]
+    Critical: Invalid Param or sqlite handle is NULL
+)");
+}
+
 TEST_F(StorageEngine, inserts_of_any_length_give_the_new_id)
 {
     // 8016 bytes fill the buffer to its end, more do not fit.

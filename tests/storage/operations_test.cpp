@@ -76,7 +76,7 @@ struct difference {
     std::string text;
 };
 
-/// Runs the calls of a family, or those of one of its operations, and says where the table differs.
+/// Runs the calls of a family, or those of one operation, and compares them with the table. Mistakes in it come first.
 std::vector<difference> differences(const std::string &family, const std::string &operation = "")
 {
     calls::sleep.answer(0, INT_MAX);
@@ -87,7 +87,7 @@ std::vector<difference> differences(const std::string &family, const std::string
         std::string met = entry.text;
         if (!entry.made.name.empty() && (operation.empty() || entry.made.name == operation)) {
             if (const std::string mistake = entry.made.mistake(); !mistake.empty()) {
-                all.push_back({entry.line, mistake + "\n"});
+                all.insert(all.begin(), {entry.line, mistake + "\n"});
             } else {
                 const rendered now = render(rows, entry);
                 if (const size_t broken = now.broken_rules.size(); broken > 0)
