@@ -9,7 +9,6 @@ namespace sharing
 {
 
 constexpr char last_push[] = "sharingd.push";
-constexpr char log_tag[] = "SHARINGD";
 constexpr size_t max_push = size_t{8} * 1024 * 1024;
 constexpr std::chrono::seconds long_poll(30); // longer than the server's
 constexpr unsigned int max_attempts = 100;    // to store a share

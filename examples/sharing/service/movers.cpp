@@ -16,7 +16,6 @@ namespace sharing
 
 constexpr size_t thread_count = 3;
 constexpr zel_file_sync_type all_kinds[] = {ZEL_UPLOAD_FILE, ZEL_DOWNLOAD_THUMBNAIL, ZEL_DOWNLOAD_FILE};
-constexpr char log_tag[] = "SHARINGD";
 
 static bool is_running(quillo_upload_status_e status)
 {

@@ -14,7 +14,6 @@ namespace fs = std::filesystem;
 namespace sharing
 {
 
-constexpr char log_tag[] = "SHARINGD";
 constexpr size_t max_name = 255; // bytes
 
 /* What stands where in the record of a received file. */

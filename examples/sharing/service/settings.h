@@ -25,6 +25,8 @@ inline constexpr char incoming_folder[] = "incoming";    /**< bytes on their way
 inline constexpr char thumbnail_folder[] = "thumbnails"; /**< named by the content item's id */
 inline constexpr char received_folder[] = "received";    /**< where files go when a client names no folder */
 
+inline constexpr char log_tag[] = "SHARINGD"; /**< of the service's own lines in the trace */
+
 /** Set once, when the service is to end. Whatever waits or repeats looks at it. */
 inline std::atomic<bool> is_stopping = false;
 
