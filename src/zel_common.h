@@ -512,8 +512,8 @@ void _common_util_set_pid_to_file(void);
 bool _common_util_get_pid_from_file(pid_t *pid);
 
 /**
- * Tests whether the device has the enhanced features. The operation asks the platform's feature registry until it
- * answers or does not know the feature, and keeps that answer for the life of the process. Any thread may call it.
+ * Tests whether the device has the enhanced features. The platform's feature registry is asked until it answers or does
+ * not know the feature. That answer is kept for the life of the process. Any thread may call it.
  *
  * @return true when the device has them; false when it has not, or the registry could not be asked
  */

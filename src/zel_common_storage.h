@@ -1356,8 +1356,8 @@ zel_err_e _common_storage_does_reshare_exist(unsigned int req_id, int sent_time,
 /**
  * Looks up a recipient list among the stored groups, or returns the number for a new group.
  *
- * A group matches when it has as many members as the list, and each member equals some entry of the list in number_id,
- * phone_number and ccc. So the members {A, A} match the list {A, B}. An empty list matches no group.
+ * A group matches when it has as many members as the list, and each member equals some entry of the list. Compared are
+ * number_id, phone_number and ccc. So a group of A twice matches the list of A and B. An empty list matches no group.
  *
  * @param to_msisdn_list        the recipients; must not be NULL. An entry whose phone_number or ccc is NULL equals no
  *                              member: set a calling code that was read as NULL to ""

@@ -7,7 +7,7 @@ function flush() {
     while (match(text, /`[^`]*`/)) { # code between backticks is one word, of its letters
         name = substr(text, RSTART, RLENGTH)
         gsub(/[^a-zA-Z0-9]/, "", name)
-        text = substr(text, 1, RSTART - 1) (name == "" ? "X" : name) substr(text, RSTART + RLENGTH)
+        text = substr(text, 1, RSTART - 1) name substr(text, RSTART + RLENGTH)
     }
     while (match(text, /\[[^][]*\]\([^()]*\)/)) { # of a link its text
         link = substr(text, RSTART + 1, RLENGTH)
