@@ -1,7 +1,7 @@
 /*
  * What the programs have in common: the way in which a step reports that it failed, and a share as a message between
- * them, which is the library's byte encoding of the record. The library does not export that, since on a device only
- * the service's push handler takes part in it; here all three do, so they are linked with the static library.
+ * them, which is the library's byte encoding of the record. The library does not export it, since on a device only
+ * the service's push handler uses it. Here all three programs do, so they link the static library.
  */
 #ifndef SHARING_SHARE_MESSAGE_H
 #define SHARING_SHARE_MESSAGE_H

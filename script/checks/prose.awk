@@ -81,11 +81,12 @@ kind == "source" {
     ends = inside == "line" || sub(/ ?\*\/.*/, "", line)
     sub(/^ *\* ?/, "", line)
     sub(/ -+$/, "", line)
-    if (line ~ /^@|^  +[A-Z][A-Z_]+(,|  )/)
-        in_list = 1 # a parameter, a result or a code, and the indented lines after it
+    is_item = line ~ /^@|^  +[A-Z][A-Z_]+,|^  +[^ ]+  +[^ ]/
+    if (is_item)
+        in_list = 1 # a parameter, a result, or a name and its meaning; and the indented lines after it
     else if (line !~ /^   /)
         in_list = 0
-    if (line ~ /^ *$|^@|^ *- |^ *[0-9]\. |^  +[A-Z][A-Z_]+(,|  )/)
+    if (is_item || line ~ /^ *$|^ *- |^ *[0-9]\. /)
         flush()
     sub(/^@param +[a-zA-Z_0-9]+ +|^@[a-z]+ /, "", line)
     if (in_list)

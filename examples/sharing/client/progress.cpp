@@ -188,7 +188,7 @@ bool is_through(const file &one)
     return one.status == ZEL_SYNC_COMPLETE || one.is_given_up;
 }
 
-/** The line of a file, with a bar for a terminal; without it, it says why the file failed. */
+/** The line of a file, with a bar for a terminal. Without a bar it has the reason of a failure. */
 std::string line_of(const file &one, bool has_bar)
 {
     constexpr const char *words[] = {"waiting", "moving", "failed", "paused", "paused", "done"};
@@ -204,8 +204,8 @@ std::string line_of(const file &one, bool has_bar)
 }
 
 /**
- * On a terminal that has room, each file on its way has a bar at the bottom, with a line for the whole below; what is
- * through goes up as a line. Elsewhere there is a line whenever a file is through or fails, or the request waits.
+ * On a terminal with room, each moving file has a bar at the bottom, above a line for the whole. A finished file
+ * becomes a line above. Elsewhere a line is written when a file is finished or fails, or when the request waits.
  */
 class screen
 {

@@ -266,7 +266,7 @@ struct byte_range {
     unsigned long long end;
 };
 
-/** What a Range header asks for of a file that is not empty; absent unless that is one range, empty if it lies beyond.
+/** The range that a Range header names in a file that is not empty; absent for several, empty for one beyond the end.
  */
 static std::optional<byte_range> range_in(const std::string &header, unsigned long long size)
 {

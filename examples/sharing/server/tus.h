@@ -2,13 +2,13 @@
  * What clients send, by the tus 1.0.0 resumable upload protocol (core, creation and expiration), and how it is handed
  * out. All that lasts is on disk, so the server can die at any moment and the next one knows what arrived:
  *
- *   uploads/ID/info       an upload's length in bytes and, on a second line, its metadata as the client gave it; stays
- *                         for a while after the bytes have expired
- *   uploads/ID/bytes      what has arrived; the size of this file is the upload's offset, and it expires 48 hours after
- *                         it was last modified
+ *   uploads/ID/info       the upload's length in bytes and, on a second line, the client's metadata. It outlives the
+ *                         bytes for a while.
+ *   uploads/ID/bytes      the bytes that arrived. Their number is the upload's offset. They expire 48 hours after their
+ *                         last change.
  *   uploads/ID/thumbnail  the thumbnail that the picture carries, once it is shared
- *   uploads/ID/record     "begin OFFSET LENGTH" when a chunk comes in, "end OFFSET" when it is through or broken off,
- *                         and "refused STATUS LENGTH" for one that is not taken
+ *   uploads/ID/record     "begin OFFSET LENGTH" when a chunk comes in, "end OFFSET" when it is complete or broken off,
+ *                         "refused STATUS LENGTH" for one that is not taken
  */
 #ifndef SHARING_SERVER_TUS_H
 #define SHARING_SERVER_TUS_H
