@@ -7,8 +7,8 @@
  *   uploads/ID/bytes      the bytes that arrived. Their number is the upload's offset. They expire 48 hours after their
  *                         last change.
  *   uploads/ID/thumbnail  the thumbnail that the picture carries, once it is shared
- *   uploads/ID/record     "begin OFFSET LENGTH" when a chunk comes in, "end OFFSET" when it is complete or broken off,
- *                         "refused STATUS LENGTH" for one that is not taken
+ *   uploads/ID/record     a line for each chunk: "begin OFFSET LENGTH" at its start, "end OFFSET" at its end, "refused
+ *                         STATUS LENGTH" instead of both
  */
 #ifndef SHARING_SERVER_TUS_H
 #define SHARING_SERVER_TUS_H
