@@ -124,7 +124,7 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
 TEST(HostPlatform, a_text_never_makes_a_line_of_its_own_nor_an_order_to_a_terminal)
 {
     const diverted standard_error;
-    const std::string padding(70, '.'); // so that each stands in a block of its own, too
+    const std::string padding(70, '.'); // so that a block has nothing else that is odd
     const std::pair<std::string, std::string> cases[] = {
         {"a\nb\r\n", R"(a\nb\r)"}, // the format's newline goes, and one of the text's
         {"tab\t, \\ and \\n", R"(tab	, \\ and \\n)"},
@@ -138,8 +138,11 @@ TEST(HostPlatform, a_text_never_makes_a_line_of_its_own_nor_an_order_to_a_termin
     for (const auto &[text, expected] : cases) {
         dlog_print(DLOG_INFO, "TAG", "%s\n", text.c_str());
         EXPECT_EQ(standard_error.message(), expected + "\n");
-        dlog_print(DLOG_INFO, "TAG", "%s%s|\n", padding.c_str(), text.c_str());
-        EXPECT_TRUE(standard_error.message().starts_with(padding + expected));
+    }
+    for (const auto &[text, expected] :
+         {std::pair("\\", R"(\\)"), {"\177", R"(\x7f)"}, {"\1", R"(\x01)"}, {"\200", R"(\x80)"}}) {
+        dlog_print(DLOG_INFO, "TAG", "%s%s%s\n", padding.c_str(), text, padding.c_str());
+        EXPECT_EQ(standard_error.message(), padding + expected + padding + "\n");
     }
 }
 
@@ -186,11 +189,12 @@ TEST(HostPlatform, the_journal_gets_levels_and_lines_that_it_takes)
         return;
     }
     // Its stream is known by its numbers; any other gets times.
-    FILE *const lines = popen("lines() { " ZEL_TEST_ITSELF " --gtest_filter='*journal*' 2>&1 >/dev/null; };"
-                              "export ZEL_TEST_JOURNAL=1;"
-                              "{ JOURNAL_STREAM=$(stat --dereference --format %d:%i /dev/fd/3) lines; } 3>&1 | cat;"
-                              "JOURNAL_STREAM=1:2 lines | cut -c 1-2 | sort -u",
-                              "r");
+    FILE *const lines =
+        popen("lines() { " ZEL_TEST_ITSELF " --gtest_filter='*journal*' 2>&1 >/dev/null; };"
+              "export ZEL_TEST_JOURNAL=1;"
+              "{ JOURNAL_STREAM=$(stat --dereference --format %d:%i /dev/fd/3) lines; } 3>&1 | cat;"
+              "{ JOURNAL_STREAM=$(stat --dereference --format %d:1 /dev/fd/3) lines; } 3>&1 | cut -c 1-2 | sort -u",
+              "r");
     std::stringstream in;
     for (int byte = 0; (byte = fgetc(lines)) != EOF;)
         in.put(static_cast<char>(byte));

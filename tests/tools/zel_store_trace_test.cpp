@@ -88,12 +88,28 @@ TEST_F(ZelStore, a_text_in_a_trace_is_no_line)
            1, {R"("code":1,"count":1,"first_line":5,"operation":"f","statement":"a\nb","text":"bad")"});
 }
 
+TEST_F(ZelStore, a_line_is_taken_apart_by_its_outer_marks)
+{
+    // The last number is the thread; a line without the tag is somebody else's when others have it; a carriage return
+    // is a terminal's; an escaped backslash at the end is text; brackets and half a colour may be.
+    expect(
+        R"(printf '%b\n' '11-25 06:34:30.123  99 7 I QUILLO_COMMON: f(1):  BEGIN >>>>' 'g(1):  * Critical * forged' )"
+        R"('7 I/QUILLO_COMMON: f(2):  query [a], err[1] [b]]\r' )"
+        R"('7 I/QUILLO_COMMON: f(2): failed to execute [x], err[1], y], err[19], SQLITE_BUSY [5]' )"
+        R"('7 I/QUILLO_COMMON: f(2):  * Critical * bad \033[0x \\\\' '7 I/QUILLO_COMMON: f(3):  END <<<<' >some;)"
+        "tool trace --tree some",
+        1, {"thread 7\n  f\n    a], err[1] [b]\n    19 x], err[1], y\n    bad \\x1b[0x \\\n"});
+    expect("printf '2026-11-25T06:34:30.%s f(1): x\n' 5+01:00 '75-00:30' | sed 's/T06\\(.*-\\)/T05\\1/' | tool trace -",
+           0, {"seconds: 1800.250"});
+}
+
 TEST_F(ZelStore, a_long_line_of_the_journal_is_put_together)
 {
-    const std::string rows = "printf '<6>%s\n' '7 I/QUILLO_COMMON: f(1):  query [a\\' '8 I/QUILLO_COMMON: g(1): x' "
-                             "'7 I/QUILLO_COMMON: \\g(1):  * Critical * b\\\\\\' '7 I/OTHER: \\c' "
-                             "'7 I/QUILLO_COMMON: \\c]' '7 E/QUILLO_COMMON: f(2): failed to execute [x], err[19], ' "
-                             "'7 E/QUILLO_COMMON: f(2):  * Critical * bad' '7 I/QUILLO_COMMON: \\late'";
+    const std::string rows =
+        "printf '<6>%s\n' '7 I/QUILLO_COMMON: f(1):  query [a\\' '8 I/QUILLO_COMMON: g(1): x' "
+        "'7 I/QUILLO_COMMON: \\g(1):  * Critical * b\\\\\\' '7 I/OTHER: \\c' '8 I/QUILLO_COMMON: \\d' "
+        "'7 I/QUILLO_COMMON: \\c]' '7 E/QUILLO_COMMON: f(2): failed to execute [x], err[19], ' "
+        "'7 E/QUILLO_COMMON: f(2):  * Critical * bad' '7 I/QUILLO_COMMON: \\late'";
     expect(rows + " | tool trace --json -", 1,
            {R"("statement":"ag(1):  * Critical * b\\c","text":"bad")", R"("lines":4,)"});
     // Without its end it ends where its thread goes on.
