@@ -44,6 +44,28 @@ TEST_F(ZelStore, a_trace_is_read_with_and_without_threads_times_and_colours)
            {"failure: 0"});
 }
 
+TEST_F(ZelStore, calls_nest_and_end_without_an_end)
+{
+    std::ofstream trace("trace.log");
+    for (const char *const line :
+         {"a(1):  BEGIN >>>>", "b(1):  BEGIN >>>>", "b(2):  * Critical * Invalid",
+          "__execute_select_query(1):  BEGIN >>>>", "__execute_select_query(2):  query[one]",
+          "a(2): sqlite3_finalize = [0]", "c(1):  BEGIN >>>>", "__execute_query(1):  query [two]",
+          "__execute_query(2): failed to execute [x], err[5], SQLITE_BUSY [5]",
+          "__execute_query(3):  * Critical * Retried for 10 times - returning", "__execute_query(1):  query [three]",
+          "c(2):  * Critical * not two's", "c(3):  END <<<<", "a(3):  END <<<<", "b(1):  BEGIN >>>>", "b(3):  END <<<<",
+          "w(1):  BEGIN >>>>"})
+        trace << "7 I/QUILLO_COMMON: " << line << "\n";
+    trace.close();
+    expect("tool trace --tree trace.log", 1,
+           {"thread 7\n  a\n    b\n      Invalid\n    __execute_select_query\n      one\n    c\n      two\n      5 x\n"
+            "      Retried for 10 times - returning\n      three\n      not two's\n  b\n  w\n"});
+    expect("tool trace trace.log | sed -n 's/ *? *?  / /p'", 0,
+           {"      2        1          0 b\n", "      1        0          1 a\n", "      1        1          2 c\n",
+            "      1        0          0 w\n"});
+    expect("tool trace --json trace.log", 1, {R"("code":0,"count":1,"first_line":12,)"});
+}
+
 TEST_F(ZelStore, a_timeline_is_new_whole_and_for_its_user_alone)
 {
     expect(
