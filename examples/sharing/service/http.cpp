@@ -239,18 +239,19 @@ http_answer http_client::ask(const http_request &request)
     set(curl, CURLOPT_LOW_SPEED_LIMIT, min_speed);
     set(curl, CURLOPT_LOW_SPEED_TIME, patience);
 
-    std::string lines[] = {"Expect:", "Tus-Resumable: 1.0.0"};
     std::unique_ptr<curl_slist, releaser<curl_slist_free_all>> headers;
-    const auto add = [&](const std::string &line) {
-        curl_slist *longer = curl_slist_append(headers.get(), line.c_str());
-        require(longer, ZEL_ERR_MEMORY, "There is no memory for the request.");
-        headers.release();
-        headers.reset(longer);
+    const auto add = [&](const std::string &name, const std::string &value) {
+        std::string line = name;
+        line.append(":").append(value.empty() ? "" : " ").append(value);
+        curl_slist *list = curl_slist_append(headers.get(), line.c_str()); // the same list, but for the first header
+        require(list, ZEL_ERR_MEMORY, "There is no memory for the request.");
+        if (!headers)
+            headers.reset(list);
     };
-    for (const std::string &line : lines)
-        add(line);
+    add("Expect", ""); // leaves it out
+    add("Tus-Resumable", "1.0.0");
     for (const auto &[name, value] : request.headers)
-        add(name + ": " + value);
+        add(name, value);
     set(curl, CURLOPT_HTTPHEADER, headers.get());
 
     const bool has_body = request.body_file.descriptor >= 0 || strcmp(request.method, "POST") == 0;
