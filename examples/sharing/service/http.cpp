@@ -112,7 +112,7 @@ struct exchange {
     size_t give_body(char *to, size_t room)
     {
         if (request.body_file.descriptor < 0)
-            return request.body.copy(to, room, sent);
+            return request.body.copy(to, room, static_cast<size_t>(sent));
         room = static_cast<size_t>(std::min<unsigned long long>(room, request.body_file.length - sent));
         const ssize_t got = room == 0 ? 0
                                       : pread(request.body_file.descriptor, to, room,

@@ -149,7 +149,8 @@ try {
     clients.start_accepting();
     printf("ready\n");
     fflush(stdout);
-    g_main_loop_run(loop.get());
+    if (!is_stopping) // a signal can have come before
+        g_main_loop_run(loop.get());
     return EXIT_SUCCESS;
 } catch (const std::exception &reason) {
     fprintf(stderr, "sharingd: %s\n", reason.what());

@@ -452,7 +452,7 @@ work requests::forget()
             *has_begun = is_forgetting_ = has_to_be_finished_ = true;
         }
         const auto forget_next = [](size_t i) { forget_request(static_cast<unsigned int>(i) + 1); };
-        if (!take_steps(*next, number_at(last_request), forget_next))
+        if (!take_steps(*next, static_cast<size_t>(number_at(last_request)), forget_next))
             return nullptr;
         forget_the_rest();
         has_to_be_finished_ = false;
