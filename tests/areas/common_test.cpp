@@ -11,7 +11,6 @@
 #include <climits>
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <sys/stat.h>
 #include <thread>
@@ -35,14 +34,15 @@ void make_file(const std::string &path, const std::string &content = "")
 TEST(Codes, clients_get_codes_of_their_own)
 {
     // Internal codes with their client codes. All others give -100.
-    const std::map<int, int> client_codes = {
+    constexpr std::pair<int, int> client_codes[] = {
         {0, 0},   {1, -1},  {2, -2},   {3, -3},   {4, -4},   {5, -5},   {6, -6},   {7, 0},    {8, -7},
         {9, -8},  {10, -9}, {11, -10}, {12, -11}, {13, -3},  {16, -13}, {20, -22}, {26, -14}, {28, -9},
         {29, -9}, {30, -9}, {31, -16}, {33, 0},   {42, -22}, {44, -18}, {45, -17}, {46, -21}};
     for (int code = -1; code < 60; ++code) {
-        const auto found = client_codes.find(code);
-        EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)),
-                  found == client_codes.end() ? -100 : found->second);
+        int expected = -100;
+        for (const auto &[internal, client] : client_codes)
+            expected = internal == code ? client : expected;
+        EXPECT_EQ(_common_util_convert_service_error_to_client_error(static_cast<zel_err_e>(code)), expected) << code;
         expect_lines(printed("_common_util_convert_service_error_to_client_error: Debug: err [%d]\n", code));
     }
 }
@@ -110,7 +110,7 @@ TEST(Files, size_and_existence_are_those_of_the_target)
     const std::string failed = "_common_util_file_size: Critical: Fail: stat failed\n";
     const std::string is_empty = "_common_util_file_size: Critical: Fail:Filesize is zero (End)\n";
     // A negative size: there is no file.
-    const std::pair<const char *, long long> files[] = {
+    constexpr std::pair<const char *, long long> files[] = {
         {"five", 5},      {"largest", INT_MAX}, {"empty", 0}, {"too_large", 1LL << 31}, {"wraps", 5 + (1LL << 32)},
         {"dangling", -1}, {"missing", -1},      {"", -1}};
     EXPECT_EQ(symlink("missing", "dangling"), 0);
@@ -179,7 +179,7 @@ _common_util_file_exist: Info: File already exist
 
 TEST(Process, random_number_is_seeded_from_the_clock)
 {
-    const std::tuple<int, int, int> seeds[] = {
+    constexpr std::tuple<int, int, int> seeds[] = {
         {7, 12, 7}, {999, 12, 999}, {1000, 12, 100}, {99999, INT_MAX, 999}, {123456, INT_MIN, 123}};
     for (const auto &[microseconds, num, digits] : seeds) {
         const scripted_clock clock(1700000000, microseconds);

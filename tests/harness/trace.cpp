@@ -37,8 +37,8 @@ bool is_in(const char *names, const std::string &function)
 
 log_line parse(const std::string &line)
 {
-    static const struct {
-        std::string name, head, before, after;
+    static constexpr struct {
+        std::string_view name, head, before, after;
     } kinds[] = {
         {"Begin", "I QUILLO_COMMON ", "  \033[0;36mBEGIN >>>>\033[0;m", ""},
         {"End", "I QUILLO_COMMON ", "  \033[0;36mEND <<<<\033[0;m", ""},
@@ -49,11 +49,11 @@ log_line parse(const std::string &line)
         {"Debug", "D QUILLO_COMMON ", " ", ""},
     };
     const size_t colon = line.find(':') + 1;
-    const std::string body = line.substr(colon);
+    const std::string_view body = std::string_view(line).substr(colon);
     for (const auto &[name, head, before, after] : kinds)
         if (line.starts_with(head) && body.starts_with(before) && body.ends_with(after))
-            return {line.substr(head.size(), colon - 1 - head.size()), name,
-                    body.substr(before.size(), body.size() - before.size() - after.size())};
+            return {line.substr(head.size(), colon - 1 - head.size()), std::string(name),
+                    std::string(body.substr(before.size(), body.size() - before.size() - after.size()))};
     return {"", "", line};
 }
 
