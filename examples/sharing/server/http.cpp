@@ -16,7 +16,7 @@ constexpr long long least_speed = 1024; // bytes a second
 constexpr int charges = 10;             // of the least speed, while a client is borne with
 constexpr unsigned long long most_surplus = 64ULL * 1024 * 1024;
 constexpr size_t buffer_size = 64UL * 1024;
-constexpr unsigned int spare_descriptors = 32;
+constexpr rlim_t spare_descriptors = 32;
 
 reply refuse(unsigned int status, const std::string &sentence)
 {
