@@ -199,8 +199,8 @@ std::string fingerprint(const std::string &path)
     throw unreadable(FORMAT("%s %s: %s. Set TMPDIR to a folder that does.", g_get_tmp_dir(), advice, g_strerror(code)));
 }
 
-/** Copies a file as long as it is now; the size, -1 if there is none. */
-long long copy_part(const std::string &from, const std::string &to)
+/** Copies a file as long as it is now; the size, -1 if there is none. Notes when it becomes shorter meanwhile. */
+long long copy_part(const std::string &from, const std::string &to, bool &becomes_shorter)
 {
     files.erase(to);
     const descriptor file = open_regular(from);
@@ -217,8 +217,7 @@ long long copy_part(const std::string &from, const std::string &to)
         throw unreadable(from + ": cannot be read: " + g_strerror(errno) + ". Is the disk broken?");
     if (got < 0)
         fail_in_folder(errno);
-    if (got == 0)
-        throw unreadable(from + ": became shorter while it was read. Who cuts it, or copies onto it? Try again.");
+    becomes_shorter = becomes_shorter || got == 0;
     files[to] = std::move(copy);
     return status.st_size;
 }
@@ -291,23 +290,28 @@ copied copy_privately(const std::string &path)
     const gint64 deadline = g_get_monotonic_time() + 5 * G_TIME_SPAN_SECOND;
     copied store;
     off_t mark = 0;
+    const std::string journal = std::string(PRIVATE_COPY) + "-journal";
+    bool becomes_shorter = false;
     std::string before;
     for (gulong attempt = 0; fingerprint(path) != before; ++attempt) {
         if (g_get_monotonic_time() > deadline)
-            throw unreadable(path + ": is written without a pause; no copy was whole. Try again when less is written.");
+            throw unreadable(path +
+                             (becomes_shorter ? ": becomes shorter again and again while it is read. Who cuts it?"
+                                              : ": is written without a pause; no copy was whole.") +
+                             " Try again when less is written.");
         g_usleep(100 * (attempt % 7));
         before = fingerprint(path);
         store = {};
+        becomes_shorter = false;
         // The file first: what is written to it from then on is in the journal as it was before, or in the log.
-        store.size = copy_part(path, PRIVATE_COPY);
-        store.journal_size = copy_part(path + "-journal", std::string(PRIVATE_COPY) + "-journal");
-        store.log_size = copy_part(path + "-wal", std::string(PRIVATE_COPY) + "-wal");
+        store.size = copy_part(path, PRIVATE_COPY, becomes_shorter);
+        store.journal_size = copy_part(path + "-journal", journal, becomes_shorter);
+        store.log_size = copy_part(path + "-wal", std::string(PRIVATE_COPY) + "-wal", becomes_shorter);
         if (store.size < 0)
             throw unreadable(path + ": was there a moment ago, and is gone. Try again.");
         mark = find_super_journal(path, store);
     }
     char first = 0;
-    const std::string journal = std::string(PRIVATE_COPY) + "-journal";
     store.has_hot_journal = store.journal_size > 0 && pread(private_file(journal), &first, 1, 0) == 1 && first != 0;
     if (store.super_journal.empty())
         return store;

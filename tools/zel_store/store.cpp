@@ -88,6 +88,20 @@ std::string listed(const json &processes)
     return list;
 }
 
+/** What the journal beside a file tells, as far as that can be known. */
+const char *meaning_of_journal(const copied &copied, const json &file)
+{
+    if (!copied.has_hot_journal)
+        return "no write is in it";
+    if (!copied.super_journal.empty() && !copied.has_super_journal)
+        return "a write to several files, which is done and counts";
+    if (!file["open_in"].empty())
+        return "a write is under way";
+    return file["sees_all_processes"]
+               ? "a write was broken off; here it is undone"
+               : "a write is under way or was broken off, which cannot be seen; here it is undone";
+}
+
 /** A statement that is finalized. */
 using statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)>;
 
@@ -211,7 +225,8 @@ store::store(const std::string &named)
                         {"mode", FORMAT("%04o", status.st_mode & 07777U)},
                         {"size", copied.size},
                         {"journal_size", number(copied.journal_size)},
-                        {"log_size", number(copied.log_size)}};
+                        {"log_size", number(copied.log_size)},
+                        {"journal", copied.journal_size > 0 ? meaning_of_journal(copied, file) : ""}};
     file.update(known);
     const bool is_unused = file["open_in"].empty() && file["sees_all_processes"];
 
@@ -336,11 +351,7 @@ std::string view_of_file(const json &file)
                           ": what that stores is not here",
                       RED);
     if (file["journal_size"] > 0)
-        view +=
-            shown("  beside it a journal of " + amount(file["journal_size"]) +
-                  (!openers.empty() ? ": a write is under way"
-                   : sees_all       ? ": a write was broken off; here it is undone"
-                              : ": a write is under way or was broken off, which cannot be seen; here it is undone"));
+        view += shown("  beside it a journal of " + amount(file["journal_size"]) + ": " + text(file, "journal"));
     if (file["log_size"] > 0)
         view += shown("  beside it a write-ahead log of " + amount(file["log_size"]) + ", part of the data");
     return view;
