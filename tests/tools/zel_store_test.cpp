@@ -178,6 +178,7 @@ TEST_F(ZelStore, a_journal_that_names_a_file_reaches_none)
     expect("tool show broken; tool check broken; tool watch --views 1 broken; tool copy broken undone; cat victim", 0,
            {"\"d0\"", "[super-journal]", "victim, which is there", "undone is a copy", "precious"});
     expect("diff --recursive before broken && tool show undone", 0, {"\"d0\""});
+    expect("cp broken/.*-journal $store-journal; tool init || cat victim", 0, {"names a file", "precious"});
     expect("rm victim; tool check broken && exit; tool show broken", 1, {"victim, which is gone", "\"half\""});
 }
 

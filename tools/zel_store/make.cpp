@@ -68,6 +68,9 @@ outcome init(const options &wanted)
         throw unreadable(folder.string() + ": " + g_strerror(errno) + ". Run zel-store as who may write there.");
     if (fs::is_symlink(ZEL_DATABASE) || (fs::exists(ZEL_DATABASE) && !fs::is_regular_file(ZEL_DATABASE)))
         throw unreadable(ZEL_DATABASE ": is a link, or no file. Look who put it there; the store has that place.");
+    // Here SQLite opens the store itself: what lies beside it is looked at before.
+    if (fs::exists(ZEL_DATABASE) && !copy_privately(ZEL_DATABASE).super_journal.empty())
+        throw unreadable(ZEL_DATABASE "-journal: names a file that SQLite would delete. zel-store check says more.");
     if (_common_storage_init() != ZEL_ERR_NONE)
         throw unreadable("The store was not opened. Do " ZEL_DATABASE " and its folder belong to you?");
     _common_storage_db_upgrade();

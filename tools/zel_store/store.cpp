@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <dirent.h>
 #include <filesystem>
 #include <fstream>
@@ -102,6 +103,13 @@ const char *meaning_of_journal(const copied &copied, const json &file)
                : "a write is under way or was broken off, which cannot be seen; here it is undone";
 }
 
+long long seconds_used()
+{
+    timespec used = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return used.tv_sec;
+}
+
 /** A statement that is finalized. */
 using statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)>;
 
@@ -114,7 +122,8 @@ statement prepared(sqlite3 *handle, const std::string &text)
 
 } // namespace
 
-connection::connection() : handle(nullptr, sqlite3_close), steps_allowed(G_MAXINT64), bytes_allowed(G_MAXINT64)
+connection::connection()
+    : handle(nullptr, sqlite3_close), steps_allowed(G_MAXINT64), seconds_allowed(G_MAXINT64), bytes_allowed(G_MAXINT64)
 {
     know_private_files();
     sqlite3 *opened = nullptr;
@@ -122,13 +131,14 @@ connection::connection() : handle(nullptr, sqlite3_close), steps_allowed(G_MAXIN
     handle.reset(opened);
     const auto count = [](void *itself) {
         auto &limited = *static_cast<connection *>(itself);
-        return static_cast<int>(++limited.steps > limited.steps_allowed);
+        return static_cast<int>(++limited.steps > limited.steps_allowed || seconds_used() > limited.seconds_allowed);
     };
     sqlite3_progress_handler(opened, 1000, count, this);
 }
 
-void connection::limit(long long thousand_steps, long long bytes)
+void connection::limit(long long thousand_steps, long long seconds, long long bytes)
 {
+    seconds_allowed = seconds_used() + seconds;
     steps_allowed = steps + thousand_steps;
     bytes_allowed = bytes;
 }
@@ -231,7 +241,7 @@ store::store(const std::string &named)
     const bool is_unused = file["open_in"].empty() && file["sees_all_processes"];
 
     // It may be made to turn on its reader: no triggers, no views of its own, no more work than such a size can take.
-    limit(100'000 + copied.size / 16, (64LL << 20) + 32 * copied.size);
+    limit(100'000 + copied.size / 16, 60 + (copied.size >> 19), (64LL << 20) + 32 * copied.size);
     sqlite3_hard_heap_limit64((64LL << 20) + 4 * copied.size);
     sqlite3_limit(handle.get(), SQLITE_LIMIT_LENGTH,
                   static_cast<int>(std::min(G_MAXINT / 2LL, copied.size + (1 << 20))));

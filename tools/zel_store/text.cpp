@@ -104,7 +104,7 @@ std::string shown(const std::string &text, int colour, int indentation)
             blank = at;
             last = 0;
         }
-        at += g_utf8_skip[static_cast<unsigned char>(line[at])];
+        at += static_cast<size_t>(g_utf8_skip[static_cast<unsigned char>(line[at])]);
     }
     lines += line.substr(begin);
     if (screen.has_colours && colour != PLAIN)

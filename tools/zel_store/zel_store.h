@@ -36,8 +36,8 @@ struct connection {
     connection();
     connection(const connection &) = delete;
 
-    /** Ends with unreadable what takes more thousands of steps, or hands out more bytes, from now on. */
-    void limit(long long thousand_steps, long long bytes);
+    /** Ends with unreadable what takes more thousands of steps or seconds, or hands out more bytes, from now on. */
+    void limit(long long thousand_steps, long long seconds, long long bytes);
 
     /**
      * The rows that statements give, as objects; up to where one fails, if there is somebody to complain to. Throws
@@ -46,7 +46,7 @@ struct connection {
     json rows(const std::string &statements, const texts &arguments = {}, std::string *complaint = nullptr) const;
 
   private:
-    long long steps_allowed;
+    long long steps_allowed, seconds_allowed; // of this process's processor time: a step on a long text takes longer
     mutable long long bytes_allowed;
 };
 
