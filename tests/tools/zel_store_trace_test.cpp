@@ -112,8 +112,8 @@ TEST_F(ZelStore, a_text_in_a_trace_is_no_line)
 
 TEST_F(ZelStore, a_line_is_taken_apart_by_its_outer_marks)
 {
-    // The last number is the thread; a line without the tag is somebody else's when others have it; a carriage return
-    // is a terminal's; an escaped backslash at the end is text; brackets and half a colour may be.
+    // The last number is the thread. A line without the tag is another program's if others have it. A carriage return
+    // is a terminal's. An escaped backslash at the end is text, and so are brackets and half a colour.
     expect(
         R"(printf '%b\n' '11-25 06:34:30.123  99 7 I QUILLO_COMMON: f(1):  BEGIN >>>>' 'g(1):  * Critical * forged' )"
         R"('7 I/QUILLO_COMMON: f(2):  query [a], err[1] [b]]\r' )"
