@@ -1,5 +1,4 @@
-// A file that says anything is shown and checked to its end, or refused with a sentence; and nothing of it reaches the
-// terminal as an order.
+// Any file is shown and checked to its end, or refused with a sentence. Nothing of it reaches the terminal as an order.
 #include "zel_store.h"
 
 #include <cstdint>

@@ -89,7 +89,7 @@ std::string listed(const json &processes)
     return list;
 }
 
-/** What the journal beside a file tells, as far as that can be known. */
+/** Returns the meaning of the journal beside a file, as far as it can be known. */
 const char *meaning_of_journal(const copied &copied, const json &file)
 {
     if (!copied.has_hot_journal)
