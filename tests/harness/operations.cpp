@@ -56,6 +56,7 @@ outcome run_in(const world &rows, const call &made, const circumstances &with)
         now.has_met_fault = fault::happened();
     }
     now.is_locked = with.plan.code == SQLITE_BUSY;
+    now.is_closed = with.given.starts_with("closed;");
     now.before = before;
     now.rows = rows.rows();
     now.brief = with_rows_for_transfers(now.brief, *before);

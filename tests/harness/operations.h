@@ -18,7 +18,7 @@ struct outcome {
     std::string lines;
     std::string brief; ///< the code, followed by a dot when the operation wrote its End line, and the outputs
     /* Of a call in a world of its own: */
-    bool is_locked = false, has_met_fault = false;
+    bool is_locked = false, is_closed = false, has_met_fault = false;
     std::shared_ptr<const rows_of_tables> before = {}, rows = {}; ///< and after it
     std::string changed = {};
 };

@@ -32,8 +32,9 @@ bool is_finalize(const log_line &line)
 class trace_reader
 {
   public:
-    trace_reader(const std::string &trace, const call &made, bool is_locked)
-        : lines_(parse_all(trace)), made_(made), is_locked_(is_locked)
+    trace_reader(const std::string &trace, const call &made, const trace_circumstances &with)
+        : lines_(parse_all(trace)), made_(made), is_locked_(with.is_locked),
+          is_closed_(with.is_closed && made.name != "init")
     {
     }
 
@@ -95,7 +96,8 @@ class trace_reader
                     : skip(by, "Critical", "Invalid Param or sqlite handle is NULL"))
             return;
         if (skip(by, "Debug", "Opening DB....."))
-            check(skip("", "") && skip(by, "Debug", "DB open Success"), by + ": opened");
+            check(skip("", "") && skip(by, "Debug", "DB open Success") && std::exchange(is_closed_, false),
+                  by + ": opens the store that is closed");
         if (!at("Plain", selects ? "query[" : "query [")) {
             check(false, by + ": its statement, and not " + now().kind + ": " + now().text);
             ++next_;
@@ -175,6 +177,7 @@ class trace_reader
     const std::vector<log_line> lines_;
     const call &made_;
     const bool is_locked_;
+    bool is_closed_;
     size_t next_ = 0;
     int prepared_ = 0, finalized_ = 0;
     std::map<std::string, int> open_; ///< frames of what the operation calls
@@ -183,9 +186,9 @@ class trace_reader
 
 } // namespace
 
-trace_report read_trace(const std::string &lines, const call &made, bool is_locked)
+trace_report read_trace(const std::string &lines, const call &made, const trace_circumstances &with)
 {
-    return trace_reader(lines, made, is_locked).read();
+    return trace_reader(lines, made, with).read();
 }
 
 std::string shown(const std::vector<own_line> &lines, const std::vector<own_line> &usual)

@@ -23,8 +23,12 @@ struct trace_report {
     std::vector<std::string> broken_rules;
 };
 
-/// Reads the lines of a call, which have no addresses any more. While the database is locked, each step meets the lock.
-trace_report read_trace(const std::string &lines, const call &made, bool is_locked);
+struct trace_circumstances {
+    bool is_locked; ///< each step meets a lock
+    bool is_closed; ///< the store: the first statement opens it, unless the operation does
+};
+/// Reads the lines of a call, which have no addresses any more.
+trace_report read_trace(const std::string &lines, const call &made, const trace_circumstances &with);
 
 /// The lines after blanks; "x2" after one that comes twice, "(2 lines as usual)" for a long beginning.
 std::string shown(const std::vector<own_line> &lines, const std::vector<own_line> &usual = {});

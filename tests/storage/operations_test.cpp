@@ -52,7 +52,7 @@ rendered render(const world &rows, const table_entry &entry)
     std::vector<group> groups;
     std::vector<own_line> usual;
     for (const fault_case &it : all) {
-        const trace_report trace = read_trace(it.met.lines, entry.made, it.met.is_locked);
+        const trace_report trace = read_trace(it.met.lines, entry.made, {it.met.is_locked, it.met.is_closed});
         for (const std::string &rule : trace.broken_rules)
             result.broken_rules.push_back(it.kind + " " + it.which + ": " + rule);
         const std::string outcome = it.met.brief + it.met.changed;

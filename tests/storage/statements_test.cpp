@@ -61,7 +61,8 @@ std::string statements_of(const world &rows, const std::string &family)
             of = all.insert(of, {name, {}, "", {}});
         const outcome now = run_in(rows, entry.made, {entry.given});
         rows.begin(entry.given);
-        for (const std::string &statement : read_trace(now.lines, entry.made, false).statements) {
+        for (const std::string &statement :
+             read_trace(now.lines, entry.made, {now.is_locked, now.is_closed}).statements) {
             const std::string shape = shape_of(statement);
             const bool is_new = of->shapes.insert(shape).second;
             if (entry.is_first && shape == std::exchange(of->last_shape, shape))
