@@ -243,7 +243,7 @@ static std::string copy_there(const zel_content_sync_info &row, entry &record, i
     record.extra[copy_name] = std::string(".sharing-") + unique.get();
     record.extra[whole].clear();
     set_entry(file_key(row.sync_id), record); // before there is a copy
-    const std::string path = copy_path(row, record);
+    std::string path = copy_path(row, record);
     const open_file copy(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (copy < 0)
         fail(path + " cannot be made");
@@ -297,9 +297,11 @@ void put_in_place(const zel_content_sync_info &row, int bytes)
 {
     const std::string path = text_of(row.local_path);
     entry record = record_of(row);
-    const failure taken(ZEL_ERR_INVALID_FILE, path + " was taken or removed by somebody else. Fetching the share again "
-                                                     "gives the file another name.");
-    require(is_reserved_file(path, record), taken.code, taken.what());
+    const auto require_reserved = [&](bool holds) {
+        require(holds, ZEL_ERR_INVALID_FILE,
+                path + " was taken or removed by somebody else. Fetching the share again gives the file another name.");
+    };
+    require_reserved(is_reserved_file(path, record));
     struct stat file = {};
     if (fsync(bytes) != 0 || fstat(bytes, &file) != 0)
         fail("The received bytes cannot be written");
@@ -314,14 +316,14 @@ void put_in_place(const zel_content_sync_info &row, int bytes)
         is_moved = exchange_names(from, path, record);
     }
     if (!is_moved) {
-        require(is_reserved_file(path, record), taken.code, taken.what());
+        require_reserved(is_reserved_file(path, record));
         fail(path + " cannot be put in its place");
     }
     // What came out is the empty file that was made, unless somebody was faster than the exchange.
     if (const auto out = look_at(from)) {
         if (out->st_size != 0 || !record.extra[reserved].starts_with(std::to_string(out->st_ino) + " ")) {
             renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE);
-            throw taken;
+            require_reserved(false);
         }
         unlink(from.c_str());
     }
