@@ -169,12 +169,17 @@ _common_util_file_exist: Info: File already exist
     Info: File already exist
 )");
     EXPECT_EQ(_common_util_get_filename_without_ext(nullptr), nullptr);
-    // The last one is cut to slashes, which exist under every number.
+    _common_util_get_file_valid_path(nullptr, numbered);
+    EXPECT_STREQ(numbered, "");
+    const auto expect_cut = [&](const std::string &path) {
+        _common_util_get_file_valid_path(path.c_str(), numbered);
+        EXPECT_EQ(numbered, path.substr(0, ZEL_NEW_PATH_SIZE - 1));
+    };
     const std::string stem(5000, 'a');
-    for (const std::string &path : {std::string(), stem + ".jpg", stem, "." + stem, std::string(5000, '/') + "a.b"}) {
-        _common_util_get_file_valid_path(path.empty() ? nullptr : path.c_str(), numbered);
-        EXPECT_STREQ(numbered, path.substr(0, ZEL_NEW_PATH_SIZE - 1).c_str());
-    }
+    expect_cut(stem);
+    expect_cut(printed("%s.jpg", stem.c_str()));
+    expect_cut(printed(".%s", stem.c_str()));
+    expect_cut(printed("%sa.b", std::string(5000, '/').c_str())); // slashes exist under every number
 }
 
 TEST(Process, random_number_is_seeded_from_the_clock)
