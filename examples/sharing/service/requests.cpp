@@ -71,7 +71,7 @@ recipient recipient_from(const std::string &given)
 {
     constexpr char digits[] = "0123456789";
     const size_t colon = given.find(':');
-    const recipient one{given.substr(0, colon), colon == std::string::npos ? "" : given.substr(colon + 1)};
+    recipient one{given.substr(0, colon), colon == std::string::npos ? "" : given.substr(colon + 1)};
     require(!one.code.empty() && !one.number.empty() && one.code.size() + one.number.size() <= 20 &&
                 (one.code + one.number).find_first_not_of(digits) == std::string::npos,
             ZEL_ERR_INVALID_ARG, given + ": is not of the form COUNTRY-CODE:NUMBER.");
@@ -87,6 +87,7 @@ GVariant *shown(const quillo_msisdn_s &one)
 void remember(std::vector<recipient> &recipients)
 {
     std::vector<quillo_msisdn_s> records;
+    records.reserve(recipients.size());
     for (recipient &one : recipients)
         records.push_back({.ccc = one.code.data(), .phone_number = one.number.data(), .number_id = 0, .group_id = 0});
     std::vector<quillo_msisdn_s *> list(records.size());
@@ -472,7 +473,7 @@ work requests::begin(const zel_request &request)
         });
     };
     // What is stored in steps, and what wipes the store, keep out of each other's way.
-    const auto storing = [this](work of) {
+    const auto storing = [this](const work &of) {
         const std::shared_ptr<void> end((++being_stored_, nullptr), [this](void *) { --being_stored_; });
         return work([this, of, end]() -> GVariant * {
             if (is_forgetting_)
