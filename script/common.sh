@@ -32,14 +32,14 @@ build_preset() {
 }
 
 # run_tests PRESET [CTEST-OPTION...]: builds the preset and runs its tests in parallel; without options, the calls of the
-# store by family instead of by operation. Without a terminal, only failures and the summary are shown.
+# store by family instead of by operation. Without a terminal, only failures and the summary are shown; tests.log has all.
 run_tests() {
     local options=(--preset "$1" --parallel "$(nproc)" --no-label-summary "${@:2}") show=(cat)
     [[ $# -gt 1 ]] || options+=(--label-exclude operation)
     [[ -t 1 ]] || show=(sed --unbuffered --regexp-extended '/^ *Start +[0-9]+: /d; / Passed +[0-9.]+ sec$/d')
     build_preset "$1"
     mkdir -p "build/$1/tmp"
-    TMPDIR=$PWD/build/$1/tmp ctest "${options[@]}" | "${show[@]}"
+    TMPDIR=$PWD/build/$1/tmp ctest "${options[@]}" | tee "build/$1/tests.log" | "${show[@]}"
 }
 
 # library_version: as the public header has it.
