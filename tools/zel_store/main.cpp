@@ -45,10 +45,10 @@ struct command {
     const char *name, *operands, *does;
     guint fewest, most; /**< operands */
     outcome (*run)(const options &);
-    std::vector<GOptionEntry> options;
+    GOptionEntry options[8]; /**< up to one without a name */
 };
 
-const command COMMANDS[] = {
+constexpr command COMMANDS[] = {
     {"show", "[STORE]", "What is unfinished, at a glance", 0, 1, show, {REQUEST, TOKEN, ALL, SECRETS, JSON}},
     {"watch",
      "[STORE]",
@@ -83,8 +83,10 @@ std::string usage()
 /** The options of a command, checked; nothing is run when --help is among them. */
 options parsed(const command &chosen, GOptionContext *context, int argc, char **argv)
 {
-    std::vector<GOptionEntry> entries = chosen.options;
-    entries.insert(entries.end(), {HELP, OPERANDS, {}});
+    std::vector<GOptionEntry> entries = {HELP, OPERANDS};
+    for (const GOptionEntry *one = chosen.options; one->long_name; ++one)
+        entries.insert(entries.end() - 2, *one);
+    entries.emplace_back();
     g_option_context_set_help_enabled(context, FALSE);
     g_option_context_add_main_entries(context, entries.data(), nullptr);
     GError *error = nullptr;
@@ -146,6 +148,7 @@ exit_status run(int argc, char **argv)
 
 int main(int argc, char **argv)
 try {
+    g_set_prgname("zel-store");
     screen.look();
     return run(argc, argv);
 } catch (const std::exception &error) {

@@ -247,7 +247,7 @@ off_t find_super_journal(const std::string &path, copied &store)
         return 0;
     for (const char letter : name)
         sum -= static_cast<guint32>(letter);
-    name = name.c_str();
+    name.erase(std::min(name.find('\0'), name.size()));
     if (sum != 0 || name.empty())
         return 0;
     struct stat status = {};
