@@ -267,7 +267,7 @@ std::string unescaped(std::string_view text)
 }
 
 trace_reader::trace_reader(const std::string &name_)
-    : name(name_), file(name == "-" ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC)), buffer(128 * 1024)
+    : name(name_), file(name == "-" ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC)), buffer(131'072)
 {
     if (file < 0)
         throw unreadable(name + ": " + g_strerror(errno) + ". Name a file with a trace.");

@@ -42,7 +42,7 @@ class trace_reader
 {
   public:
     /** What is kept of a line, in bytes: of a longer one the middle goes. */
-    static constexpr size_t LONGEST_LINE = 512 * 1024;
+    static constexpr size_t LONGEST_LINE = 524'288;
 
     explicit trace_reader(const std::string &name);
     ~trace_reader();

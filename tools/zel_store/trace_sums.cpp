@@ -13,7 +13,7 @@ constexpr size_t MOST_OPERATIONS = 10'000;
 constexpr size_t MOST_FAILURES = 1'000;
 constexpr size_t MOST_KEPT = 100'000;
 constexpr size_t LONGEST_TEXT = 4096;
-constexpr size_t LONGEST_STATEMENT = 16 * 1024;
+constexpr size_t LONGEST_STATEMENT = 16'384;
 constexpr char OTHERS[] = "further_operations";
 constexpr char OTHER_COMPLAINTS[] = "further complaints";
 
