@@ -6,9 +6,9 @@
  * except _common_queue_get_wait_status holds the queue's lock while it uses the list. The caller's functions run under
  * that lock: they must not call an operation of the same queue, and must not throw.
  *
- * Several workers. A push signals only when the queue goes from empty to one item, and wakes one worker. So of several
- * workers that sleep on one queue, only one works while items keep coming. Give each worker a queue of its own. Or let
- * each worker pass the wake on after its pop:
+ * Several workers. A push signals only when the queue goes from empty to one item, and wakes one worker. So if
+ * several workers sleep on one queue and items keep coming, only one of them works. Give each worker a queue of its
+ * own. Or let each worker pass the wake on after its pop:
  *
  *     void *item = _common_queue_pop(queue);
  *     pthread_mutex_lock(&queue->available_lock);
@@ -65,7 +65,8 @@ typedef int (*_common_queue_find_func)(void *item, void *user_data);
 zel_err_e _common_queue_init(zel_queue_s **req_queue);
 
 /**
- * Releases a queue. It must be the last operation on the queue: no thread may be inside another one or sleep in a pop.
+ * Releases a queue. It must be the last operation on the queue: no thread may be inside another operation,
+ * asleep in a pop for instance.
  * The caller's variable is not cleared.
  *
  * @param req_queue the queue; NULL is rejected
@@ -91,9 +92,9 @@ void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func);
 void _common_queue_push(zel_queue_s *req_queue, void *data);
 
 /**
- * Removes and returns the oldest item. On an empty queue it sleeps once, without a time limit; after a wake it looks
- * once. So a worker calls it in a loop. Any thread may call it. A thread that is cancelled in it keeps the lock for
- * ever.
+ * Removes and returns the oldest item. On an empty queue it sleeps once, without a time limit. After a wake it looks
+ * once and can find nothing: a worker calls it in a loop. Any thread may call it. A thread that is cancelled in it
+ * keeps the lock for ever.
  *
  * @param req_queue the queue
  * @return the item, now owned by the caller; NULL if NULL was pushed, when the queue was still empty after the wake,

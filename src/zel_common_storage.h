@@ -7,9 +7,9 @@
  * notification announces a share that others send to this device; the share consists of content items. A transfer moves
  * one file in either direction.
  *
- * These rules hold for every operation that documents nothing else.
+ * An operation that differs from these rules documents it.
  *
- * Opening. Call _common_storage_init first, and wait for ZEL_ERR_NONE before any other thread uses the store. Its
+ * Opening. Call _common_storage_init first, and wait for ZEL_ERR_NONE before any other thread uses the store. The
  * connection serves the whole process and is never closed. A child of fork() must not use it.
  *
  * Threads. After that any thread may call any operation. The library takes no lock of its own; it relies on SQLite's

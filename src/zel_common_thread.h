@@ -3,11 +3,11 @@
  * seconds, wake it, and release the record at the end.
  *
  * The starter calls _common_thread_start and usually _common_thread_wait_till_start. The started thread calls
- * _common_thread_notify_started, then _common_thread_sendSignal to wake a starter that already waits. It may call
- * _common_thread_waitCallback repeatedly; other threads wake it with _common_thread_sendSignal. _common_thread_stop is
- * the last call, after every thread has stopped using the record.
+ * _common_thread_notify_started, then _common_thread_sendSignal to wake a starter that already waits. The thread may
+ * call _common_thread_waitCallback repeatedly; other threads wake it with _common_thread_sendSignal.
+ * _common_thread_stop is the last call, after every thread has stopped using the record.
  *
- * Both waits sleep on one condition, and one signal ends one wait, either of them. Their time limits use the real-time
+ * Both waits sleep on one condition, and one signal ends one wait, of either kind. Their time limits use the real-time
  * clock: setting the clock makes them longer or shorter.
  */
 #ifndef ZEL_COMMON_THREAD_H
@@ -46,7 +46,7 @@ typedef struct zel_thread_s {
 bool _common_thread_start(zel_thread_s **req_thread, void *(*func_name)(void *), void *data);
 
 /**
- * Wakes every waiter and releases the record. The thread itself is neither cancelled nor joined. It must be the last
+ * Wakes every waiter and releases the record. The thread itself is neither cancelled nor joined. This must be the last
  * operation on the record: no thread may wait on the record, hold its lock or use it later.
  *
  * @param req_thread the record; NULL is rejected
@@ -59,8 +59,8 @@ void _common_thread_stop(zel_thread_s *req_thread);
  * available_lock for ever.
  *
  * @param req_thread the record
- * @return 0 after a signal or a spurious wake; -110 after the timeout; otherwise the positive error number of the wait.
- *         EINVAL also when the record is NULL
+ * @return 0 after a signal or a spurious wake; -110 after the timeout; otherwise the positive error number of the wait;
+ *         EINVAL when the record is NULL
  */
 int _common_thread_waitCallback(zel_thread_s *req_thread);
 
@@ -74,7 +74,7 @@ void _common_thread_sendSignal(zel_thread_s *req_thread);
 /**
  * Waits until the thread reports that it runs, for at most 5 seconds. Returns immediately when the thread has already
  * reported. Otherwise it sleeps once, until the timeout or a _common_thread_sendSignal: the report itself wakes no
- * waiter. A timeout is not reported, only is_running. Any thread that does not hold available_lock may call it.
+ * waiter. After a timeout it logs nothing. Any thread that does not hold available_lock may call it.
  *
  * @param req_thread the record
  * @return is_running after the wait; false when the record is NULL
