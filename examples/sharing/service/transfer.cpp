@@ -98,7 +98,7 @@ static std::string create_upload(const settings &chosen, const zel_content_sync_
 {
     const std::string name = text_of(row.name);
     const text encoded(g_base64_encode(reinterpret_cast<const guchar *>(name.data()), name.size()));
-    const std::string upload =
+    std::string upload =
         server
             .ask_for_success({.method = "POST",
                               .url = chosen.server,
