@@ -66,8 +66,7 @@ zel_err_e _common_queue_init(zel_queue_s **req_queue);
 
 /**
  * Releases a queue. It must be the last operation on the queue: no thread may be inside another operation,
- * asleep in a pop for instance.
- * The caller's variable is not cleared.
+ * asleep in a pop for instance. The caller's variable is not cleared.
  *
  * @param req_queue the queue; NULL is rejected
  * @param func      releases each remaining item, newest first; with NULL the items are not released
