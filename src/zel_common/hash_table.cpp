@@ -158,7 +158,7 @@ int _common_get_hash_table_size(zel_hash_table *hash_table)
 unsigned int _common_get_hash_table_count(zel_hash_table *hash_table)
 {
     if (!hash_table)
-        return reject("Invalid params", 0);
+        return reject("Invalid params", 0U);
 
     const mutex_guard guard(hash_table->mutex);
     return g_hash_table_size(hash_table->table);

@@ -350,7 +350,7 @@ unsigned int __find_length_of_content_info(const zel_trans_content_info *content
 {
     ZEL_BEGIN();
     if (!content_info)
-        return reject("Invalid Parameter", 0);
+        return reject("Invalid Parameter", 0U);
 
     const unsigned int length = ITEM_SIZE + length_of_strings(content_info, ITEM_STRINGS);
     ZEL_END();
@@ -361,7 +361,7 @@ unsigned int __find_length_of_share_content_info_list(zel_trans_share_content_in
 {
     ZEL_BEGIN();
     if (!share_content_info)
-        return reject("Invalid Parameter", 0);
+        return reject("Invalid Parameter", 0U);
 
     unsigned int length = SHARE_SIZE + length_of_strings(share_content_info, SHARE_STRINGS);
     count_items(share_content_info);
