@@ -6,6 +6,7 @@
 #include "zel_common_queue.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -138,15 +139,11 @@ TEST_F(HashTable, a_second_write_keeps_the_key_and_releases_the_value)
     _common_write_to_hash_table(table, key, item(2));
     expect_lines(printed("_common_write_to_hash_table: Info: %p %p 0x2\nrelease 1, locked\n",
                          static_cast<void *>(table), static_cast<void *>(key)));
-    const auto append = [](void *key, void *, void *all) {
-        *static_cast<std::string *>(all) += static_cast<const char *>(key);
-    };
-    std::string listed, stored;
+    std::set<std::string> listed;
     for (const GList *node = keys; node; node = node->next)
-        append(node->data, nullptr, &listed);
+        listed.insert(static_cast<const char *>(node->data));
+    EXPECT_EQ(listed, (std::set<std::string>{"a", "b", "c"}));
     g_list_free(keys); // not the keys
-    g_hash_table_foreach(table->table, append, &stored);
-    EXPECT_EQ(listed, stored) << "in the table's order";
     EXPECT_EQ(take("b"), "2, 2 left");
 }
 
@@ -187,39 +184,33 @@ TEST_F(Queue, items_leave_in_the_order_of_their_arrival)
 TEST_F(Queue, searches_take_the_newest_item)
 {
     EXPECT_EQ(pass({17, 1, 27, 3, 17}, 0), "| 17 3 27 1 17");
-    EXPECT_EQ(_common_queue_find(queue, last_digits_differ, item(7)), item(17));
-    EXPECT_EQ(_common_queue_find(queue, last_digits_differ, item(9)), nullptr);
-    expect_lines(R"(
-compare 17, locked
-compare 17, locked
-compare 3, locked
-compare 27, locked
-compare 1, locked
-compare 17, locked
-)");
     for (const intptr_t removed : {7, 17}) // by its address only
         _common_queue_remove(queue, item(removed));
     EXPECT_EQ(pass({}, 0), "| 3 27 1 17");
 
     const void *const node = queue->item_list->next;
+    EXPECT_EQ(_common_queue_find(queue, last_digits_differ, item(7)), item(27));
     EXPECT_TRUE(_common_queue_find_and_remove(queue, last_digits_differ, release, item(7)));
     expect_lines(printed(R"(
+compare 3, locked
+compare 27, locked
 compare 3, locked
 compare 27, locked
 _common_queue_find_and_remove: Debug: elem[%p]
 release 27, locked
 )",
                          node));
+    EXPECT_EQ(_common_queue_find(queue, last_digits_differ, item(9)), nullptr);
     EXPECT_FALSE(_common_queue_find_and_remove(queue, last_digits_differ, release, item(9)));
     EXPECT_EQ(pass({}, 1), "17 | 3 1");
 }
 
 TEST_F(Queue, items_are_released_from_the_newest_on)
 {
-    pass({1, 3, 8}, 0);
+    pass({1, 3}, 0);
     for (int i = 0; i < 2; ++i)
         _common_queue_clear(queue, release);
-    EXPECT_EQ(pass({4, 5}, 0), "| 5 4");
+    pass({4, 5}, 0);
     _common_queue_deinit(queue, release);
     // Without a release function the nodes are released and the items are not.
     _common_queue_init(&queue);
@@ -227,7 +218,6 @@ TEST_F(Queue, items_are_released_from_the_newest_on)
     _common_queue_deinit(queue, nullptr);
     _common_queue_init(&queue);
     expect_lines(R"(
-release 8, locked
 release 3, locked
 release 1, locked
 _common_queue_clear: Critical: req_queue->item_list is NULL (End)
@@ -274,18 +264,10 @@ TEST_F(Queue, null_arguments_are_rejected_as_by_the_hash_table)
         2, MESSAGE, 0, +[](zel_hash_table *table, _common_hash_table_addon_cb callback) {
             return _common_read_from_hash_table_addon(table, "a", callback); // for which NULL is never present
         });
-    const auto other_table = static_cast<zel_hash_table *>(item(3));
     _common_write_to_hash_table(nullptr, item(1), item(2));
-    _common_write_to_hash_table(other_table, nullptr, item(2));
-    _common_write_to_hash_table(other_table, item(1), nullptr);
-    expect_lines(R"(
-_common_write_to_hash_table: Info: (nil) 0x1 0x2
-    Critical: Invalid params
-    Info: 0x3 (nil) 0x2
-    Critical: Invalid params
-    Info: 0x3 0x1 (nil)
-    Critical: Invalid params
-)");
+    _common_write_to_hash_table(table, nullptr, item(2));
+    _common_write_to_hash_table(table, item(1), nullptr);
+    EXPECT_EQ(count(take_trace(), MESSAGE), 3);
 }
 
 TEST_F(Queue, a_failed_allocation_is_reported_as_by_the_hash_table)
@@ -309,10 +291,7 @@ TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
     _common_queue_clear(queue, release); // nothing of these may come out
     for (void *pushed : {item(0), item(5)}) {
         std::string popped;
-        std::thread consumer([&] {
-            popped = pass({}, 1) + "\n";
-            popped += calls_of(take_trace());
-        });
+        std::thread consumer([&] { popped = pass({}, 1) + lines_of(take_trace()); });
         wait_for_sleeper(queue->available_lock);
         EXPECT_TRUE(_common_queue_get_wait_status(queue));
         if (pushed)
@@ -320,10 +299,7 @@ TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
         else // woken while the queue is empty
             pthread_cond_broadcast(&queue->available_signal);
         consumer.join();
-        EXPECT_EQ(popped, shown(pushed) + R"( |
-_common_queue_pop(__enter_critical_section __sleep_condition_variable __pop_back __leave_critical_section)
-_common_queue_length(__enter_critical_section __leave_critical_section)
-)");
+        EXPECT_EQ(popped, shown(pushed) + " |");
     }
 }
 

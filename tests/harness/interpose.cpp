@@ -2,34 +2,14 @@
 
 #include <glib.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 
 using namespace zel_test;
-
-namespace
-{
-
-bool allocation_fails(size_t count, size_t size)
-{
-    size_t bytes = 0;
-    if (__builtin_mul_overflow(count, size, &bytes))
-        bytes = SIZE_MAX;
-    fault::now.largest = std::max(fault::now.largest, bytes);
-    return fault::code_of(LIBRARY_MEMORY, 1);
-}
-
-} // namespace
 
 // ld turns every reference to a redirected name into __wrap_name, and __real_name into the name itself.
 #define STAND_IN(result, name, parameters)                                                                             \
@@ -37,10 +17,10 @@ bool allocation_fails(size_t count, size_t size)
     result __wrap_##name parameters;                                                                                   \
     result __wrap_##name parameters
 
-#define ALLOCATION(name, count, size, parameters, arguments)                                                           \
+#define ALLOCATION(name, parameters, arguments)                                                                        \
     STAND_IN(void *, name, parameters)                                                                                 \
     {                                                                                                                  \
-        return allocation_fails(count, size) ? nullptr : __real_##name arguments;                                      \
+        return fault::code_of(LIBRARY_MEMORY, 1) ? nullptr : __real_##name arguments;                                  \
     }
 
 #define SCRIPTED(script, name, parameters, arguments)                                                                  \
@@ -51,10 +31,10 @@ bool allocation_fails(size_t count, size_t size)
 
 extern "C" {
 
-ALLOCATION(realloc, 1, size, (void *old, size_t size), (old, size))
-ALLOCATION(g_try_malloc0, 1, size, (gsize size), (size))
-ALLOCATION(g_try_malloc0_n, n, size, (gsize n, gsize size), (n, size))
-ALLOCATION(g_try_realloc_n, n, size, (gpointer old, gsize n, gsize size), (old, n, size))
+ALLOCATION(realloc, (void *old, size_t size), (old, size))
+ALLOCATION(g_try_malloc0, (gsize size), (size))
+ALLOCATION(g_try_malloc0_n, (gsize n, gsize size), (n, size))
+ALLOCATION(g_try_realloc_n, (gpointer old, gsize n, gsize size), (old, n, size))
 
 SCRIPTED(cond_broadcast, pthread_cond_broadcast, (pthread_cond_t * condition), (condition))
 SCRIPTED(cond_destroy, pthread_cond_destroy, (pthread_cond_t * condition), (condition))
@@ -93,12 +73,6 @@ STAND_IN(time_t, time, (time_t * value))
     return value ? *value = now.tv_sec : now.tv_sec;
 }
 
-STAND_IN(int, stat, (const char *path, struct stat *status))
-{
-    errno = calls::file_status.run([&] { return fstatat(AT_FDCWD, path, status, 0) == 0 ? 0 : errno; });
-    return errno == 0 ? 0 : -1;
-}
-
 STAND_IN(FILE *, fopen, (const char *path, const char *mode))
 {
     return __real_fopen(std::strcmp(path, "/tmp/quillo.pid") == 0 ? "quillo.pid" : path, mode);
@@ -130,8 +104,6 @@ STAND_IN(char *, sqlite3_mprintf, (const char *format, ...))
 // The names that 64-bit file offsets and times give them; each is called with the structures of this build.
 #define SAME(name, other) decltype(__wrap_##name) __wrap_##other __attribute__((alias("__wrap_" #name)))
 SAME(fopen, fopen64);
-SAME(stat, stat64);
-SAME(stat, __stat64_time64);
 SAME(gettimeofday, __gettimeofday64);
 SAME(time, __time64);
 SAME(pthread_cond_timedwait, __pthread_cond_timedwait64);

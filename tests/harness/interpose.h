@@ -4,7 +4,6 @@
 #define ZEL_TESTS_INTERPOSE_H
 
 #include <atomic>
-#include <cstddef>
 #include <ctime>
 #include <pthread.h>
 #include <semaphore>
@@ -33,7 +32,7 @@ struct fault_plan {
 struct fault {
     fault(const fault_plan &plan, int nth)
     {
-        now = {plan, nth, 0, 0};
+        now = {plan, nth, 0};
     }
     ~fault()
     {
@@ -54,7 +53,6 @@ struct fault {
     inline static struct {
         fault_plan plan;
         int nth, count; ///< of the planned calls
-        size_t largest; ///< bytes of the largest single allocation of the library
     } now;
 };
 
@@ -97,8 +95,7 @@ struct call_script {
 namespace calls
 {
 inline call_script cond_broadcast, cond_destroy, cond_signal, cond_timedwait, mutex_destroy, thread_create;
-inline call_script file_status; ///< stat; an answer is an errno, with the result -1
-inline call_script sleep;       ///< g_usleep; an answer only skips the sleep
+inline call_script sleep; ///< g_usleep; an answer only skips the sleep
 } // namespace calls
 
 /// Released once for every pthread_cond_wait and pthread_cond_timedwait, while the waiter still holds its mutex: a

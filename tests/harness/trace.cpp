@@ -15,24 +15,15 @@ namespace zel_test
 namespace
 {
 
-/* The functions that do not follow the rule of Begin and End lines. */
-
+/// The functions that never write an End line.
 constexpr char BEGIN_ONLY[] = " _common_deinit_hash_table _common_write_to_hash_table _common_read_from_hash_table "
                               "_common_remove_from_hash_table _common_find_in_hash_table "
                               "_common_foreach_read_from_hash_table _common_get_hash_table_size "
                               "__execute_select_query ";
 
-constexpr char NEITHER[] =
-    " _common_find_and_remove_in_hash_table _common_foreach_remove_in_hash_table _common_get_hash_table_count "
-    "_common_get_keys_from_hash_table _common_queue_get_wait_status _common_thread_get_wait_status "
-    "_common_print_error_info _common_util_convert_service_error_to_client_error _common_util_set_pid_to_file "
-    "_common_util_get_pid_from_file _common_util_check_enhanced_feature __print_zel_request __get_content_info "
-    "__get_int __get_unsigned_int __get_unsigned_long_long __get_string __set_int __set_unsigned_int "
-    "__set_unsigned_long_long __set_string __execute_query __execute_insert_query ";
-
-bool is_in(const char *names, const std::string &function)
+bool writes_end(const std::string &function)
 {
-    return std::string(names).find(" " + function + " ") != std::string::npos;
+    return std::string(BEGIN_ONLY).find(" " + function + " ") == std::string::npos;
 }
 
 log_line parse(const std::string &line)
@@ -90,39 +81,32 @@ std::vector<log_line> parse_all(const std::string &trace)
 std::string lines_of(const std::string &trace)
 {
     constexpr size_t NONE = SIZE_MAX;
-    struct frame {
-        bool is_open;
-        size_t critical; ///< the last line in it, if that is a Critical one
-    };
-    std::map<std::string, frame> frames;
+    std::map<std::string, size_t> open; ///< the last line in each function, if that is a Critical one
     std::vector<log_line> shown;
-    const auto leave = [&](const std::string &function, frame &left) {
-        if (left.is_open && left.critical == NONE && !is_in(BEGIN_ONLY, function))
+    const auto leave = [&](const std::string &function) {
+        const auto left = open.extract(function);
+        if (left && left.mapped() == NONE && writes_end(function))
             shown.push_back({function, "no End", ""});
-        left.is_open = false;
     };
     for (const auto &[function, kind, text] : parse_all(trace)) {
-        frame &own = frames.try_emplace(function, frame{false, NONE}).first->second;
-        const bool has_frame = !function.empty() && !is_in(NEITHER, function);
-        if (kind == "Begin" && has_frame) {
-            leave(function, own);
-            own = {true, NONE};
-        } else if (kind == "End" && own.is_open && !is_in(BEGIN_ONLY, function)) {
-            if (own.critical != NONE)
-                shown[own.critical].text += " (End)";
-            own.is_open = false;
+        const auto own = open.find(function);
+        if (kind == "Begin") {
+            leave(function);
+            open[function] = NONE;
+        } else if (kind == "End" && own != open.end() && writes_end(function)) {
+            if (own->second != NONE)
+                shown[own->second].text += " (End)";
+            open.erase(own);
         } else {
-            const bool is_frame_line = kind == "Begin" || kind == "End";
-            const char *const departure = has_frame && !own.is_open ? " (no Begin)" : "";
-            shown.push_back({function, kind + (is_frame_line || kind.empty() ? "" : ": "), text + departure});
-            // A line of a function without a frame lies in all that are open.
-            for (auto &[name, each] : frames)
-                if (name == function || !has_frame)
-                    each.critical = kind == "Critical" ? shown.size() - 1 : NONE;
+            shown.push_back({function, kind + (kind == "End" || kind.empty() ? "" : ": "), text});
+            // A line of a function without a Begin line lies in all that are open.
+            for (auto &[name, last] : open)
+                if (own == open.end() || name == function)
+                    last = kind == "Critical" ? shown.size() - 1 : NONE;
         }
     }
-    for (auto &[function, each] : frames)
-        leave(function, each);
+    while (!open.empty())
+        leave(open.begin()->first);
     return joined(shown);
 }
 

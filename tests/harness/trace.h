@@ -23,9 +23,8 @@ std::vector<log_line> parse_all(const std::string &trace);
 
 /// The lines of a trace as "function: Kind: text", or as "    Kind: text" below another one of the same function.
 ///
-/// Begin and End lines are left out where they follow the rule: a function writes its Begin line first and its End line
-/// last, but no End line after a Critical line. Where it does, " (End)" stands after that Critical line. Each departure
-/// is a line of its own. The functions that write no End line, or neither, stand in trace.cpp.
+/// Begin and End lines are left out where an End line follows its Begin line. A function writes no End line after a
+/// Critical line; where it does, " (End)" stands after that Critical line. Each departure is a line of its own.
 std::string lines_of(const std::string &trace);
 
 /// The calls in a trace, by their Begin and End lines, one in a line: "outer(first second)".
