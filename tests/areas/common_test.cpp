@@ -154,14 +154,11 @@ _common_util_file_exist: Info: File already exist
     EXPECT_EQ(_common_util_get_filename_without_ext(nullptr), nullptr);
     _common_util_get_file_valid_path(nullptr, numbered);
     EXPECT_STREQ(numbered, "");
-    const auto expect_cut = [&](const std::string &path) {
+    const std::string stem(5000, 'a'), root(5000, '/'); // which exists under every number
+    for (const std::string &path : {stem, printed("%s.jpg", stem.c_str()), printed("%sa.b", root.c_str())}) {
         _common_util_get_file_valid_path(path.c_str(), numbered);
         EXPECT_EQ(numbered, path.substr(0, ZEL_NEW_PATH_SIZE - 1));
-    };
-    const std::string stem(5000, 'a');
-    expect_cut(stem);
-    expect_cut(printed("%s.jpg", stem.c_str()));
-    expect_cut(printed("%sa.b", std::string(5000, '/').c_str())); // slashes exist under every number
+    }
 }
 
 TEST(Process, random_number_is_seeded_from_the_clock)

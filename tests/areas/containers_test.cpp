@@ -234,15 +234,23 @@ TEST_F(Queue, operations_take_their_steps_under_the_lock)
     _common_queue_remove(queue, item(3));
     _common_queue_find_and_remove(queue, last_digits_differ, release, item(3));
     _common_queue_clear(queue, release);
-    expect_calls(R"(
-_common_queue_push(__enter_critical_section __push_front __wake_condition_variable __leave_critical_section)
-_common_queue_push(__enter_critical_section __push_front __leave_critical_section)
-_common_queue_pop(__enter_critical_section __pop_back __leave_critical_section)
-_common_queue_length(__enter_critical_section __leave_critical_section)
-_common_queue_find(__enter_critical_section __leave_critical_section)
-_common_queue_remove(__enter_critical_section __leave_critical_section)
-_common_queue_find_and_remove(__enter_critical_section __leave_critical_section)
-_common_queue_clear(__enter_critical_section __leave_critical_section)
+    std::string steps = "\n";
+    for (const log_line &line : parse_all(take_trace())) {
+        const bool is_step = line.function.starts_with("__");
+        if (line.kind == "Begin")
+            steps += is_step ? " " + line.function : line.function + ":";
+        else if (line.kind == "End" && !is_step)
+            steps += "\n";
+    }
+    EXPECT_EQ(steps, R"(
+_common_queue_push: __enter_critical_section __push_front __wake_condition_variable __leave_critical_section
+_common_queue_push: __enter_critical_section __push_front __leave_critical_section
+_common_queue_pop: __enter_critical_section __pop_back __leave_critical_section
+_common_queue_length: __enter_critical_section __leave_critical_section
+_common_queue_find: __enter_critical_section __leave_critical_section
+_common_queue_remove: __enter_critical_section __leave_critical_section
+_common_queue_find_and_remove: __enter_critical_section __leave_critical_section
+_common_queue_clear: __enter_critical_section __leave_critical_section
 )");
 }
 

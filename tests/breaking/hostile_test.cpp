@@ -74,12 +74,11 @@ TEST(StorageHostile, rows_and_tables_of_other_shapes_do_no_harm)
             ('UPDATE OR IGNORE {table} SET {column} = x''00ff00'''),
             ('UPDATE OR IGNORE {table} SET {column} = ''a'' || char(0) || ''b'''),
             ('UPDATE OR IGNORE {table} SET {column} = -9223372036854775807 - 1'),
-            ('UPDATE OR IGNORE {table} SET {column} = 1e300'),
-            ('UPDATE OR IGNORE {table} SET {column} = ''text''')) AS shapes
+            ('UPDATE OR IGNORE {table} SET {column} = 1e300')) AS shapes
         WHERE tables.name NOT LIKE 'sqlite%' AND columns.cid >= 1 AND
             (columns.cid = 2 OR shapes.column1 LIKE 'UPDATE%') GROUP BY tables.name, shapes.column1)");
     world::end();
-    EXPECT_EQ(changes.size(), 9 * 11u);
+    EXPECT_EQ(changes.size(), 9 * 10u);
     for (const auto &change : changes) {
         SCOPED_TRACE(change[0]);
         rows.begin(change[0]);

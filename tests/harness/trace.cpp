@@ -60,13 +60,6 @@ std::string joined(const std::vector<log_line> &lines)
     return all;
 }
 
-void expect(const std::string &expected, const std::string &met, const char *file, int line)
-{
-    const std::string difference = unified_diff(expected.substr(expected.starts_with('\n')), met);
-    if (!difference.empty())
-        ADD_FAILURE_AT(file, line) << "expected (-) and met (+):\n" << difference;
-}
-
 } // namespace
 
 std::vector<log_line> parse_all(const std::string &trace)
@@ -110,23 +103,6 @@ std::string lines_of(const std::string &trace)
     return joined(shown);
 }
 
-std::string calls_of(const std::string &trace)
-{
-    std::string all;
-    int depth = 0;
-    for (const auto &[function, kind, text] : parse_all(trace)) {
-        if (kind == "Begin") {
-            const bool is_first = all.empty() || all.back() == '(' || all.back() == '\n';
-            all += (is_first ? "" : " ") + function + "(";
-            ++depth;
-        } else if (kind == "End") {
-            all.back() == '(' ? all.pop_back() : all.push_back(')');
-            all += --depth == 0 ? "\n" : "";
-        }
-    }
-    return all;
-}
-
 std::string printed(const char *format, ...)
 {
     va_list arguments;
@@ -147,12 +123,10 @@ void expect_rejection(const std::string &message)
 
 void expect_lines(const std::string &expected, const char *file, int line)
 {
-    expect(expected, lines_of(take_trace()), file, line);
-}
-
-void expect_calls(const std::string &expected, const char *file, int line)
-{
-    expect(expected, calls_of(take_trace()), file, line);
+    const std::string met = lines_of(take_trace());
+    const std::string difference = unified_diff(expected.substr(expected.starts_with('\n')), met);
+    if (!difference.empty())
+        ADD_FAILURE_AT(file, line) << "expected (-) and met (+):\n" << difference;
 }
 
 } // namespace zel_test

@@ -27,14 +27,9 @@ std::vector<log_line> parse_all(const std::string &trace);
 /// Critical line; where it does, " (End)" stands after that Critical line. Each departure is a line of its own.
 std::string lines_of(const std::string &trace);
 
-/// The calls in a trace, by their Begin and End lines, one in a line: "outer(first second)".
-std::string calls_of(const std::string &trace);
-
 /// The calling thread has logged these lines, and nothing else, since the trace was last taken. The first line break
 /// does not count, so that the text can begin on a line of its own.
 void expect_lines(const std::string &expected, const char *file = __builtin_FILE(), int line = __builtin_LINE());
-/// The same for the calls.
-void expect_calls(const std::string &expected, const char *file = __builtin_FILE(), int line = __builtin_LINE());
 
 /// A text as printf makes it.
 [[gnu::format(printf, 1, 2)]] std::string printed(const char *format, ...);
@@ -54,32 +49,30 @@ template <typename Value> Value argument(bool is_null)
 /// A rejected call has logged one Critical line with this message, and left alone what it was given.
 void expect_rejection(const std::string &message);
 
-template <typename Result, typename... Parameters, size_t... I>
-void expect_null_is_rejected_by(Result (*function)(Parameters...), std::index_sequence<I...>, size_t count,
-                                const std::string &message, int result)
+/// Calls a function with NULL for each of its first `count` pointers in turn. It logs one Critical line with this
+/// message and returns the result (NULL for a pointer). It leaves the targets of the other pointers alone.
+template <typename Result, typename... Parameters>
+void expect_null_is_rejected(size_t count, const std::string &message, int result, Result (*function)(Parameters...))
 {
     constexpr bool is_pointer[] = {std::is_pointer_v<Parameters>...};
+    const auto call_with = [&]<size_t... I>(size_t null, std::index_sequence<I...>)
+    {
+        return function(argument<Parameters>(I == null)...);
+    };
+    constexpr std::index_sequence_for<Parameters...> all;
     for (size_t null = 0; count > 0; ++null) {
         if (!is_pointer[null])
             continue;
         --count;
         take_trace();
         if constexpr (std::is_void_v<Result>)
-            function(argument<Parameters>(I == null)...);
+            call_with(null, all);
         else if constexpr (std::is_pointer_v<Result>)
-            EXPECT_TRUE(function(argument<Parameters>(I == null)...) == nullptr) << message;
+            EXPECT_TRUE(call_with(null, all) == nullptr) << message;
         else
-            EXPECT_TRUE(function(argument<Parameters>(I == null)...) == static_cast<Result>(result)) << message;
+            EXPECT_TRUE(call_with(null, all) == static_cast<Result>(result)) << message;
         expect_rejection(message);
     }
-}
-
-/// Calls a function with NULL for each of its first `count` pointers in turn. It logs one Critical line with this
-/// message and returns the result (NULL for a pointer). It leaves the targets of the other pointers alone.
-template <typename Result, typename... Parameters>
-void expect_null_is_rejected(size_t count, const std::string &message, int result, Result (*function)(Parameters...))
-{
-    expect_null_is_rejected_by(function, std::index_sequence_for<Parameters...>(), count, message, result);
 }
 
 template <typename... Functions>
