@@ -107,6 +107,20 @@ TEST(StorageFiles, a_missing_file_is_created_and_a_missing_folder_is_not)
     world::end();
 }
 
+TEST(StorageFiles, a_read_only_file_answers_and_stays_as_it_is)
+{
+    const world rows(ROWS);
+    const auto usual = effects(rows);
+    disk_is_read_only = true;
+    for (size_t i = 0; const outcome &now : effects(rows)) {
+        SCOPED_TRACE(first_calls()[i].text);
+        const bool writes = count(usual[i].lines, ":  query [") > 0;
+        EXPECT_EQ(now.brief == usual[i++].brief, !writes) << now.lines;
+        EXPECT_EQ(now.changed, "");
+    }
+    disk_is_read_only = false;
+}
+
 TEST(StorageFiles, a_foreign_file_keeps_what_it_holds)
 {
     for (const std::string content : {"plain text", long_text.c_str(), "SQLite format 3"}) {

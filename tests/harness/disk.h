@@ -18,6 +18,8 @@ namespace zel_test
 {
 
 inline sqlite3_vfs *disk = nullptr; ///< the real one
+/// While it is set, files can be opened for reading only.
+inline bool disk_is_read_only = false;
 /// How often SQLite itself has waited for a lock.
 inline std::atomic<int> disk_sleeps = 0;
 
@@ -83,6 +85,8 @@ inline int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int fl
     file->pMethods = nullptr;
     if (const int code = fault::code_of(DISK_OTHER, SQLITE_CANTOPEN))
         return code;
+    if (disk_is_read_only)
+        flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
     opened_files[file] = name ? name : "";
     const bool is_new = name && access(name, F_OK) != 0;
     const int code = disk->xOpen(disk, name, file, flags, given);
