@@ -2,8 +2,6 @@
 #include "zel_store.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,6 +1,5 @@
 // Result codes, records, files and what belongs to the process; and the log's entry point for clients.
 #include "interpose.h"
-#include "platform.h"
 #include "trace.h"
 #include "zel_common.h"
 #include "zel_common/records.h"

@@ -1,6 +1,5 @@
 // The hash table and the queue. Values and items are numbers here.
 #include "interpose.h"
-#include "platform.h"
 #include "trace.h"
 #include "zel_common.h"
 #include "zel_common_queue.h"

@@ -1,6 +1,5 @@
 // Requests, and the encoding of a share.
 #include "interpose.h"
-#include "platform.h"
 #include "trace.h"
 #include "zel_common/holders.h"
 #include "zel_common_request/dumps.h"

@@ -1,12 +1,10 @@
 // Start, waits and stop of a worker thread.
 #include "interpose.h"
-#include "platform.h"
 #include "trace.h"
 #include "zel_common_thread.h"
 
 #include <atomic>
 #include <cerrno>
-#include <pthread.h>
 #include <semaphore>
 #include <thread>
 
