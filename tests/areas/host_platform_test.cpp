@@ -69,6 +69,16 @@ class diverted
     int ends[2], saved = dup(STDERR_FILENO);
 };
 
+std::string output_of(const std::string &command)
+{
+    FILE *const pipe = popen(command.c_str(), "r");
+    std::string output;
+    for (int byte = 0; (byte = fgetc(pipe)) != EOF;)
+        output += static_cast<char>(byte);
+    EXPECT_EQ(pclose(pipe), 0);
+    return output;
+}
+
 } // namespace
 
 extern "C" void *__real_malloc(size_t);
@@ -103,10 +113,8 @@ TEST(HostPlatform, each_line_is_one_write_to_standard_error)
         EXPECT_EQ(line, in_front() + expected + "\n");
     };
     EXPECT_EQ(dlog_print(DLOG_SILENT, "TAG", "text"), 0);
-    const std::pair<int, std::string> letters[] = {{0, "?"}, {1, "?"}, {2, "V"}, {3, "D"}, {4, "I"},
-                                                   {5, "W"}, {6, "E"}, {7, "F"}, {9, "?"}};
-    for (const auto &[priority, letter] : letters)
-        expect(letter + "/TAG: ended", priority, "ended\n");
+    expect("I/TAG: ended", DLOG_INFO, "ended\n");
+    expect("?/TAG: beyond", DLOG_PRIO_MAX + 1, "beyond");
     // The second one is the first that the usual buffer has no room for.
     for (const std::string &text :
          {std::string(20000, 'x'), std::string(8192 - (in_front() + "I/TAG: ").size(), 'y'), std::string("z")})
@@ -189,44 +197,32 @@ TEST(HostPlatform, the_journal_gets_levels_and_lines_that_it_takes)
         return;
     }
     // Its stream is known by its numbers; any other gets times.
-    FILE *const lines =
-        popen("lines() { " ZEL_TEST_ITSELF " --gtest_filter='*journal*' 2>&1 >/dev/null; };"
-              "export ZEL_TEST_JOURNAL=1;"
-              "{ JOURNAL_STREAM=$(stat --dereference --format %d:%i /dev/fd/3) lines; } 3>&1 | cat;"
-              "{ JOURNAL_STREAM=$(stat --dereference --format %d:1 /dev/fd/3) lines; } 3>&1 | cut -c 1-2 | sort -u",
-              "r");
-    std::stringstream in;
-    for (int byte = 0; (byte = fgetc(lines)) != EOF;)
-        in.put(static_cast<char>(byte));
-    EXPECT_EQ(pclose(lines), 0);
-    std::string line;
-    for (const std::string expected : {"<6>?", "<6>?", "<7>V", "<7>D", "<6>I", "<4>W", "<3>E", "<2>F"}) {
-        std::getline(in, line);
-        EXPECT_EQ(line.substr(0, 3) + line.substr(line.find(' ') + 1), expected + "/TAG: text");
+    const std::string output = output_of(
+        "lines() { " ZEL_TEST_ITSELF " --gtest_filter='*journal*' 2>&1 >/dev/null; };"
+        "export ZEL_TEST_JOURNAL=1;"
+        "{ JOURNAL_STREAM=$(stat --dereference --format %d:%i /dev/fd/3) lines; } 3>&1 | cat;"
+        "{ JOURNAL_STREAM=$(stat --dereference --format %d:1 /dev/fd/3) lines; } 3>&1 | cut -c 1-2 | sort -u");
+    const std::string thread = output.substr(3, output.find(' ') - 2);
+    std::string escaped = text;
+    for (size_t at = 0; (at = escaped.find('\n', at)) != std::string::npos;)
+        escaped.replace(at, 1, "\\n");
+    std::string expected;
+    for (const std::string mark : {"<6>?", "<6>?", "<7>V", "<7>D", "<6>I", "<4>W", "<3>E", "<2>F"})
+        expected += mark.substr(0, 3) + thread + mark.substr(3) + "/TAG: text\n";
+    for (size_t shift = 0; shift < SHIFTS; ++shift)
+        expected += "<3>" + thread + "E/TAG: " + escaped.substr(shift) + "\n";
+    const std::string joint = "\\\n<3>" + thread + "E/TAG: \\";
+    std::string joined;
+    size_t at = 0;
+    for (size_t end = 0; (end = output.find(joint, at)) != std::string::npos; at = end + joint.size()) {
+        joined += output.substr(at, end - at);
+        ASSERT_NE(joined.back(), '\\') << "an escape is cut";
+        ASSERT_NE(output[end + joint.size()] & 0xc0, 0x80) << "a character is cut";
     }
-    std::string escaped = text.substr(0, 49000);
-    for (int i = 0; i < 100; ++i)
-        escaped += "\\n";
-    escaped += text.substr(49100);
-    for (size_t shift = 0; shift < SHIFTS; ++shift) {
-        std::string joined;
-        for (bool is_cut = true; is_cut;) {
-            ASSERT_TRUE(std::getline(in, line) && line.size() < 48 * 1024 && line.starts_with("<3>"));
-            std::string part = line.substr(line.find("E/TAG: ") + sizeof "E/TAG: " - 1);
-            is_cut = part.ends_with('\\');
-            if (is_cut)
-                part.pop_back();
-            ASSERT_FALSE(part.ends_with('\\')) << "an escape is cut";
-            if (!joined.empty()) {
-                ASSERT_TRUE(part.starts_with('\\') && (static_cast<unsigned char>(part[1]) & 0xc0) != 0x80);
-                part.erase(0, 1);
-            }
-            joined += part;
-        }
-        ASSERT_EQ(joined, escaped.substr(shift));
-    }
-    std::getline(in, line);
-    EXPECT_EQ(line, "20");
+    EXPECT_TRUE(joined + output.substr(at) == expected + "20\n");
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);)
+        ASSERT_LT(line.size(), 48U * 1024);
 }
 
 TEST(HostPlatform, without_memory_a_line_is_as_whole)
@@ -263,16 +259,12 @@ TEST(HostPlatform, the_environment_names_the_lowest_priority_that_is_written)
         return;
     }
     // What each value lets through, of all lines the priority's letter.
-    FILE *const lines = popen("for value in verbose DEBUG info warn error fatal silent '' warning; do "
-                              "ZEL_HOST_LOG=$value " ZEL_TEST_ITSELF " --gtest_filter='*environment*' 2>&1 >/dev/null "
-                              "| cut -d ' ' -f 4- | tr -d '/:\n'; echo $value; done",
-                              "r");
-    char written[1000] = "";
-    EXPECT_GT(fread(written, 1, sizeof written - 1, lines), 0u);
-    EXPECT_EQ(pclose(lines), 0);
-    EXPECT_STREQ(written, "D I W E ? verbose\nD I W E ? DEBUG\nI W E ? info\nW E ? warn\nE ? error\n? fatal\n"
-                          "? silent\nD I W E ? \nWzel_platform ZEL_HOST_LOG=warning is none of verbose, debug, info, "
-                          "warn, error, fatal, silent every line is writtenD I W E ? warning\n");
+    EXPECT_EQ(output_of("for value in verbose DEBUG info warn error fatal silent '' warning; do "
+                        "ZEL_HOST_LOG=$value " ZEL_TEST_ITSELF " --gtest_filter='*environment*' 2>&1 >/dev/null "
+                        "| cut -d ' ' -f 4- | tr -d '/:\n'; echo $value; done"),
+              "D I W E ? verbose\nD I W E ? DEBUG\nI W E ? info\nW E ? warn\nE ? error\n? fatal\n"
+              "? silent\nD I W E ? \nWzel_platform ZEL_HOST_LOG=warning is none of verbose, debug, info, "
+              "warn, error, fatal, silent every line is writtenD I W E ? warning\n");
 }
 
 TEST(HostPlatform, one_feature_is_known_and_handles_are_independent)
@@ -287,8 +279,5 @@ TEST(HostPlatform, one_feature_is_known_and_handles_are_independent)
     ASSERT_EQ(app_control_clone(&copy, original), 0);
     EXPECT_EQ(app_control_destroy(original), 0);
     EXPECT_STREQ(app_control_get_app_id(copy), "an.application");
-    EXPECT_EQ(app_control_clone(&original, nullptr), -EINVAL);
-    EXPECT_EQ(app_control_create(&original, nullptr), -EINVAL);
     EXPECT_EQ(app_control_destroy(copy), 0);
-    EXPECT_EQ(app_control_destroy(nullptr), -EINVAL);
 }

@@ -14,17 +14,14 @@ TEST_F(ZelStore, a_trace_is_read_with_and_without_threads_times_and_colours)
     _common_storage_get_received_time_push_noti("t", &time);
     _common_storage_update_percentage_sync_content_info(0, 5);
     const std::string update = R"("operation":"_common_storage_update_percentage_sync_content_info",)";
-    struct form {
-        std::string prefix, has_threads, has_times; // time, thread and priority are \1, \2 and \3
-    };
-    const form forms[] = {
+    // Prefix, whether it has threads and times. The library's time, thread and priority are \1, \2 and \3.
+    const std::tuple<std::string, std::string, std::string> forms[] = {
         {R"(\1 \2 \3/QUILLO_COMMON: )", "1", "1"},
         {R"(11-25 06:34:30.123  99 \2 \3 QUILLO_COMMON: )", "1", "1"},
         {"\\3/QUILLO_COMMON( \\2): \x1b[0;36m", "0", "0"},
         {"", "0", "0"},
-        // For the journal, and as it prints them: -o cat, short, short-iso-precise, short-precise.
+        // For the journal, and as it prints them: short, short-iso-precise, short-precise.
         {R"(<6>\2 \3/QUILLO_COMMON: )", "1", "0"},
-        {R"(\2 \3/QUILLO_COMMON: )", "1", "0"},
         {R"(Nov 25 06:34:30 host service[12]: \2 \3/QUILLO_COMMON: )", "1", "0"},
         {R"(2026-11-25T06:34:30.123456+01:00 host service[12]: \2 \3/QUILLO_COMMON: )", "1", "1"},
         {R"(Nov 25 06:34:30.123456 service[12]: \1 \2 \3/QUILLO_COMMON: )", "1", "1"},
@@ -70,16 +67,13 @@ TEST_F(ZelStore, a_timeline_is_new_whole_and_for_its_user_alone)
 {
     expect(
         "printf '2026-11-25 06:34:30.%06d 7 I/QUILLO_COMMON: f(1):  %s\n' 5 'BEGIN >>>>' 9 'query [x]' 25 'END <<<<' "
-        ">trace.log; tool trace --timeline events.json trace.log && stat --format %a events.json && cat events.json",
-        0);
-    expect("cat events.json", 0,
+        ">trace.log; tool trace --timeline events trace.log && stat --format 'mode %a' events",
+        0, {"mode 600"});
+    expect("mv events events.json; cat events.json", 0,
            {R"("traceEvents":[{"dur":0,"name":"x","ph":"i","pid":1,"s":"t","tid":7,"ts":0})",
             R"({"dur":20,"name":"f","ph":"X","pid":1,"s":"t","tid":7,"ts":-4}])"});
-    expect("stat --format %a events.json", 0);
-    expect("umask 0; tool trace --timeline new trace.log && stat --format 'mode %a' new", 0, {"mode 600"});
-    expect("cp trace.log kept; ln -s nowhere link; for file in trace.log link new; do "
-           "tool trace --timeline $file trace.log && exit 9; done; cmp kept trace.log && ls nowhere",
-           2, {"trace.log: File exists", "link: File exists", "new: File exists", "nowhere': No such file"});
+    expect("cp trace.log kept; tool trace --timeline trace.log trace.log || cmp kept trace.log", 0,
+           {"trace.log: File exists"});
     expect("sed 's/^.* 7/7/' trace.log | tool trace --timeline none -; ls none", 2,
            {"carry no times", "none': No such"});
     // Ended while it reads: nothing is there, under no name.
@@ -152,11 +146,6 @@ TEST_F(ZelStore, no_trace_is_too_much_and_none_reaches_the_terminal)
     write(tag + " query [a" + std::string(3'000'000, 'x') + "z]\n" + tag + "failed to execute [x], err[5], \n" + tag +
           " * Critical * bad\n");
     expect("tool trace trace.log | cut -c 1-30; tool trace --tree trace.log | wc -c", 0, {"statement ax", "524"});
-    std::string colours = tag + " ";
-    for (int i = 0; i < 30'000; ++i)
-        colours += "\x1b[0;31m";
-    write(colours + "BEGIN >>>>\n");
-    expect("tool trace trace.log", 0, {"      1        0"});
     // More calls, threads and kinds of failure than there are.
     std::string many;
     for (int i = 0; i < 3000; ++i)
