@@ -284,7 +284,10 @@ TEST_F(Queue, a_pop_sleeps_until_it_is_woken)
     _common_queue_clear(queue, release); // nothing of these may come out
     for (void *pushed : {item(0), item(5)}) {
         std::string popped;
-        std::thread consumer([&] { popped = pass({}, 1) + lines_of(take_trace()); });
+        std::thread consumer([&] {
+            popped = pass({}, 1);
+            popped += lines_of(take_trace());
+        });
         wait_for_sleeper(queue->available_lock);
         EXPECT_TRUE(_common_queue_get_wait_status(queue));
         if (pushed)
