@@ -86,6 +86,7 @@ TEST(Thread, failed_steps_of_start_and_stop_are_logged)
     }
     EXPECT_EQ(calls::mutex_destroy.calls, 2);
     EXPECT_EQ(calls::cond_destroy.calls, 2);
+    worker(); // without a failure nothing is logged
     expect_lines(R"(
 _common_thread_start: Critical: Failed memory allocation
     Critical: Failed to create thread ret_val[11]
