@@ -166,9 +166,10 @@ TEST(HostPlatform, only_colours_of_a_format_are_colours_and_only_on_a_terminal)
         write();
         EXPECT_EQ(standard_error.message(), "f(1): " + text + "\n");
         EXPECT_EQ(standard_error.message(), orders + "\n");
-        const std::string long_format = "\033[1m" + std::string(600, '.') + "\033[0m%s";
+        const std::string dots(600, '.');
+        const std::string long_format = "\033[1m" + dots + "\033[0m%s";
         dlog_print(DLOG_ERROR, "TAG", long_format.c_str(), "end");
-        EXPECT_EQ(standard_error.message(), std::string(600, '.') + "end\n");
+        EXPECT_EQ(standard_error.message(), dots + "end\n");
     }
     const int controller = posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_TRUE(grantpt(controller) == 0 && unlockpt(controller) == 0);
