@@ -3,29 +3,8 @@
 #
 # The server of examples/sharing as clients meet it, honest, broken and hostile ones. Each function below is a case,
 # named for what it expects; they run one after the other on one server.
-set -euo pipefail
-programs=$1 scratch=$2 this=$(realpath "$0")
-emulator=("${@:3}")
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
-
-fail() {
-    echo "FAILED in ${case-the preparations}: $*"
-    exit 1
-}
-start_server() {
-    exec {output}< <(exec "${emulator[@]}" "$programs/sharing-server" --folder server --port 0 "$@")
-    server=$!
-    read -r url <&"$output" || fail "the server did not start"
-    exec {output}<&-
-    port=${url##*:} port=${port%%/*} root=${url%/files}
-}
-stop_server() {
-    kill "-$1" "$server"
-    wait "$server" || [[ $1 == KILL ]] || fail "the server ended with $?"
-}
-trap 'kill -KILL $server 2>/dev/null || true' EXIT
+# shellcheck source=tests/sharing_common.sh
+. "$(dirname "$0")/sharing_common.sh"
 
 # expect STATUS CURL-ARGUMENT...: sends a request; the headers of the answer go to ./headers, its body to ./body.
 expect() {
@@ -151,8 +130,8 @@ a_share_is_made_once_and_pushed_once_to_each() {
     [[ -n $(find "server/uploads/${file#/files/}/bytes" -mmin -60) ]] || fail "its file expires before it"
     local token expires
     token=$(header Contents-Token) expires=$(header Expires-Milliseconds)
-    stop_server KILL
-    start_server
+    killed "$server"
+    start_server 0
     post 201 a "$file" '+447700900123, +12025550123'
     [[ $token-$expires == $(header Contents-Token)-$(header Expires-Milliseconds) ]] || fail "it is another share"
     expect 200 "$root/push/447700900123?after=0"
@@ -182,10 +161,10 @@ a_share_that_can_never_be_accepted_reaches_nobody() {
 }
 
 a_share_that_counts_is_completed_by_the_next_server() {
-    stop_server KILL
+    killed "$server"
     mv server/shares/a0000000000000000000000000000000 server/plans/
     rm server/push/12025550123/1
-    start_server
+    start_server 0
     [[ $(messages_of 447700900123)$(messages_of 12025550123) == 21 ]] || fail "its push messages are not there once"
 }
 
@@ -211,8 +190,8 @@ uploads_expire_and_are_removed() {
     expect 410 "$root$file"
     expect 410 --head "$root$unfinished"
     post 400 e "$file" +12025550123
-    stop_server TERM
-    start_server --timeout 1 # it removes them at its start
+    ended "$server"
+    start_server 0 --timeout 1 # it removes them at its start
     expect 410 --head "$root$file"
     [[ -z $(find server/uploads server/shares -name bytes -o -name '*0000') ]] || fail "expired bytes are left"
     [[ $(messages_of 12025550123) == 1 ]] || fail "the last message of a device keeps its count"
@@ -263,14 +242,11 @@ a_stop_waits_for_nobody() {
     raw "GET /push/447700900123?after=9 HTTP/1.1\r\nHost: me\r\n\r\n"
     raw "POST /files HTTP/1.1\r\nHost: me\r\nContent-Length: 100\r\n\r\nhalf"
     SECONDS=0
-    stop_server TERM
+    ended "$server"
     ((SECONDS < 5)) || fail "the server took $SECONDS s"
     [[ -z $(find server ! -perm 0700 ! -perm 0600) ]] || fail "others may look at $(find server ! -perm 0700 ! -perm 0600)"
 }
 
-start_server
-mapfile -t cases < <(sed -n '/^# The cases/,$ s/^\([a-z_]*\)() {$/\1/p' "$this")
-for case in "${cases[@]}"; do
-    "$case"
-done
+start_server 0
+run_cases
 trap - EXIT

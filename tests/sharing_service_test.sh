@@ -4,50 +4,21 @@
 # A bad day of the service of examples/sharing: names that are taken, files that change, a store that is held, a server
 # that goes away and clients that stop. Each function below is a case, named for what it expects; they run one after the
 # other with one server.
-set -euo pipefail
-programs=$1 scratch=$2 this=$(realpath "$0")
-emulator=("${@:3}")
-rm -rf "$scratch"
-mkdir -p "$scratch/sent" "$scratch/received"
-cd "$scratch"
+# shellcheck source=tests/sharing_common.sh
+. "$(dirname "$0")/sharing_common.sh"
 
-fail() {
-    echo "FAILED in ${case-the preparations}: $*"
-    grep -a 'SHARINGD\|^sharingd' service.log | tail -n 20
-    exit 1
-}
 # What is released is given back at once under the address checker too.
 export ASAN_OPTIONS=${ASAN_OPTIONS-}:quarantine_size_mb=0:thread_local_quarantine_size_kb=0
-share() { "${emulator[@]}" "$programs/share" --state device "$@"; }
+pauses=(--retry-delay 10 --longest-delay 100)
+held=''
+trap 'kill -KILL $service $server $held 2>/dev/null || true' EXIT
 
-# start NAME COMMAND...: starts a program; its first line goes to $line, its id to $started.
-start() {
-    exec {output}< <(exec "${emulator[@]}" "$programs/$2" "${@:3}" 2>>"$1.log")
-    started=$!
-    read -r line <&"$output" || fail "the $1 did not start"
-    exec {output}<&-
-}
-start_service() {
-    start service sharingd --state device --server "$url" --chunk 16K --retry-delay 10 --longest-delay 100 --timeout 2
-    service=$started
-}
-start_server() {
-    start server sharing-server --folder server "$@"
-    server=$started url=$line port=${line##*:} port=${port%%/*}
-}
-killed() {
-    kill -KILL "$1"
-    wait "$1" || true
-}
 # stopped: ends the service in order, which takes less than five seconds.
 stopped() {
     local begin=$SECONDS
-    kill "$service"
-    wait "$service" || fail "the service ended with $?"
+    ended "$service"
     ((SECONDS - begin <= 5)) || fail "a stop took $((SECONDS - begin)) s"
 }
-trap 'kill -KILL $service $server $held 2>/dev/null || true' EXIT
-held=''
 
 # file NAME SIZE: makes a file to be sent.
 file() { head -c "$2" /dev/urandom >"sent/$1"; }
@@ -71,6 +42,8 @@ get() {
 }
 token_of() { share status "$1" | sed -n 's/^  token //p'; }
 sums() { find "$@" -type f -exec cksum {} + | cut -d ' ' -f 1,2 | sort; }
+
+# The cases
 
 equal_names_arrive_each_and_harm_no_file_that_is_there() {
     mkdir -p sent/again received/names
@@ -149,20 +122,20 @@ an_outage_longer_than_all_retries_is_waited_for() {
     until_ says "$id" 'cannot be reached'
     sleep 1.5 # with these pauses all retries would be over
     says "$id" 'retry' && fail "it counted as a failure: $(share status "$id")"
-    start_server --port "$port"
+    start_server "$port"
     share status "$id" --follow >said || fail "$(<said)"
 }
 
 an_upload_that_the_server_has_forgotten_is_sent_again() {
     file forgotten.bin 300000
     killed "$server"
-    start_server --port "$port" --rate 100K
+    start_server "$port" --rate 100K
     submit sent/forgotten.bin
     share status "$id" --follow=10 >said
     share pause "$id"
     killed "$server"
     rm -r server/uploads/*
-    start_server --port "$port"
+    start_server "$port"
     share resume "$id"
     share status "$id" --follow >said || fail "$(<said)"
 }
@@ -174,7 +147,7 @@ what_is_no_longer_the_file_is_given_up_and_the_rest_is_sent() {
     rm sent/pipe.bin
     mkfifo sent/pipe.bin
     file touched.bin 100000
-    start_server --port "$port"
+    start_server "$port"
     ! share status "$id" --follow >said || fail "all three were sent"
     [[ $(<said) == *'1 of 3 files'*'pipe.bin: There is something else'*'touched.bin: The file has changed'* ]] ||
         fail "$(<said)"
@@ -204,7 +177,7 @@ a_client_that_does_not_read_holds_nobody_up() {
     local client
     file shown.bin 2000000
     killed "$server"
-    start_server --port "$port" --rate 2M
+    start_server "$port" --rate 2M
     submit sent/shown.bin
     "${emulator[@]}" "$programs/share" --state device status "$id" --follow >/dev/null &
     client=$!
@@ -218,15 +191,9 @@ a_client_that_does_not_read_holds_nobody_up() {
     start_service
 }
 
-start_server --port 0
+start_server 0
 start_service
-mapfile -t cases < <(sed -n 's/^\([a-z]*_[a-z_]*_[a-z_]*\)() {$/\1/p' "$this")
-for case in "${cases[@]}"; do
-    begin=${EPOCHREALTIME/./}
-    "$case"
-    echo "$case: $(((${EPOCHREALTIME/./} - begin) / 1000)) ms"
-done
+run_cases
 stopped
-kill "$server"
-wait "$server" || fail "the server ended with $?"
+ended "$server"
 trap - EXIT

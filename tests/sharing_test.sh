@@ -3,46 +3,15 @@
 #
 # The sharing service of examples/sharing end to end: files go to the server and come back while service and server are
 # killed on the way and chunks fail, and what must be refused is. Every wait is for something that happens.
-set -euo pipefail
-programs=$1 scratch=$2
-emulator=("${@:3}")
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
-
-fail() {
-    echo "FAILED: $*"
-    tail -n 20 ./*.log
-    exit 1
-}
-share() { "${emulator[@]}" "$programs/share" --state device "$@"; }
-
-# start NAME COMMAND...: starts a program; its first line goes to $line, its id to $started.
-start() {
-    exec {output}< <(exec "${emulator[@]}" "$programs/$2" "${@:3}" 2>>"$1.log")
-    started=$!
-    read -r line <&"$output" || fail "the $1 did not start"
-}
-start_service() {
-    start service sharingd --state device --server "$url" --chunk 16K --retry-delay 60 --timeout 2
-    service=$started
-}
-start_server() {
-    start server sharing-server --folder server --port "$@"
-    server=$started url=$line port=${line##*:} port=${port%%/*}
-}
-killed() {
-    kill -KILL "$1"
-    wait "$1" || true
-}
-trap 'kill -KILL $service $server 2>/dev/null || true' EXIT
+# shellcheck source=tests/sharing_common.sh
+. "$(dirname "$0")/sharing_common.sh"
 
 # However slow the machine: at the chunks where it hangs, the server waits for what is done here, or for the time-out.
 start_server 0 --refuse 2 --cut 6 --hang 4,8,11
+pauses=(--retry-delay 60)
 start_service
 
 # A file that is empty, names that are no text or could be taken for something else, and files of some chunks.
-mkdir sent received
 : >sent/empty
 files=(sent/empty 'sent/[a,b]' $'sent/\e[31m\xe2\x80\xaetxt.exe' $'sent/a \'quote\', a "quote" and \xff\xfe.bin' sent/one.bin sent/two.bin)
 for file in "${files[@]:1}"; do
@@ -112,21 +81,11 @@ refused() {
 }
 refused 1 '(-9)' share send sent/nothing --to 44:7700900123
 refused 2 'send needs --to' share send sent/one.bin
-refused 2 'inbox takes no --into' share inbox --into received
 refused 1 '(-1)' share send sent/one.bin --to nobody
-refused 1 '(-13)' share status 999
 refused 1 'another sharingd' "${emulator[@]}" "$programs/sharingd" --state device
 refused 3 '(-4)' "${emulator[@]}" "$programs/share" --state sent status
 
-# A file that is overwritten is given up, and does not keep the other from arriving.
-head -c 400000 /dev/urandom >sent/changing.bin
-id=$(share send sent/changing.bin sent/two.bin --to 44:7700900123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
-head -c 400000 /dev/urandom >sent/changing.bin
-! share status "$id" --follow >said || fail "a file that has changed was sent"
-[[ $(<said) == *'shared, 1 of 2 files'*'changing.bin: The file has changed'* ]] || fail "$(<said)"
-
 # Both end in order, and leave nothing half-said: under a sanitizer a leak would show.
-kill "$service" "$server"
-wait "$service" || fail "the service ended with $?"
-wait "$server" || fail "the server ended with $?"
+ended "$service"
+ended "$server"
 trap - EXIT
