@@ -52,14 +52,17 @@ outcome check(const options &wanted)
             first.erase(first.begin() + SHOWN_ROWS, first.end());
         }
         one["do"] = filled(one["do"], read.file["path"], first);
-        view += "\n" + shown(text(one, "title") + "  [" + text(one, "kind") + "]", BOLD) +
+        view += '\n';
+        view += shown(text(one, "title") + "  [" + text(one, "kind") + "]", BOLD) +
                 labelled("where", text(one, "key") + where) + labelled("means", text(one, "means")) +
                 labelled("legal", text(one, "legal")) + labelled("do", text(one, "do"));
     }
     const size_t number = read.findings.size();
+    if (number > 0)
+        view += '\n';
     view += number == 0
                 ? shown("Sound: nothing was found.", GREEN)
-                : "\n" + shown(FORMAT("Findings: %zu. Before a change, end the service and keep a copy.", number), RED);
+                : shown(FORMAT("Findings: %zu. Before a change, end the service and keep a copy.", number), RED);
     const exit_status status = !read.is_readable ? CANNOT_READ : number == 0 ? FINE : FINDINGS;
     return {status, view, {{"store", read.file}, {"findings", read.findings}}};
 }
