@@ -91,7 +91,8 @@ std::string lines_of(const std::string &trace)
                 shown[own->second].text += " (End)";
             open.erase(own);
         } else {
-            shown.push_back({function, kind + (kind == "End" || kind.empty() ? "" : ": "), text});
+            const char *const departure = own == open.end() && !writes_end(function) ? " (no Begin)" : "";
+            shown.push_back({function, kind + (kind == "End" || kind.empty() ? "" : ": "), text + departure});
             // A line of a function without a Begin line lies in all that are open.
             for (auto &[name, last] : open)
                 if (own == open.end() || name == function)

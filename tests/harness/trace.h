@@ -24,7 +24,7 @@ std::vector<log_line> parse_all(const std::string &trace);
 /// The lines of a trace as "function: Kind: text", or as "    Kind: text" below another one of the same function.
 ///
 /// Begin and End lines are left out where an End line follows its Begin line. A function writes no End line after a
-/// Critical line; where it does, " (End)" stands after that Critical line. Each departure is a line of its own.
+/// Critical line; where it does, " (End)" stands after that Critical line. Each departure is shown.
 std::string lines_of(const std::string &trace);
 
 /// The calling thread has logged these lines, and nothing else, since the trace was last taken. The first line break
