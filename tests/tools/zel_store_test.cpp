@@ -26,6 +26,10 @@ constexpr char SOUND_ROWS[] =
     "INSERT INTO recent_receiver_group VALUES (1, 1, '2023-11-14 22:13:20'), (2, 2, '2023-11-14 22:13:21');"
     "INSERT INTO recent_receiver_details VALUES (1, 1, '5', '44', 1), (2, 2, '6', '44', 2);";
 
+/// A write that was broken off: more than the cache takes, so that the file is written to before the commit.
+constexpr char HALF_A_WRITE[] = "PRAGMA cache_size = 1; BEGIN; UPDATE upload_request_data SET description = 'half';"
+                                "CREATE TABLE filler (x); INSERT INTO filler VALUES(zeroblob(900000))";
+
 /// Writes at a journal's end that it belongs to a commit over several files, as SQLite does.
 void name_super_journal(const std::string &journal, const std::string &name)
 {
@@ -64,7 +68,6 @@ TEST_F(ZelStore, check_finds_each_contradiction)
          "empty-request 1: files 2, recipients 0, 2: files 1, recipients 0"},
         {"UPDATE upload_request_data SET file_count = 9, receiver_count = 9",
          "file-count 1: says 9, has 2, 2: says 9, has 1; recipient-count 1: says 9, has 1, 2: says 9, has 1"},
-        {"UPDATE content_info_status SET status = 5 WHERE sync_id = 2", "goes-on-though-done 1"},
         {"UPDATE upload_request_data SET expired_time = 1600000000000", "expired 1"},
         {"UPDATE upload_request_data SET status = 3", "finished-with-open-files 2"},
         {"UPDATE upload_request_data SET status = 5", "ended-with-open-files 2"},
@@ -96,7 +99,8 @@ TEST_F(ZelStore, check_finds_each_contradiction)
          "INSERT INTO content_info SELECT i, 9000000000, 0, 3, 't', '', '', 'f', NULL, i, '', '', '', 0, '', '', NULL"
          " FROM n",
          "batch-exceeded download thumbnail: 11 of 10; interrupted 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16"},
-        {"UPDATE content_info_status SET status = 2, fail_retry_count = 6 WHERE sync_id = 5", "given-up 5"},
+        {"UPDATE content_info_status SET status = 2, fail_retry_count = 6 WHERE sync_id = 2",
+         "goes-on-though-done 1; given-up 2"},
         {"UPDATE recent_receiver_group SET index_value = 2", "duplicate-group 1, 2; member-without-group 1"},
         {"UPDATE recent_receiver_group SET index_value = 3 WHERE id = 2;"
          "UPDATE recent_receiver_details SET group_id = 3 WHERE group_id = 2",
@@ -138,9 +142,7 @@ TEST_F(ZelStore, what_cannot_be_read_is_told_and_the_rest_is_shown)
     expect("TMPDIR=/missing; export TMPDIR; tool show", 2,
            {"/missing takes no private copy of the store: No such file"});
     expect("(head -c 100 $store; printf %8d 0; tail -c +109 $store) >bad.db; tool show bad.db", 2, {"cannot open"});
-    // A write that was broken off: more than the cache takes, so that the file is written to before the commit.
-    auto open = raw("PRAGMA cache_size = 1; BEGIN; UPDATE upload_request_data SET description = 'half';"
-                    "CREATE TABLE filler (x); INSERT INTO filler VALUES(zeroblob(900000))");
+    auto open = raw(HALF_A_WRITE);
     expect("tool show", 0, {"(" + std::to_string(getpid()) + ")", "a write is under way"}); // emulated: another name
     expect("tool init", 2, {"Not all tables are there: database is locked. zel-store show tells who"});
     expect("cp -r ${store%/*} broken; grep half broken/.*.db", 0);
@@ -155,9 +157,7 @@ TEST_F(ZelStore, what_cannot_be_read_is_told_and_the_rest_is_shown)
 
 TEST_F(ZelStore, a_journal_that_names_a_file_reaches_none)
 {
-    // A write that is broken off when half of it is in the file.
-    auto open = raw("PRAGMA cache_size = 1; BEGIN; UPDATE upload_request_data SET description = 'half';"
-                    "CREATE TABLE filler (x); INSERT INTO filler VALUES(zeroblob(900000))");
+    auto open = raw(HALF_A_WRITE);
     expect("cp -r ${store%/*} broken; echo precious >victim", 0);
     open.reset();
     name_super_journal("broken/.quillo_service.db-journal", std::filesystem::absolute("victim"));
