@@ -85,6 +85,13 @@ refused 1 '(-1)' share send sent/one.bin --to nobody
 refused 1 'another sharingd' "${emulator[@]}" "$programs/sharingd" --state device
 refused 3 '(-4)' "${emulator[@]}" "$programs/share" --state sent status
 
+# A file that is overwritten while it is sent is given up, and does not keep the other from arriving.
+head -c 400000 /dev/urandom >sent/changing.bin
+id=$(share send sent/changing.bin sent/two.bin --to 44:7700900123 | sed -n 's/^Request \([0-9]*\):.*/\1/p')
+head -c 400000 /dev/urandom >sent/changing.bin
+! share status "$id" --follow >said || fail "a file that has changed was sent"
+[[ $(<said) == *'shared, 1 of 2 files'*'changing.bin: The file has changed'* ]] || fail "$(<said)"
+
 # Both end in order, and leave nothing half-said: under a sanitizer a leak would show.
 ended "$service"
 ended "$server"
