@@ -320,9 +320,10 @@ void store::salvage()
         std::string places(2 * columns - 1, '?');
         for (size_t i = 1; i < places.size(); i += 2)
             places[i] = ',';
-        const statement kept = prepared(handle.get(), "INSERT OR IGNORE INTO main." + name + " VALUES(" + places + ")");
+        const statement kept =
+            prepared(handle.get(), FORMAT("INSERT OR IGNORE INTO main.%s VALUES(%s)", name.c_str(), places.c_str()));
         std::string complaint;
-        for (const char *order : {"", " ORDER BY rowid DESC"}) { // a damaged page is come to from either side
+        for (const char *order : {"", " ORDER BY rowid DESC"}) { // reaches a damaged page from either side
             if (*order != '\0' && complaint.empty())
                 continue;
             const statement row = prepared(handle.get(), reading + order);
@@ -336,7 +337,7 @@ void store::salvage()
                 complaint = sqlite3_errmsg(handle.get());
         }
         if (!complaint.empty())
-            damages.push_back({{"table", name + ": " + complaint}});
+            damages.push_back({{"table", FORMAT("%s: %s", name.c_str(), complaint.c_str())}});
     }
     find("damaged-table", damages);
     readings.clear();
