@@ -41,7 +41,8 @@
  * request. Above INT_MAX, operations that take an int reject the id or find nothing, and the completion tests return
  * true. _common_storage_update_url_info_by_reqid succeeds without a change, as does _common_storage_update_url_info for
  * such a sync_id. The store does not keep ids unique: of two requests with one id, reads use the first; updates,
- * deletions and lists use both.
+ * deletions and lists use both. So never use an id twice, not even that of an upload whose storing was killed: its
+ * recipients are still stored.
  *
  * Result codes.
  *   ZEL_ERR_NONE                   success. Also when an update or deletion matches no row, and when a read breaks off
@@ -264,11 +265,12 @@ zel_err_e _common_storage_delete_folder_info(const char *group_id);
  * An operation that stores a notification, or the items of a share, first tests whether the token is stored. Two
  * writers at the same time, or a writer that meets another process's lock, can miss it: then the share is stored twice.
  *
- * No operation reads the type or the read state of one share. The type is not stored with the items; test whether
- * _common_storage_get_contents_token_list lists the token for a type, or as unread.
+ * No operation returns the type or the read state of one share. Test whether _common_storage_get_contents_token_list
+ * lists the token for a type, or as unread.
  *
- * To delete an expired share as a whole: first delete the transfers of its thumbnails and files, which no other
- * deletion removes, then call _common_storage_delete_expired_push_noti.
+ * To delete expired shares as a whole: first delete the transfers of their thumbnails and files, which no other
+ * deletion removes, then call _common_storage_delete_expired_push_noti. It deletes every share that expires before the
+ * bound. No operation deletes one share; _common_storage_update_check_delete_push_noti hides it.
  */
 
 /**
@@ -319,7 +321,8 @@ zel_err_e _common_storage_delete_expired_content_info(unsigned long long current
 zel_err_e _common_storage_update_read_push_noti(const char *type);
 
 /**
- * Marks a share's notification for deletion: it stays stored, but no list returns it any more.
+ * Marks a share's notification for deletion: it stays stored, but no list returns it any more. Delete its
+ * transfers first. The items stay until they expire.
  *
  * @param contents_token the share
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when contents_token is NULL; ZEL_ERR_STORAGE_FAILURE
@@ -352,11 +355,13 @@ zel_err_e _common_storage_get_contents_token_list(const char *type, bool except_
                                                   unsigned int *length);
 
 /**
- * Stores the content items of a received share, as not downloaded. _common_storage_add_push_noti_info stores the
- * notification.
+ * Stores the content items of a received share, as not downloaded. Call it before _common_storage_add_push_noti_info:
+ * a kill in between then leaves no notification without items.
  *
  * @param noti_info the share. Each stored item receives its row id in content_id; an item that could not be stored is
- *                  skipped and unchanged. type, push_status and max_download_count are not stored
+ *                  skipped and unchanged. content_info_list decides: content_info_list_length and the items'
+ *                  contents_token are ignored. push_status and max_download_count are not stored; type is stored, but
+ *                  no operation returns it
  * @return ZEL_ERR_NONE, even if no item could be stored; ZEL_ERR_INVALID_ARG when noti_info is NULL, or when items of
  *         its contents token are stored already (nothing is added)
  */
@@ -445,8 +450,8 @@ typedef enum ZEL_ENUM_INT {
 
 /**
  * Status of a transfer. A waiting or ongoing transfer can be paused, a paused one resumed; all four can be cancelled.
- * The other two statuses are final. But the list of failed transfers offers a failed one for a retry while its
- * fail_retry_count is 5 or less.
+ * A complete transfer is final. A failed one counts as finished, but can be retried while its fail_retry_count is 5 or
+ * less.
  */
 typedef enum ZEL_ENUM_INT {
     ZEL_SYNC_TODO = 0,        /**< waiting */
@@ -855,8 +860,8 @@ zel_err_e _common_storage_get_req_id_by_sync_type_and_status(zel_file_sync_type 
                                                              unsigned int *count, bool is_pause);
 
 /**
- * Lists the requests that can be resumed or cancelled: with waiting, ongoing or paused transfers. Order and entries are
- * as in _common_storage_get_req_id_by_sync_type_and_status.
+ * Lists the requests that can be resumed or cancelled: with waiting, ongoing or paused transfers. Here too only
+ * transfers never retried count; order and entries are as in _common_storage_get_req_id_by_sync_type_and_status.
  *
  * @param type        the kind of transfer
  * @param req_id_list receives an array of request ids
@@ -1165,9 +1170,8 @@ zel_err_e _common_storage_get_upload_list_details(unsigned int **upload_list, un
  * Lists the requests that can be resumed or cancelled: all except failed and cancelled requests and those in
  * QUILLO_UPLOAD_STATUS_SHARE_FINISHED. QUILLO_UPLOAD_STATUS_FINISHED and recalled requests are listed.
  *
- * @param app_type    a bit set: a value with both lowest bits, like 3, selects the requests of every application; any
- *                    other value selects the requests stored with exactly that value. So 0 does not select all, but
- *                    MOSAIC_EVENT_APP_TYPE, which is 3, does
+ * @param app_type    3 for the requests of every application. Any other value with both lowest bits set does the same;
+ * the rest, 0 included, select exactly that value. MOSAIC_EVENT_APP_TYPE is 3, so it selects all
  * @param upload_list receives an array of request ids
  * @param count       receives the number of its places
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is none;
