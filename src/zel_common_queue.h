@@ -6,9 +6,9 @@
  * except _common_queue_get_wait_status holds the queue's lock while it uses the list. The caller's functions run under
  * that lock: they must not call an operation of the same queue, and must not throw.
  *
- * Several workers. A push signals only when the queue goes from empty to one item, and wakes one worker. So if
- * several workers sleep on one queue and items keep coming, only one of them works. Give each worker a queue of its
- * own. Or let each worker pass the wake on after its pop:
+ * Several workers. A push signals only when the queue goes from empty to one item, and wakes one worker. So if several
+ * workers sleep on one queue and items keep coming, only one of them works. Give each worker a queue of its own. Or let
+ * each worker wake the next one after its pop:
  *
  *     void *item = _common_queue_pop(queue);
  *     pthread_mutex_lock(&queue->available_lock);
@@ -30,8 +30,8 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /**
- * A queue; only _common_queue_init makes one. Callers may read the fields under the lock and signal available_signal. A
- * change to item_list corrupts the queue: the library keeps more data next to it.
+ * A queue; only _common_queue_init creates one. Callers may read the fields under the lock and signal available_signal.
+ * A change to item_list corrupts the queue: the library keeps more data next to it.
  */
 typedef struct zel_queue_s {
     pthread_mutex_t available_lock;  /**< guards item_list and queue_wait_status; not recursive */
@@ -65,8 +65,8 @@ typedef int (*_common_queue_find_func)(void *item, void *user_data);
 zel_err_e _common_queue_init(zel_queue_s **req_queue);
 
 /**
- * Releases a queue. It must be the last operation on the queue: no thread may be inside another operation,
- * asleep in a pop for instance. The caller's variable is not cleared.
+ * Releases a queue. It must be the last operation on the queue: no thread may be inside another operation, for instance
+ * asleep in a pop. The caller's variable is not cleared.
  *
  * @param req_queue the queue; NULL is rejected
  * @param func      releases each remaining item, newest first; with NULL the items are not released
@@ -91,8 +91,8 @@ void _common_queue_clear(zel_queue_s *req_queue, free_queue_member func);
 void _common_queue_push(zel_queue_s *req_queue, void *data);
 
 /**
- * Removes and returns the oldest item. On an empty queue it sleeps once, without a time limit. After a wake it looks
- * once and can find nothing: a worker calls it in a loop. Any thread may call it. A thread that is cancelled in it
+ * Removes and returns the oldest item. On an empty queue it sleeps once, without a time limit. After the wake it checks
+ * the queue once and can find it empty: call it in a loop. Any thread may call it. A thread cancelled in this call
  * keeps the lock for ever.
  *
  * @param req_queue the queue
@@ -123,8 +123,8 @@ bool _common_queue_get_wait_status(zel_queue_s *req_queue);
 void *_common_queue_find(zel_queue_s *req_queue, _common_queue_find_func func, void *user_data);
 
 /**
- * Removes one item by its address, without releasing it. If the item was pushed more than once, the newest entry goes.
- * Any thread may call it.
+ * Removes one item by its address, without releasing it. If the item was pushed more than once, only the newest entry
+ * is removed. Any thread may call it.
  *
  * @param req_queue the queue; NULL is rejected
  * @param item      the item; an item that is not queued is ignored, NULL is rejected

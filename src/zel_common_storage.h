@@ -7,61 +7,62 @@
  * notification announces a share that others send to this device; the share consists of content items. A transfer moves
  * one file in either direction.
  *
- * An operation that differs from these rules documents it.
+ * These rules hold unless an operation documents otherwise.
  *
  * Opening. Call _common_storage_init first, and wait for ZEL_ERR_NONE before any other thread uses the store. The
  * connection serves the whole process and is never closed. A child of fork() must not use it.
  *
- * Threads. After that any thread may call any operation. The library takes no lock of its own; it relies on SQLite's
- * serialized mode. No other thread may use a record while an operation writes into it. Without a successful init,
- * threads that call the store at the same time can each open a connection. Never cancel a thread inside a store call:
- * it keeps SQLite's mutex, and every later store call of the process hangs.
+ * Threads. After a successful init any thread may call any operation. The library takes no lock of its own; it relies
+ * on SQLite's serialized mode. No other thread may use a record while an operation writes into it. Without a successful
+ * init, threads that call the store at the same time can each open a connection. Never cancel a thread inside a store
+ * call: it keeps SQLite's mutex, and every later store call of the process hangs.
  *
- * Statements. Each statement takes effect as a whole or not at all. There are no transactions: other writers can work
+ * Statements. Each statement takes effect as a whole or not at all. There are no transactions: other writers can write
  * between the statements of one operation, and between a query and a later update. A stored change survives the end of
- * the process. A power cut can undo the last statement that was reported as done: SQLite by default removes its
- * journal without a sync of the folder (docs/durability.md).
+ * the process. A power cut can undo the last successful statement: by default SQLite removes its journal without
+ * syncing the folder (docs/durability.md).
  *
- * Other processes. One process should own the database file; others ask that process (docs/several-programs.md). A lock
- * of another process can make a write fail after ten attempts in about a millisecond. A query that meets a lock looks
- * empty: a first row that cannot be fetched counts as absent. Operations that act on such an answer document the
- * effect.
+ * Other processes. One process should own the database file; others ask that process (docs/several-programs.md). A
+ * write that meets another process's lock is tried ten times, for about a millisecond, then fails. A query that meets a
+ * lock looks empty: a first row that cannot be fetched counts as absent. Operations that act on such an answer document
+ * the effect.
  *
  * Arguments. Every pointer is required. Texts are NUL-terminated byte strings; the library quotes them, so any
  * character is allowed. The caller keeps texts and records that it passes in. Counts, statuses, kinds and percentages
- * are stored without a range check. Use 2^63 - 1 for "never": a time of 2^63 or more can read back changed, or as long
- * past.
+ * are stored without a range check. Use 2^63 - 1 for "never": a time of 2^63 or more can be read back changed, or count
+ * as expired.
  *
  * Empty texts. A token, URL, name or path that was not given is stored as "". So never look up, update or delete by "":
  * every row without the text matches. On reading, an empty text becomes NULL in a record or array. A single output
- * stays untouched, with ZEL_ERR_NONE: set it to NULL before the call. Keys and folder records are returned as
- * stored.
+ * stays untouched, and the call returns ZEL_ERR_NONE: set the output to NULL before the call. Keys and folder records
+ * are returned as stored.
  *
- * Request ids. Use 1 to INT_MAX. 0 can be stored; operations that accept it take it for the transfers without a
- * request. Above INT_MAX, operations that take an int reject the id or find nothing, and the completion tests return
- * true. _common_storage_update_url_info_by_reqid succeeds without a change, as does _common_storage_update_url_info for
- * such a sync_id. The store does not keep ids unique: of two requests with one id, reads use the first; updates,
- * deletions and lists use both. So never use an id twice, not even that of an upload whose storing was killed: its
+ * Request ids. Use 1 to INT_MAX. 0 can be stored; operations that accept 0 use it for the transfers without a request.
+ * Above INT_MAX, operations that take an int reject the id or find nothing, and the completion tests return true.
+ * _common_storage_update_url_info_by_reqid succeeds without a change, as does _common_storage_update_url_info for such
+ * a sync_id. The store does not keep ids unique: of two requests with one id, reads use the first; updates, deletions
+ * and lists use both. So never use an id twice, not even after a kill interrupted the storing of its upload: its
  * recipients are still stored.
  *
  * Result codes.
- *   ZEL_ERR_NONE                   success. Also when an update or deletion matches no row, and when a read breaks off
- *                                  after its first row: then a list is shorter, a sum smaller.
+ *   ZEL_ERR_NONE                   success. Also when an update or deletion matches no row, or a read fails after its
+ *                                  first row: the list is then shorter, the sum smaller.
  *   ZEL_ERR_INVALID_ARG            an argument was rejected, before the database was used or by a later step of the
  *                                  operation.
  *   ZEL_ERR_MEMORY                 the result could not be allocated. A list leaves out single records that cannot be
- *                                  allocated. A string that cannot be copied ends the process, as usual in GLib.
- *   ZEL_ERR_STORAGE_FAILURE        the statement failed: the database is missing, damaged, full or locked. No code
- *                                  separates a full disk from a lock; the trace does: err[13] is full, err[5] locked.
+ *                                  allocated. GLib ends the process when it cannot copy a string.
+ *   ZEL_ERR_STORAGE_FAILURE        the statement failed: the database is missing, damaged, full or locked. The code is
+ *                                  the same for a full disk and a lock; the trace has err[13] for full, err[5] for
+ *                                  locked.
  *   ZEL_ERR_STORAGE_NO_RECORDS,
- *   ZEL_ERR_RESOURCE_DOESNT_EXIST  no row matches, or the first row could not be fetched. Treat the two alike: which
- *                                  one is returned depends on the operation.
+ *   ZEL_ERR_RESOURCE_DOESNT_EXIST  no row matches, or the first row could not be fetched. Treat the two codes alike:
+ *                                  the operation decides which one it returns.
  * Each operation lists the codes that it can return.
  *
  * Outputs. They are written on success and stay untouched on every failure.
  *
  * Ownership. Every output is new and belongs to the caller. Release strings and arrays with g_free, an array's elements
- * first. Two operations return an array to be released with free instead: _common_storage_get_contents_token_list and
+ * first. Release two arrays with free instead: those of _common_storage_get_contents_token_list and
  * _common_storage_get_recent_receiver_details.
  *
  * Trace. Every operation logs its steps and failures (docs/log.md).
@@ -98,9 +99,9 @@ void __db_finalize(sqlite3_stmt *stmt);
  * it is missing, then the missing tables, and writes the schema version.
  *
  * No other call of the store may run at the same time. After a success a further call does nothing; after a failure it
- * tries again. If another operation has already opened the connection, no table is created: call this one first. A
- * table or version that cannot be written is only logged, and later statements on it fail. This can happen to two
- * processes that start on a new file at the same time; _common_storage_db_create reports and repairs it.
+ * tries again. Call it first: it creates no table if another operation has already opened the connection. A failure to
+ * write a table or the version is only logged; later statements on that table fail. This can happen to two processes
+ * that start on a new file at the same time; _common_storage_db_create reports and repairs it.
  *
  * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_INIT_FAILURE when the file cannot be opened
  */
@@ -122,7 +123,7 @@ zel_err_e _common_storage_db_upgrade(void);
 zel_err_e __common_storage_get_db_version(int *version);
 
 /**
- * Tests whether the schema holds an object (table, index, view or trigger) of a name.
+ * Tests whether the schema has a table, index, view or trigger with this name.
  *
  * @param table_name the name, case-sensitive
  * @return true when it exists; false when it does not, when the name is NULL, and when the query failed
@@ -130,11 +131,11 @@ zel_err_e __common_storage_get_db_version(int *version);
 bool _common_storage_check_table_exist(const char *table_name);
 
 /**
- * Creates the missing ones of the nine tables. Existing tables are not changed. After a failed creation it still
- * creates the others.
+ * Creates the missing tables, out of nine. Existing tables are not changed. After a failed creation it still creates
+ * the others.
  *
- * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE when at least one creation failed, for example by another process's
- *         lock: then call it again
+ * @return ZEL_ERR_NONE; ZEL_ERR_STORAGE_FAILURE when at least one creation failed, for example because of another
+ *         process's lock: then call it again
  */
 zel_err_e _common_storage_db_create(void);
 
@@ -144,7 +145,7 @@ zel_err_e _common_storage_db_create(void);
  * Called by _common_storage_upsert_and_involk_unique_data after the write; must not throw.
  *
  * @param key   the key, the same pointer as the operation's argument; must not be changed or released
- * @param value the value, the same way
+ * @param value the value; the same rules
  */
 typedef void (*quillo_storage_unique_data_involk_cb)(void *key, void *value);
 
@@ -178,8 +179,8 @@ zel_err_e _common_storage_upsert_and_involk_unique_data(const char *key, const c
                                                         quillo_storage_unique_data_involk_cb pointer);
 
 /**
- * Reads the values of a key. Keep a counter in a key only while no other process uses the file: a locked file makes the
- * key look absent, and the counter would restart at zero.
+ * Reads the values of a key. Do not keep a counter in a key if another process uses the file: its lock makes the key
+ * look absent, and the counter restarts at zero.
  *
  * @param key   the key
  * @param val   receives the value; an empty value as an empty string
@@ -203,8 +204,8 @@ zel_err_e _common_storage_delete_unique_data(const char *key);
  * Merges values into a group's folder record. A NULL token or a zero time keeps the stored value. An empty token clears
  * the stored token; times cannot be cleared.
  *
- * The merge reads and writes in two statements. Of two merges of one group at the same time the later write wins as a
- * whole. A merge that meets another process's lock while it reads erases the values that it should keep.
+ * The merge reads and writes in two statements. When two merges of one group overlap, the later write replaces the
+ * whole record. A merge whose read meets another process's lock erases the values that it should keep.
  *
  * @param group_id                   the group
  * @param content_token              the group's contents token, or NULL
@@ -259,14 +260,15 @@ zel_err_e _common_storage_delete_folder_info(const char *group_id);
 
 /*
  * A received share has one notification (unread, read or marked for deletion) and one row for each content item. Its
- * contents token joins them. Times have no fixed unit: pass a deletion's bound in the unit of the stored times. A
- * deletion of expired shares removes the items, but not the notification, of a share whose expiry is 2^63 or more.
+ * contents token joins them. Times have no fixed unit: pass a deletion's bound in the unit of the stored times. If a
+ * share's expiry is 2^63 or more, a deletion of expired shares removes its items but not its notification.
  *
  * An operation that stores a notification, or the items of a share, first tests whether the token is stored. Two
- * writers at the same time, or a writer that meets another process's lock, can miss it: then the share is stored twice.
+ * writers at the same time, or a writer that meets another process's lock, can miss a stored token: then the share is
+ * stored twice.
  *
- * No operation returns the type or the read state of one share. Test whether _common_storage_get_contents_token_list
- * lists the token for a type, or as unread.
+ * No operation returns the type or the read state of one share. Instead test whether
+ * _common_storage_get_contents_token_list lists the token for a type, or as unread.
  *
  * To delete expired shares as a whole: first delete the transfers of their thumbnails and files, which no other
  * deletion removes, then call _common_storage_delete_expired_push_noti. It deletes every share that expires before the
@@ -340,8 +342,8 @@ zel_err_e _common_storage_update_check_delete_push_noti(const char *contents_tok
 zel_err_e _common_storage_get_received_time_push_noti(const char *contents_token, unsigned long long *received_time);
 
 /**
- * Lists the contents tokens of received shares, latest arrival first; of arrivals at the same time, the one stored
- * first comes first. Notifications marked for deletion and empty tokens are not listed.
+ * Lists the contents tokens of received shares, latest arrival first; arrivals of the same time in the order of
+ * storing. Notifications marked for deletion and empty tokens are not listed.
  *
  * @param type                only notifications of this type; NULL for every type
  * @param except_read         true: only unread ones; false: read ones too
@@ -359,9 +361,9 @@ zel_err_e _common_storage_get_contents_token_list(const char *type, bool except_
  * a kill in between then leaves no notification without items.
  *
  * @param noti_info the share. Each stored item receives its row id in content_id; an item that could not be stored is
- *                  skipped and unchanged. content_info_list decides: content_info_list_length and the items'
- *                  contents_token are ignored. push_status and max_download_count are not stored; type is stored, but
- *                  no operation returns it
+ *                  skipped and unchanged. The operation stores content_info_list; it ignores content_info_list_length
+ *                  and the items' contents_token. push_status and max_download_count are not stored; type is stored,
+ *                  but no operation returns it
  * @return ZEL_ERR_NONE, even if no item could be stored; ZEL_ERR_INVALID_ARG when noti_info is NULL, or when items of
  *         its contents token are stored already (nothing is added)
  */
@@ -382,7 +384,7 @@ zel_err_e _common_storage_get_content_name(const char *url, char **name);
  *
  * @param contents_token the share
  * @param noti_info      receives a new share, released with _common_free_share_content_info. Its type is always NULL,
- * the items' max_download_count 0: a share that is passed on loses both
+ *                       the items' max_download_count 0: a service that passes the share on loses both
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an argument is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when the share has
  *         no item; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */
@@ -431,12 +433,13 @@ zel_err_e _common_storage_update_status_content_info(const char *contents_token,
  * A transfer starts in the status of its record. Only the service changes the status; the store allows every change.
  *
  * Failure. Mark an upload as failed with _common_storage_update_status_sync_content_info, so that it stays with its
- * request. _common_storage_set_failed_status_sync_content_info also detaches the transfer from its request for ever: a
- * request of two files then counts as finished when the other file is, and no query leads from the request to the
- * failed file. If you need that later, store it under a key of your own.
+ * request. _common_storage_set_failed_status_sync_content_info also detaches the transfer from its request for ever. A
+ * request of two files then counts as finished with the other file, and no query by request finds the failed one. If
+ * you need that link later, store it under a key of your own.
  *
  * Retry. Read the record, increase fail_retry_count, set the new status and write it with
- * _common_storage_update_sync_content_info. An empty text was read as NULL: set it to "" first, or the statement fails.
+ * _common_storage_update_sync_content_info. The read returned empty texts as NULL: set these to "" first, or the
+ * statement fails.
  */
 
 /** Kind of a transfer. */
@@ -449,7 +452,7 @@ typedef enum ZEL_ENUM_INT {
 } zel_file_sync_type;
 
 /**
- * Status of a transfer. A waiting or ongoing transfer can be paused, a paused one resumed; all four can be cancelled.
+ * Status of a transfer. A waiting or ongoing transfer can be paused, a paused one resumed, and each of these cancelled.
  * A complete transfer is final. A failed one counts as finished, but can be retried while its fail_retry_count is 5 or
  * less.
  */
@@ -494,7 +497,7 @@ zel_err_e _common_storage_add_sync_content_info(zel_content_sync_info *content_s
 
 /**
  * Updates the transfer with the record's sync_id, except its percentage, local_path, mupload_key and content type. A
- * service counts a retry with it.
+ * service uses it to count a retry.
  *
  * @param sync_info the record; contents_token, original, thumbnail and name must not be NULL ("" is valid), or the
  *                  statement fails. sent_time receives the current time, also when the statement fails
@@ -542,7 +545,7 @@ zel_err_e _common_storage_update_status_sync_content_info_by_sync_id(int sync_id
 zel_err_e _common_storage_update_status_sync_content_info_by_reqid(unsigned int req_id, zel_file_sync_status status);
 
 /**
- * Sets the status of the transfers of a request that have the expected one.
+ * Sets the status of a request's transfers that have the expected status.
  *
  * @param req_id          the request
  * @param status          the new status
@@ -668,12 +671,12 @@ void _common_storage_free_sync_content_info(void *data);
 /* A count of zero is a failure code, with the output untouched. */
 
 /**
- * Counts the transfers of a kind in a status.
+ * Counts the transfers that have a kind and a status.
  *
  * @param type          the kind
  * @param status        the status
  * @param consider_fail 1: only transfers retried 1 to 5 times; 0: only transfers never retried; -1: any number of
- * retries
+ *                      retries
  * @param count         receives the number, at least 1
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when count is NULL; ZEL_ERR_STORAGE_NO_RECORDS when the number is 0;
  *         ZEL_ERR_STORAGE_FAILURE, also for any other consider_fail
@@ -682,7 +685,7 @@ zel_err_e _common_storage_get_sync_content_info_count(zel_file_sync_type type, z
                                                       int consider_fail, int *count);
 
 /**
- * Counts the transfers of a kind in a status that belong to one request.
+ * Counts the transfers of one request that have a kind and a status.
  *
  * @param type          the kind
  * @param status        the status
@@ -778,7 +781,7 @@ zel_err_e _common_storage_check_all_file_failed_by_req_id(int req_id, bool *all_
 /*
  * Lists hold zel_content_sync_info records; release them with
  * g_list_free_full(list, _common_storage_free_sync_content_info). A record that cannot be allocated is left out; if
- * none can, the list is NULL, with ZEL_ERR_NONE.
+ * none can be allocated, the list is NULL and the code ZEL_ERR_NONE.
  */
 
 /**
@@ -823,7 +826,7 @@ zel_err_e _common_storage_get_sync_content_info_list_only_by_req_id(zel_file_syn
                                                                     int req_id);
 
 /**
- * Reads the transfer of a received content item; of several, the last.
+ * Reads the transfer of a received content item, the last one if there are several.
  *
  * @param content_id the item
  * @param type       the kind of transfer
@@ -994,9 +997,9 @@ zel_err_e _common_storage_get_sent_time_local_path_by_req_id(int req_id, int *se
 
 /*
  * An upload is a request with its recipients and one transfer for each file, stored one by one under the same id. Store
- * the transfers and recipients first and the request last: a request without transfers counts as completed. After a
- * kill between the steps, transfers remain whose request _common_storage_get_upload_status does not find; delete them
- * with _common_storage_delete_upload_info. No operation deletes the recipients of one request; only the wipe does.
+ * the transfers and recipients first and the request last: a request without transfers counts as completed. A kill
+ * between the steps leaves transfers whose request _common_storage_get_upload_status does not find; delete them with
+ * _common_storage_delete_upload_info. No operation deletes the recipients of one request; only the wipe does.
  */
 
 /** An upload request, as stored. The caller owns the record and its strings. */
@@ -1019,8 +1022,8 @@ typedef struct zel_upload_request_info {
 /**
  * Stores a new upload request.
  *
- * @param upload_request_info the request. On success it receives its row id in unique_id. sent_time receives the
- * current time, also when the insert fails
+ * @param upload_request_info the request. On success unique_id receives its row id. sent_time receives the current
+ *                            time, also when the insert fails
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when the record is NULL; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_add_upload_request_info(zel_upload_request_info *upload_request_info);
@@ -1056,7 +1059,7 @@ zel_err_e _common_storage_update_upload_status(int req_id, quillo_upload_status_
 zel_err_e _common_storage_update_expiry_time(int req_id, unsigned long long expiry_time);
 
 /**
- * Stores one recipient of a request, which may be stored later. Does not change its receiver_count.
+ * Stores one recipient of a request; the request may be stored later. Does not change the request's receiver_count.
  *
  * @param req_id    the request
  * @param phone_no  the recipient's number
@@ -1139,7 +1142,7 @@ zel_err_e _common_storage_get_upload_app_info(unsigned int req_id, unsigned int 
 zel_err_e _common_storage_get_reqid_from_contents_token(const char *contents_token, unsigned int *req_id);
 
 /**
- * Lists the requests of an application, latest first; of requests of the same second, the one stored first comes first.
+ * Lists the requests of an application, latest first; requests of the same second in the order of storing.
  *
  * @param app_type         the application; APP_TYPE_NONE (0) for all
  * @param request_id_list  receives an array of request ids
@@ -1170,8 +1173,9 @@ zel_err_e _common_storage_get_upload_list_details(unsigned int **upload_list, un
  * Lists the requests that can be resumed or cancelled: all except failed and cancelled requests and those in
  * QUILLO_UPLOAD_STATUS_SHARE_FINISHED. QUILLO_UPLOAD_STATUS_FINISHED and recalled requests are listed.
  *
- * @param app_type    3 for the requests of every application. Any other value with both lowest bits set does the same;
- * the rest, 0 included, select exactly that value. MOSAIC_EVENT_APP_TYPE is 3, so it selects all
+ * @param app_type    a value with both lowest bits set, like 3, selects the requests of every application. Any other
+ *                    value, 0 included, selects the requests stored with exactly that value. So MOSAIC_EVENT_APP_TYPE
+ *                    (3) selects all
  * @param upload_list receives an array of request ids
  * @param count       receives the number of its places
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is none;
@@ -1206,8 +1210,8 @@ zel_err_e _common_storage_get_resumable_and_cancellable_upload_cnt(unsigned int 
  * Adds up the files and bytes of recent requests: those whose share expires at now + 48 hours - time_duration_hr or
  * later. With 48 hours these are the requests whose share has not expired.
  *
- * @param time_duration_hr    the hours; the bound must not lie before 1970. With more than now + 48 hours (about
- * 498,000) the time wraps and no request qualifies; from 1,193,047 the hours wrap too
+ * @param time_duration_hr    the hours; the bound must not be before 1970. Above now + 48 hours (about 498,000) the
+ *                            time wraps and no request qualifies; from 1,193,047 the hours wrap too
  * @param get_total_file_size receives the number of bytes
  * @param get_total_file_num  receives the number of files
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when no request
@@ -1224,15 +1228,15 @@ zel_err_e _common_storage_get_time_upload_total_file_static_hr(unsigned int time
  *
  * @param req_id the request
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when req_id is 0; ZEL_ERR_STORAGE_FAILURE when one of the two deletions
- *         failed; the other is still done
+ *         failed; the other still runs
  */
 zel_err_e _common_storage_delete_upload_info(unsigned int req_id);
 
 /**
  * Removes the transfers of a recalled share. The request and its recipients stay stored.
  *
- * @param contents_token the share; never "", which finds the first request without a token. Of several requests with
- * one token only the first is used
+ * @param contents_token the share; never "", which finds the first request without a token. If several requests have
+ *                       the token, only the first is used
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when contents_token is NULL, or when the id of the request is 0;
  *         ZEL_ERR_STORAGE_NO_RECORDS when no request has the token; ZEL_ERR_STORAGE_FAILURE
  */
@@ -1242,14 +1246,13 @@ zel_err_e _common_storage_delete_recalled_contents(const char *contents_token);
  * Reads the report of a request: its own data, its recipients and the local paths of its files. A recalled share has no
  * paths; a file without a path has an empty text.
  *
- * When only the paths cannot be read, the report is returned without them, together with that step's failure code. So
- * set the output to NULL before the call, and test the output instead of the code. The report does not show which files
+ * If only the paths cannot be read, the operation returns the report without them, and that step's failure code. So set
+ * the output to NULL before the call, and test the output instead of the code. The report does not show which files
  * failed; _common_storage_get_sync_content_info_list_only_by_req_id does.
  *
  * @param request_id  the request
  * @param upload_info receives a new report, released with _common_free_upload_info. A place of msisdn_list is NULL when
- *                    fewer recipients are stored than the request has; contents_token is "" before the server issues
- * one
+ *                    fewer recipients are stored than the request has; contents_token is "" until the server issues it
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when request_id is 0 or upload_info NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST
  *         when the request or its recipients are not stored, or its receiver_count is 0; ZEL_ERR_STORAGE_NO_RECORDS
  *         when the stored token is NULL, which this library never writes; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE. With
@@ -1301,7 +1304,7 @@ zel_err_e _common_storage_get_upload_receipients_details(unsigned int req_id, un
                                                          char ***receipients);
 
 /**
- * Lists the local paths of those files of a request that have one.
+ * Lists the local paths of a request's files. A file without a path is left out.
  *
  * @param req_id            the request
  * @param content_path_list receives an array of paths; unused places are NULL
@@ -1313,7 +1316,7 @@ zel_err_e _common_storage_get_upload_content_path_list(unsigned int req_id, char
                                                        unsigned int *length);
 
 /**
- * Counts the transfers that were started at a time. Zero is a success.
+ * Counts the transfers that started at a given time. Zero is a success.
  *
  * @param sent_time     the time, in seconds since the epoch
  * @param matched_count receives the number
@@ -1326,9 +1329,9 @@ zel_err_e _common_storage_get_matched_count_by_sent_time(int sent_time, int *mat
  * Tests whether a request's share has been sent again: whether more transfers have this start time than the request has
  * files.
  *
- * It counts the transfers of every request with that start time: another request of the same second makes the answer
- * true. _common_storage_update_sync_content_info changes the start time of a transfer; after that a complete request
- * has too few transfers with the old time.
+ * It counts all transfers with that start time, whatever their request: another request of the same second makes the
+ * answer true. _common_storage_update_sync_content_info changes the start time of a transfer; after that a complete
+ * request has too few transfers with the old time.
  *
  * @param req_id             the request
  * @param sent_time          its start time, in seconds since the epoch
@@ -1342,16 +1345,16 @@ zel_err_e _common_storage_does_reshare_exist(unsigned int req_id, int sent_time,
 /* Recent receivers ------------------------------------------------------------------------------------------- */
 
 /*
- * The recently used recipient lists, as groups with the numbers 1 to 9 at most. To store the use of a list, on one
- * thread at a time:
+ * The recently used recipient lists, as at most nine groups, numbered from 1. To store the use of a list, on one thread
+ * at a time:
  *
  *   1. _common_storage_is_recent_receiver_list_exist returns whether the list is stored, and its number.
  *   2. If it is not stored: call _common_storage_delete_recent_receiver_by_group for that number, because a tenth list
  *      reuses the least recently used group. Then _common_storage_add_recent_receiver for each recipient.
  *   3. In both cases: _common_storage_update_timestamp_recent_receiver_group.
  *
- * A lock of another process does harm: step 1 can miss a stored list, or return the number of another group, whose
- * members step 2 then removes; step 3 can store a group twice.
+ * While another process holds a lock, step 1 can miss a stored list, or return the number of another group. Step 2 then
+ * removes the members of that group. Step 3 can store a group twice.
  *
  * Recency has a resolution of one second. Of groups used in the same second, the group created later counts as more
  * recent.
@@ -1360,8 +1363,9 @@ zel_err_e _common_storage_does_reshare_exist(unsigned int req_id, int sent_time,
 /**
  * Looks up a recipient list among the stored groups, or returns the number for a new group.
  *
- * A group matches when it has as many members as the list, and each member equals some entry of the list. Compared are
- * number_id, phone_number and ccc. So a group of A twice matches the list of A and B. An empty list matches no group.
+ * A group matches when it has as many members as the list, and each member equals some entry of the list. The
+ * comparison uses number_id, phone_number and ccc. So a group that holds A twice matches the list of A and B. An empty
+ * list matches no group.
  *
  * @param to_msisdn_list        the recipients; must not be NULL. An entry whose phone_number or ccc is NULL equals no
  *                              member: set a calling code that was read as NULL to ""
@@ -1425,8 +1429,8 @@ zel_err_e _common_storage_get_recent_receiver_details(quillo_msisdn_s ***recent_
  * Lists the numbers of the groups, most recently used first.
  *
  * @param group_list receives an array of numbers; stays untouched when count receives 0
- * @param count      receives the number of places. Groups removed between count and list leave zeros. 0 when the first
- *                   row of the list could not be read
+ * @param count      receives the number of places. Groups removed between counting and listing leave zeros. 0 when the
+ *                   first row of the list could not be read
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when an output is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when there is no
  *         group or the groups could not be counted; ZEL_ERR_MEMORY; ZEL_ERR_STORAGE_FAILURE
  */
@@ -1437,7 +1441,7 @@ zel_err_e _common_storage_get_recent_receiver_group_list(int **group_list, int *
  *
  * @param count receives the number
  * @return ZEL_ERR_NONE; ZEL_ERR_INVALID_ARG when count is NULL; ZEL_ERR_RESOURCE_DOESNT_EXIST when the query returned
- * no row; ZEL_ERR_STORAGE_FAILURE
+ *         no row; ZEL_ERR_STORAGE_FAILURE
  */
 zel_err_e _common_storage_get_recent_receiver_group_count(int *count);
 
@@ -1457,7 +1461,7 @@ zel_err_e _common_storage_get_recent_receiver_count(int *count);
  * the tables stay. Row ids continue from their last value.
  *
  * @return ZEL_ERR_NONE, even if a key could not be deleted; ZEL_ERR_STORAGE_FAILURE when at least one table could not
- * be emptied; the others are still emptied
+ *         be emptied; the others are still emptied
  */
 zel_err_e _common_storage_clear(void);
 
