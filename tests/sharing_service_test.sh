@@ -47,7 +47,7 @@ sums() { find "$@" -type f -exec cksum {} + | cut -d ' ' -f 1,2 | sort; }
 
 equal_names_arrive_each_and_harm_no_file_that_is_there() {
     mkdir -p sent/again received/names
-    file one.txt 3000 && file again/one.txt 4000 && file one.txt.part 10 && file .profile 20 && file $'a\e:b\xe2\x80\xae' 30
+    file one.txt 3000 && file again/one.txt 4000 && file one.txt.part "10" && file .profile 20 && file $'a\e:b\xe2\x80\xae' 30
     echo mine | tee received/names/one.txt >received/names/one_1.txt.part
     submit sent/one.txt sent/again/one.txt sent/one.txt.part sent/.profile $'sent/a\e:b\xe2\x80\xae'
     share status "$id" --follow >said || fail "$(<said)"
