@@ -126,7 +126,10 @@ TEST_F(ZelStore, check_finds_each_contradiction)
     for (const auto &[statements, findings] : cases) {
         expect("cp sound $store", 0);
         raw(statements);
-        EXPECT_EQ(expect(check + " | sed 's/;/; /g'", 0), std::string(findings) + "\n") << statements;
+        std::string expected = findings;
+        if (geteuid() != 0) // who cannot see every process cannot know that none is at work
+            expected = expected.substr(0, expected.find("; interrupted"));
+        EXPECT_EQ(expect(check + " | sed 's/;/; /g'", 0), expected + "\n") << statements;
     }
     raw("PRAGMA writable_schema = 1; UPDATE sqlite_master SET rootpage = 3 WHERE name = 'content_info'");
     expect("tool check", 1, {"[damaged]"});
@@ -146,7 +149,10 @@ TEST_F(ZelStore, what_cannot_be_read_is_told_and_the_rest_is_shown)
     expect("tool show", 0, {"(" + std::to_string(getpid()) + ")", "a write is under way"}); // emulated: another name
     expect("tool init", 2, {"Not all tables are there: database is locked. zel-store show tells who"});
     expect("cp -r ${store%/*} broken; grep half broken/.*.db", 0);
-    expect("tool show broken", 1, {"a write was broken off", "\"d0\"", "nobody has the store open"});
+    if (geteuid() == 0)
+        expect("tool show broken", 1, {"a write was broken off", "\"d0\"", "nobody has the store open"});
+    else
+        expect("tool show broken", 0, {"is under way or was broken off, which cannot be seen", "\"d0\""});
     open.reset();
     expect("tool init --wal", 0, {"write-ahead log is set"});
     open = raw("UPDATE upload_request_data SET description = 'in the log'");
